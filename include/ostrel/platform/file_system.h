@@ -1,0 +1,36 @@
+#pragma once
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ostrel/result.h"
+
+namespace ostrel::platform {
+
+// The library's files. Paths are absolute. Folders are created private to the
+// user (0700), files likewise (0600). Failures carry a PlatformError inside a
+// LocalError StorageError.
+class FileSystem {
+ public:
+  virtual ~FileSystem() = default;
+  // The folder under which the library keeps everything (it ends in "/Ostrel").
+  virtual std::string storageRoot() const = 0;
+
+  virtual Result<void> createDirectories(const std::string& path) = 0;
+  // Writes to a temporary name and renames it into place, so that a crash never
+  // leaves a half-written file under the final name.
+  virtual Result<void> writeFileAtomic(const std::string& path, const std::string& bytes) = 0;
+  virtual Result<std::string> readFile(const std::string& path) const = 0;
+  virtual bool exists(const std::string& path) const = 0;
+  virtual bool isDirectory(const std::string& path) const = 0;
+  // Names (not paths) of the entries of a folder, unsorted.
+  virtual Result<std::vector<std::string>> listDirectory(const std::string& path) const = 0;
+  // Removes a file or an empty folder; a missing path is no error.
+  virtual Result<void> remove(const std::string& path) = 0;
+  // Removes a path and everything under it; a missing path is no error.
+  virtual Result<void> removeAll(const std::string& path) = 0;
+  virtual Result<uint64_t> fileSize(const std::string& path) const = 0;
+};
+
+}  // namespace ostrel::platform

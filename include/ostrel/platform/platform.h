@@ -1,0 +1,35 @@
+#pragma once
+#include <memory>
+
+#include "ostrel/platform/clock.h"
+#include "ostrel/platform/crypto.h"
+#include "ostrel/platform/deployment.h"
+#include "ostrel/platform/file_system.h"
+#include "ostrel/platform/http_client.h"
+#include "ostrel/platform/key_value_store.h"
+#include "ostrel/platform/log_sink.h"
+#include "ostrel/platform/scheduler.h"
+
+namespace ostrel {
+
+// Everything the library needs from the operating system, in one bundle handed
+// to the facade. Any member left empty is filled with the default implementation.
+struct Platform {
+  std::shared_ptr<platform::HttpClient> http;
+  std::shared_ptr<platform::Crypto> crypto;
+  std::shared_ptr<platform::Clock> clock;
+  std::shared_ptr<platform::FileSystem> files;
+  std::shared_ptr<platform::KeyValueStore> settings;
+  std::shared_ptr<platform::LogSink> log;
+  std::shared_ptr<platform::Scheduler> scheduler;
+  Deployment deployment = Deployment::fromEnvironment();
+
+  // The defaults for this machine (Linux/desktop): libcurl, OpenSSL, the storage
+  // root ($OSTREL_STORAGE_DIR, else $XDG_DATA_HOME or ~/.local/share, + "/Ostrel"),
+  // settings in a file under it, stdout for the log.
+  static Platform defaults();
+  // Fills every empty member with its default.
+  Platform completed() const;
+};
+
+}  // namespace ostrel

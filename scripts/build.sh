@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Configures and builds the project.
+#   scripts/build.sh [release|asan|tsan|fuzz] [cmake targets...]
+# Each flavour has its own build folder under build/.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/setup.sh"
+
+flavour=${1:-release}
+[ $# -gt 0 ] && shift
+dir="$root/build/$flavour"
+args=(-G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo)
+case "$flavour" in
+  release) ;;
+  asan) args+=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DOSTREL_SANITIZE=address,undefined) ;;
+  tsan) args+=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DOSTREL_SANITIZE=thread) ;;
+  fuzz) args+=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DOSTREL_FUZZ=ON -DOSTREL_SANITIZE=address,undefined) ;;
+  *) echo "unknown flavour: $flavour" >&2; exit 2 ;;
+esac
+if command -v ccache >/dev/null; then args+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
+
+if [ ! -f "$dir/build.ninja" ]; then
+  cmake -S "$root" -B "$dir" "${args[@]}" >/dev/null
+fi
+jobs=${OSTREL_JOBS:-$(nproc)}
+if [ $# -gt 0 ]; then
+  cmake --build "$dir" -j "$jobs" --target "$@"
+else
+  cmake --build "$dir" -j "$jobs"
+fi

@@ -1,0 +1,60 @@
+#include "support/test_platform.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "platform/defaults.h"
+#include "platform/runtime.h"
+
+namespace ostrel::test {
+
+void CapturingLogSink::write(std::string_view line) {
+  std::lock_guard lock(mutex_);
+  lines_.emplace_back(line);
+}
+
+std::vector<std::string> CapturingLogSink::lines() const {
+  std::lock_guard lock(mutex_);
+  return lines_;
+}
+
+bool CapturingLogSink::contains(std::string_view fragment) const {
+  std::lock_guard lock(mutex_);
+  for (const auto& l : lines_) {
+    if (l.find(fragment) != std::string::npos) return true;
+  }
+  return false;
+}
+
+void CapturingLogSink::clear() {
+  std::lock_guard lock(mutex_);
+  lines_.clear();
+}
+
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "ostrel-test-XXXXXX").string();
+  char* made = ::mkdtemp(pattern.data());
+  path_ = made ? made : pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  std::filesystem::remove_all(path_, ec);
+}
+
+TestPlatform::TestPlatform()
+    : root_(dir_.path() + "/Ostrel"),
+      clock_(std::make_shared<FakeClock>()),
+      log_(std::make_shared<CapturingLogSink>()) {
+  platform_.clock = clock_;
+  platform_.log = log_;
+  platform_.files = platform::makePosixFileSystem(root_);
+  platform_.settings = platform::makeFileSettingsStore(platform_.files, root_ + "/settings.json");
+  platform_.deployment = Deployment::production();
+  runtime::install(platform_);
+  platform_ = runtime::current();
+}
+
+TestPlatform::~TestPlatform() = default;
+
+}  // namespace ostrel::test

@@ -1,0 +1,68 @@
+#pragma once
+// Platform pieces for tests: a controllable clock, a log sink that captures the
+// console lines, and a private temporary storage root per test.
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ostrel/platform.h"
+
+namespace ostrel::test {
+
+class FakeClock : public platform::Clock {
+ public:
+  explicit FakeClock(double start = 1700000000.0) : now_(start) {}
+  double now() const override { return now_.load(); }
+  void set(double t) { now_.store(t); }
+  void advance(double secs) { now_.store(now_.load() + secs); }
+
+ private:
+  std::atomic<double> now_;
+};
+
+class CapturingLogSink : public platform::LogSink {
+ public:
+  void write(std::string_view line) override;
+  std::vector<std::string> lines() const;
+  bool contains(std::string_view fragment) const;
+  void clear();
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+// A fresh folder under the system's temporary folder, removed on destruction.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// Installs a platform for one test: the real defaults, except a storage root in
+// a temporary folder, a fake clock and a capturing log sink.
+class TestPlatform {
+ public:
+  TestPlatform();
+  ~TestPlatform();
+  FakeClock& clock() { return *clock_; }
+  CapturingLogSink& log() { return *log_; }
+  const std::string& root() const { return root_; }
+  const Platform& platform() const { return platform_; }
+
+ private:
+  TempDir dir_;
+  std::string root_;
+  std::shared_ptr<FakeClock> clock_;
+  std::shared_ptr<CapturingLogSink> log_;
+  Platform platform_;
+};
+
+}  // namespace ostrel::test
