@@ -96,10 +96,18 @@ inline constexpr int kOstrelErrorCodesCount = 8;
 std::string_view rawValue(OstrelErrorCodes code);
 std::optional<OstrelErrorCodes> ostrelErrorCodeFromRaw(std::string_view raw);
 
-inline bool operator==(OstrelErrorCodes code, std::string_view text) { return rawValue(code) == text; }
-inline bool operator==(std::string_view text, OstrelErrorCodes code) { return rawValue(code) == text; }
-inline bool operator!=(OstrelErrorCodes code, std::string_view text) { return !(code == text); }
-inline bool operator!=(std::string_view text, OstrelErrorCodes code) { return !(code == text); }
+inline bool operator==(OstrelErrorCodes code, std::string_view text) {
+  return rawValue(code) == text;
+}
+inline bool operator==(std::string_view text, OstrelErrorCodes code) {
+  return rawValue(code) == text;
+}
+inline bool operator!=(OstrelErrorCodes code, std::string_view text) {
+  return !(code == text);
+}
+inline bool operator!=(std::string_view text, OstrelErrorCodes code) {
+  return !(code == text);
+}
 
 // An error of the platform underneath (transport, file system) carried inside a LocalError.
 struct PlatformError {

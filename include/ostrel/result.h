@@ -22,20 +22,32 @@ class [[nodiscard]] Result {
  public:
   Result(T value) : v_(std::in_place_index<0>, std::move(value)) {}  // NOLINT: implicit by design
   Result(Failure f) : v_(std::in_place_index<1>, std::move(f.error)) {}  // NOLINT
-  Result(OLError e) : v_(std::in_place_index<1>, std::move(e)) {}  // NOLINT
+  Result(OLError e) : v_(std::in_place_index<1>, std::move(e)) {}        // NOLINT
 
   bool has_value() const { return v_.index() == 0; }
   explicit operator bool() const { return has_value(); }
 
-  T& value() & { assert(has_value()); return std::get<0>(v_); }
-  const T& value() const& { assert(has_value()); return std::get<0>(v_); }
-  T&& value() && { assert(has_value()); return std::get<0>(std::move(v_)); }
+  T& value() & {
+    assert(has_value());
+    return std::get<0>(v_);
+  }
+  const T& value() const& {
+    assert(has_value());
+    return std::get<0>(v_);
+  }
+  T&& value() && {
+    assert(has_value());
+    return std::get<0>(std::move(v_));
+  }
   T& operator*() & { return value(); }
   const T& operator*() const& { return value(); }
   T* operator->() { return &value(); }
   const T* operator->() const { return &value(); }
 
-  const OLError& error() const { assert(!has_value()); return std::get<1>(v_); }
+  const OLError& error() const {
+    assert(!has_value());
+    return std::get<1>(v_);
+  }
 
   template <class U>
   T value_or(U&& fallback) const& {
@@ -51,12 +63,15 @@ class [[nodiscard]] Result<void> {
  public:
   Result() = default;
   Result(Failure f) : error_(std::move(f.error)) {}  // NOLINT
-  Result(OLError e) : error_(std::move(e)) {}  // NOLINT
+  Result(OLError e) : error_(std::move(e)) {}        // NOLINT
 
   bool has_value() const { return !error_.has_value(); }
   explicit operator bool() const { return has_value(); }
   void value() const { assert(has_value()); }
-  const OLError& error() const { assert(!has_value()); return *error_; }
+  const OLError& error() const {
+    assert(!has_value());
+    return *error_;
+  }
 
  private:
   std::optional<OLError> error_;

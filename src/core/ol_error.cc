@@ -72,8 +72,10 @@ constexpr std::array<std::string_view, kLocalErrorCodesCount> kLocalNames = {
 };
 
 constexpr std::array<std::string_view, kOstrelErrorCodesCount> kServiceNames = {
-    "WRONG_EMAIL_PASSWORD", "WRONG_PIN",      "ITEM_ALREADY_PAID",     "MANDATORY_CONFIRM",
-    "IDENTITY_ALREADY_USED", "WRONG_IDENTITY", "MAX_PIN_LIMIT_REACHED", "OFFER_PAYMENT_USER_MISMATCH",
+    "WRONG_EMAIL_PASSWORD",  "WRONG_PIN",
+    "ITEM_ALREADY_PAID",     "MANDATORY_CONFIRM",
+    "IDENTITY_ALREADY_USED", "WRONG_IDENTITY",
+    "MAX_PIN_LIMIT_REACHED", "OFFER_PAYMENT_USER_MISMATCH",
 };
 
 std::string describeNumber(const Json& value) {
@@ -89,7 +91,9 @@ std::string describeNumber(const Json& value) {
 
 }  // namespace
 
-std::string_view rawValue(LocalErrorCodes code) { return kLocalNames[static_cast<size_t>(code)]; }
+std::string_view rawValue(LocalErrorCodes code) {
+  return kLocalNames[static_cast<size_t>(code)];
+}
 
 std::optional<LocalErrorCodes> localErrorCodeFromRaw(std::string_view raw) {
   for (size_t i = 0; i < kLocalNames.size(); ++i) {
@@ -98,7 +102,9 @@ std::optional<LocalErrorCodes> localErrorCodeFromRaw(std::string_view raw) {
   return std::nullopt;
 }
 
-std::string_view rawValue(OstrelErrorCodes code) { return kServiceNames[static_cast<size_t>(code)]; }
+std::string_view rawValue(OstrelErrorCodes code) {
+  return kServiceNames[static_cast<size_t>(code)];
+}
 
 std::optional<OstrelErrorCodes> ostrelErrorCodeFromRaw(std::string_view raw) {
   for (size_t i = 0; i < kServiceNames.size(); ++i) {
@@ -140,7 +146,9 @@ std::optional<int64_t> OLError::statusCode() const {
   return status_;
 }
 
-bool OLError::is(LocalErrorCodes code) const { return kind_ == Kind::LocalError && local_ == code; }
+bool OLError::is(LocalErrorCodes code) const {
+  return kind_ == Kind::LocalError && local_ == code;
+}
 
 bool OLError::is(LocalErrorCodes code, std::string_view message) const {
   return is(code) && message_ == message;
@@ -154,8 +162,8 @@ std::string OLError::description() const {
   }
   std::optional<std::string> underlying;
   if (error_) underlying = error_->localizedDescription;
-  return code_ + ": " + message_ + " (error: " + describeOptional(underlying) + ") (extra: " +
-         describeOptional(extra_.get()) + ")";
+  return code_ + ": " + message_ + " (error: " + describeOptional(underlying) +
+         ") (extra: " + describeOptional(extra_.get()) + ")";
 }
 
 std::string describeValue(const Json& value) {

@@ -25,5 +25,7 @@ void install(Platform platform) {
 }  // namespace ostrel::runtime
 
 namespace ostrel {
-void logLine(std::string_view line) { runtime::current().log->write(line); }
+void logLine(std::string_view line) {
+  runtime::current().log->write(line);
+}
 }  // namespace ostrel

@@ -13,13 +13,27 @@ const Platform& current();
 // Installs a platform, completing its empty members with the defaults.
 void install(Platform platform);
 
-inline double now() { return current().clock->now(); }
-inline platform::FileSystem& files() { return *current().files; }
-inline const platform::Crypto& crypto() { return *current().crypto; }
-inline platform::KeyValueStore& settings() { return *current().settings; }
-inline platform::Scheduler& scheduler() { return *current().scheduler; }
-inline platform::HttpClient& http() { return *current().http; }
-inline const Deployment& deployment() { return current().deployment; }
+inline double now() {
+  return current().clock->now();
+}
+inline platform::FileSystem& files() {
+  return *current().files;
+}
+inline const platform::Crypto& crypto() {
+  return *current().crypto;
+}
+inline platform::KeyValueStore& settings() {
+  return *current().settings;
+}
+inline platform::Scheduler& scheduler() {
+  return *current().scheduler;
+}
+inline platform::HttpClient& http() {
+  return *current().http;
+}
+inline const Deployment& deployment() {
+  return current().deployment;
+}
 
 }  // namespace ostrel::runtime
 

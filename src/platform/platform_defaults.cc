@@ -1,0 +1,24 @@
+#include "platform/defaults.h"
+
+namespace ostrel {
+
+Platform Platform::defaults() {
+  return Platform{}.completed();
+}
+
+Platform Platform::completed() const {
+  Platform p = *this;
+  if (!p.clock) p.clock = platform::makeSystemClock();
+  if (!p.crypto) p.crypto = platform::makeOpenSslCrypto();
+  if (!p.log) p.log = platform::makeStdoutLogSink();
+  if (!p.files) p.files = platform::makePosixFileSystem(platform::defaultStorageRoot());
+  if (!p.settings) {
+    p.settings =
+        platform::makeFileSettingsStore(p.files, p.files->storageRoot() + "/settings.json");
+  }
+  if (!p.scheduler) p.scheduler = platform::makeThreadScheduler();
+  if (!p.http) p.http = platform::makeCurlHttpClient(NetworkOverrides::fromEnvironment());
+  return p;
+}
+
+}  // namespace ostrel

@@ -1,0 +1,253 @@
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <queue>
+#include <thread>
+
+#include "platform/defaults.h"
+
+namespace ostrel::platform {
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+// State shared between a queue object and its thread, so that a queue released
+// from inside one of its own blocks can let its thread finish on its own.
+struct QueueState {
+  std::mutex mutex;
+  std::condition_variable wake;
+  std::deque<std::function<void()>> blocks;
+  bool stopping = false;
+  std::thread::id threadId;
+};
+
+void runQueue(const std::shared_ptr<QueueState>& state) {
+  for (;;) {
+    std::function<void()> block;
+    {
+      std::unique_lock lock(state->mutex);
+      state->wake.wait(lock, [&] { return state->stopping || !state->blocks.empty(); });
+      if (state->blocks.empty()) return;  // stopping and drained
+      block = std::move(state->blocks.front());
+      state->blocks.pop_front();
+    }
+    block();
+  }
+}
+
+class ThreadSerialQueue final : public SerialQueue {
+ public:
+  explicit ThreadSerialQueue(std::string label)
+      : label_(std::move(label)), state_(std::make_shared<QueueState>()) {
+    thread_ = std::thread([state = state_] { runQueue(state); });
+    std::lock_guard lock(state_->mutex);
+    state_->threadId = thread_.get_id();
+  }
+
+  ~ThreadSerialQueue() override {
+    {
+      std::lock_guard lock(state_->mutex);
+      state_->stopping = true;
+    }
+    state_->wake.notify_all();
+    // Released from one of its own blocks, the thread cannot be joined here; it
+    // holds the shared state and ends after draining what is queued.
+    if (thread_.get_id() == std::this_thread::get_id()) {
+      thread_.detach();
+    } else {
+      thread_.join();
+    }
+  }
+
+  void async(std::function<void()> block) override {
+    {
+      std::lock_guard lock(state_->mutex);
+      state_->blocks.push_back(std::move(block));
+    }
+    state_->wake.notify_one();
+  }
+
+  void sync(const std::function<void()>& block) override {
+    if (isCurrent()) {
+      block();
+      return;
+    }
+    std::mutex doneMutex;
+    std::condition_variable doneCv;
+    bool done = false;
+    async([&] {
+      block();
+      std::lock_guard lock(doneMutex);
+      done = true;
+      doneCv.notify_one();
+    });
+    std::unique_lock lock(doneMutex);
+    doneCv.wait(lock, [&] { return done; });
+  }
+
+  bool isCurrent() const override { return std::this_thread::get_id() == thread_.get_id(); }
+  const std::string& label() const override { return label_; }
+
+ private:
+  std::string label_;
+  std::shared_ptr<QueueState> state_;
+  std::thread thread_;
+};
+
+struct TimerState {
+  std::mutex mutex;
+  bool valid = true;
+  bool repeats = false;
+  double interval = 0;
+  SteadyClock::time_point deadline;
+  std::function<void()> block;
+};
+
+double wallNow() {
+  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+class SchedulerTimer final : public Timer {
+ public:
+  explicit SchedulerTimer(std::shared_ptr<TimerState> state) : state_(std::move(state)) {}
+
+  void invalidate() override {
+    std::lock_guard lock(state_->mutex);
+    state_->valid = false;
+  }
+  bool isValid() const override {
+    std::lock_guard lock(state_->mutex);
+    return state_->valid;
+  }
+  double fireDate() const override {
+    std::lock_guard lock(state_->mutex);
+    auto left = std::chrono::duration<double>(state_->deadline - SteadyClock::now()).count();
+    return wallNow() + left;
+  }
+  void fire() override {
+    std::function<void()> block;
+    {
+      std::lock_guard lock(state_->mutex);
+      if (!state_->valid) return;
+      block = state_->block;
+      if (!state_->repeats) state_->valid = false;
+    }
+    if (block) block();
+  }
+
+ private:
+  std::shared_ptr<TimerState> state_;
+};
+
+class ThreadScheduler final : public Scheduler {
+ public:
+  ThreadScheduler() : thread_([this] { run(); }) {}
+
+  ~ThreadScheduler() override {
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    wake_.notify_all();
+    if (thread_.get_id() == std::this_thread::get_id()) {
+      thread_.detach();  // cannot happen in practice: blocks never own the scheduler
+    } else {
+      thread_.join();
+    }
+  }
+
+  std::shared_ptr<SerialQueue> makeSerialQueue(std::string label) override {
+    return std::make_shared<ThreadSerialQueue>(std::move(label));
+  }
+
+  std::shared_ptr<Timer> scheduleTimer(double intervalSecs, bool repeats,
+                                       std::function<void()> block) override {
+    auto state = std::make_shared<TimerState>();
+    state->repeats = repeats;
+    state->interval = intervalSecs;
+    state->block = std::move(block);
+    state->deadline = SteadyClock::now() + toDuration(intervalSecs);
+    push(state);
+    return std::make_shared<SchedulerTimer>(state);
+  }
+
+  void after(double delaySecs, std::function<void()> block) override {
+    scheduleTimer(delaySecs, false, std::move(block));
+  }
+
+ private:
+  struct Entry {
+    SteadyClock::time_point deadline;
+    std::shared_ptr<TimerState> state;
+    bool operator>(const Entry& other) const { return deadline > other.deadline; }
+  };
+
+  static SteadyClock::duration toDuration(double secs) {
+    if (secs < 0) secs = 0;
+    return std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(secs));
+  }
+
+  void push(const std::shared_ptr<TimerState>& state) {
+    SteadyClock::time_point deadline;
+    {
+      std::lock_guard timerLock(state->mutex);
+      deadline = state->deadline;
+    }
+    {
+      std::lock_guard lock(mutex_);
+      heap_.push(Entry{deadline, state});
+    }
+    wake_.notify_all();
+  }
+
+  void run() {
+    std::unique_lock lock(mutex_);
+    while (!stopping_) {
+      if (heap_.empty()) {
+        wake_.wait(lock);
+        continue;
+      }
+      auto next = heap_.top().deadline;
+      if (SteadyClock::now() < next) {
+        wake_.wait_until(lock, next);
+        continue;
+      }
+      Entry entry = heap_.top();
+      heap_.pop();
+      lock.unlock();
+      fireEntry(entry);
+      lock.lock();
+    }
+  }
+
+  void fireEntry(const Entry& entry) {
+    std::function<void()> block;
+    {
+      std::lock_guard timerLock(entry.state->mutex);
+      if (!entry.state->valid) return;
+      block = entry.state->block;
+      if (entry.state->repeats) {
+        entry.state->deadline = SteadyClock::now() + toDuration(entry.state->interval);
+      } else {
+        entry.state->valid = false;
+      }
+    }
+    if (entry.state->repeats) push(entry.state);
+    if (block) block();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::priority_queue<Entry, std::vector<Entry>, std::greater<Entry>> heap_;
+  bool stopping_ = false;
+  std::thread thread_;
+};
+
+}  // namespace
+
+std::shared_ptr<Scheduler> makeThreadScheduler() {
+  return std::make_shared<ThreadScheduler>();
+}
+
+}  // namespace ostrel::platform
