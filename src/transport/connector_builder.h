@@ -1,0 +1,48 @@
+#pragma once
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "ostrel/platform/deployment.h"
+#include "transport/ol_connector.h"
+
+namespace ostrel {
+
+// Makes the signed connectors of one facade. Its only mutable state is the
+// distribution group, mirrored in the settings under "DistributionGroup".
+class ConnectorBuilder {
+ public:
+  ConnectorBuilder(std::string identifier, std::string secret, bool isDebug, bool isSandbox,
+                   bool isDev, int64_t timeout, Deployment deployment = Deployment::production());
+
+  void setDistributionGroup(const std::optional<std::string>& distributionGroup);
+  std::optional<std::string> distributionGroup() const;
+
+  OLConnector buildConnector() const;
+
+  const std::string& identifier() const { return identifier_; }
+  bool isDebug() const { return isDebug_; }
+  bool isSandbox() const { return isSandbox_; }
+  bool isDev() const { return isDev_; }
+  int64_t timeout() const { return timeout_; }
+  const Deployment& deployment() const { return deployment_; }
+
+ private:
+  struct GroupState {
+    mutable std::mutex mutex;
+    std::optional<std::string> value;
+  };
+
+  std::string identifier_;
+  std::string secret_;
+  bool isDebug_;
+  bool isSandbox_;
+  bool isDev_;
+  int64_t timeout_;
+  Deployment deployment_;
+  // Shared with every connector, so a group set later is used by their next request.
+  std::shared_ptr<GroupState> group_;
+};
+
+}  // namespace ostrel
