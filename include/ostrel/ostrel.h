@@ -1,0 +1,136 @@
+#pragma once
+// Ostrel: the library's single entry point. Create it once with the application
+// secret; every other component hangs off it.
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "ostrel/json.h"
+#include "ostrel/ol_error.h"
+#include "ostrel/platform.h"
+#include "ostrel/result.h"
+
+namespace ostrel {
+
+class OLSimpleObject;
+class OLLoginBuilder;
+class OLPushManager;
+class OLPaymentManager;
+class OLIdentityManager;
+class UserStateChangeListener;
+class RankingScope;
+enum class AttachType;
+class OstrelFacadeImpl;
+
+// Keys of the external parameters handed to getSharedInstanceWithConfig.
+// `Custom` carries a free text that is its raw value.
+class OLExternalParameterKey {
+ public:
+  static OLExternalParameterKey Custom(std::string raw) {
+    return OLExternalParameterKey(std::move(raw));
+  }
+  static OLExternalParameterKey DistributionGroup() {
+    return OLExternalParameterKey("DistributionGroup");
+  }
+  const std::string& rawValue() const { return raw_; }
+  bool isDistributionGroup() const { return raw_ == "DistributionGroup"; }
+  bool operator==(const OLExternalParameterKey& other) const { return raw_ == other.raw_; }
+  bool operator<(const OLExternalParameterKey& other) const { return raw_ < other.raw_; }
+
+ private:
+  explicit OLExternalParameterKey(std::string raw) : raw_(std::move(raw)) {}
+  std::string raw_;
+};
+
+using ExternalParameters = std::map<OLExternalParameterKey, std::string>;
+using ErrorCallback = std::function<void(std::optional<OLError>)>;
+using DictionaryCallback = std::function<void(std::optional<OLError>, std::optional<Json>)>;
+using TokenCallback = std::function<void(std::optional<OLError>, std::optional<std::string>)>;
+
+class Ostrel {
+ public:
+  static constexpr int64_t buildNumber = 615;
+  // "v4.1.1 7f9b2c0 2021-04-30T16:40:40+0200"
+  static const std::string& versionString();
+
+  // Creates the process-wide instance. `conf` is the application secret; a
+  // secret containing "_" selects the sandbox. The platform pieces the host
+  // leaves empty get the defaults.
+  static Result<std::shared_ptr<Ostrel>> getSharedInstanceWithConfig(
+      const std::string& conf, std::shared_ptr<OLSimpleObject> customData = nullptr,
+      const std::optional<ExternalParameters>& dictParameters = std::nullopt,
+      Platform platform = Platform{});
+  static Result<std::shared_ptr<Ostrel>> getSharedInstance();
+
+  ~Ostrel();
+
+  std::string environmentString() const;
+  void setDistributionGroup(const std::string& distributionGroup);
+  void unSetDistributionGroup();
+
+  // Users and login.
+  Result<std::shared_ptr<OLLoginBuilder>> getLoginBuilder();
+  Result<void> finalizeLoginFlow();
+  Result<std::string> getUserToken();
+  Result<bool> isUserLogged();
+  void getUserMetaInfo(DictionaryCallback callback);
+  Result<void> userLogout();
+  Result<void> setOnUserStateChangeListener(std::weak_ptr<UserStateChangeListener> listener);
+  void syncUserState(ErrorCallback callback);
+  void __temporaryUserDelete(ErrorCallback callback);
+  void generateTransientToken(TokenCallback callback);
+  Result<std::shared_ptr<OLIdentityManager>> getIdentityManager();
+  Result<std::string> getSessionId();
+
+  // Push and payments.
+  Result<std::shared_ptr<OLPushManager>> getPushManager();
+  Result<std::shared_ptr<OLPaymentManager>> getPaymentManager();
+
+  // Analytics.
+  Result<void> sendEvent(const std::string& name,
+                         std::shared_ptr<OLSimpleObject> customData = nullptr);
+  Result<void> timedEventStart(const std::string& name,
+                               std::shared_ptr<OLSimpleObject> customData = nullptr);
+  Result<void> timedEventStop(const std::string& name,
+                              std::shared_ptr<OLSimpleObject> customData = nullptr);
+  Result<void> flowBegin(const std::string& name,
+                         std::shared_ptr<OLSimpleObject> customData = nullptr);
+  Result<void> flowStep(const std::string& name,
+                        std::shared_ptr<OLSimpleObject> customData = nullptr);
+  Result<void> flowSucceed(const std::string& reason,
+                           std::shared_ptr<OLSimpleObject> customData = nullptr);
+  Result<void> flowFail(const std::string& reason,
+                        std::shared_ptr<OLSimpleObject> customData = nullptr);
+  Result<void> flowCancel(const std::string& reason,
+                          std::shared_ptr<OLSimpleObject> customData = nullptr);
+  Result<bool> isTimedEventRunning(const std::string& name);
+  Result<bool> isAnalyticFlowBegun();
+  Result<std::string> getCurrentAnalyticFlowName();
+  Result<void> rankContent(const std::string& contentId, const RankingScope& scope,
+                           float multiplier);
+  Result<void> attachMasterSession(const std::string& masterSessionId,
+                                   const std::string& masterUserId,
+                                   std::shared_ptr<OLSimpleObject> customData = nullptr);
+  Result<void> attachSession(const std::string& attachedSessionId,
+                             const std::optional<std::string>& attachedUserId,
+                             AttachType attachType,
+                             std::shared_ptr<OLSimpleObject> customData = nullptr);
+  void flushEvents(DictionaryCallback callback);
+
+  // For tests and tools: an instance that is not the process-wide one.
+  static Result<std::shared_ptr<Ostrel>> makeUnshared(
+      const std::string& conf, std::shared_ptr<OLSimpleObject> customData = nullptr,
+      const std::optional<ExternalParameters>& dictParameters = std::nullopt,
+      Platform platform = Platform{});
+
+  OstrelFacadeImpl& impl() { return *impl_; }
+
+ private:
+  explicit Ostrel(std::unique_ptr<OstrelFacadeImpl> impl);
+  std::unique_ptr<OstrelFacadeImpl> impl_;
+};
+
+}  // namespace ostrel

@@ -1,0 +1,106 @@
+#include <atomic>
+#include <mutex>
+
+#include "core/ostrel_facade_impl.h"
+#include "platform/runtime.h"
+
+namespace ostrel {
+namespace {
+
+// The process-wide instance. The flag is set once and never cleared: a
+// construction that produced nothing leaves every later attempt failing.
+std::mutex g_instanceMutex;
+std::shared_ptr<Ostrel> g_instance;
+std::atomic<bool> g_initializing{false};
+
+OLError notInitialized(std::string message) {
+  return OLError::LocalError(LocalErrorCodes::OstrelNotInitialized, std::move(message));
+}
+
+// The host's application identity towards the service: the installation's
+// device identifier, kept in the settings so it is stable across runs.
+std::string applicationIdentifier() {
+  static const char* kKey = "OstrelDeviceIdentifier";
+  auto& settings = runtime::settings();
+  if (auto stored = settings.get(kKey)) {
+    if (const auto* text = std::get_if<std::string>(&*stored); text && !text->empty()) return *text;
+  }
+  std::string id = hexString(runtime::crypto().randomBytes(16));
+  settings.set(kKey, id);
+  return id;
+}
+
+}  // namespace
+
+OLError missingInternalStatus() {
+  return notInitialized("Ostrel not initialized. Missing internal status");
+}
+OLError missingEventQueueManager() {
+  return notInitialized("Ostrel not initialized. Missing Event Queue Manager");
+}
+
+const std::string& Ostrel::versionString() {
+  static const std::string version =
+      std::string("v4.1.1") + " " + "7f9b2c0" + " " + "2021-04-30T16:40:40+0200";
+  return version;
+}
+
+Ostrel::Ostrel(std::unique_ptr<OstrelFacadeImpl> impl) : impl_(std::move(impl)) {}
+Ostrel::~Ostrel() = default;
+
+Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
+    const std::string& conf, std::shared_ptr<OLSimpleObject> /*customData*/,
+    const std::optional<ExternalParameters>& dictParameters, Platform platform) {
+  runtime::install(std::move(platform));
+  // A desktop build has no provisioning profile, so it never counts as a development build.
+  auto impl = std::make_unique<OstrelFacadeImpl>(conf, OstrelEnvironment(conf, false));
+  impl->_connetionBuilder = std::make_shared<ConnectorBuilder>(
+      applicationIdentifier(), conf, impl->_environment.isDebug(), impl->_environment.isSandbox(),
+      impl->_environment.isDev(), impl->_conf.connectionTimeoutSecs, runtime::deployment());
+  if (dictParameters) {
+    for (const auto& [key, value] : *dictParameters) {
+      if (key.isDistributionGroup()) impl->_connetionBuilder->setDistributionGroup(value);
+    }
+  }
+  return std::shared_ptr<Ostrel>(new Ostrel(std::move(impl)));
+}
+
+Result<std::shared_ptr<Ostrel>> Ostrel::getSharedInstanceWithConfig(
+    const std::string& conf, std::shared_ptr<OLSimpleObject> customData,
+    const std::optional<ExternalParameters>& dictParameters, Platform platform) {
+  {
+    std::lock_guard lock(g_instanceMutex);
+    if (g_instance) {
+      return OLError::LocalError(LocalErrorCodes::OstrelInitializationError,
+                                 "Ostrel Already Initialized. Must call getSharedInstance");
+    }
+  }
+  if (g_initializing.exchange(true)) {
+    return notInitialized("Concurrent Initialization of singleton");
+  }
+  auto made = makeUnshared(conf, std::move(customData), dictParameters, std::move(platform));
+  if (!made) return notInitialized("Cannot initialize singleton");
+  std::lock_guard lock(g_instanceMutex);
+  g_instance = *made;
+  return g_instance;
+}
+
+Result<std::shared_ptr<Ostrel>> Ostrel::getSharedInstance() {
+  std::lock_guard lock(g_instanceMutex);
+  if (!g_instance) return notInitialized("Must call getSharedInstanceWithConfig first");
+  return g_instance;
+}
+
+std::string Ostrel::environmentString() const {
+  return std::string("PROD-") + (impl_->_environment.isSandbox() ? "SANDBOX" : "RELEASE");
+}
+
+void Ostrel::setDistributionGroup(const std::string& distributionGroup) {
+  impl_->_connetionBuilder->setDistributionGroup(distributionGroup);
+}
+
+void Ostrel::unSetDistributionGroup() {
+  impl_->_connetionBuilder->setDistributionGroup(std::nullopt);
+}
+
+}  // namespace ostrel

@@ -1,0 +1,40 @@
+#pragma once
+// What the facade owns. The fields keep the system's names; a component that is
+// absent makes the operations that need it fail with OstrelNotInitialized.
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "core/ostrel_configuration.h"
+#include "core/ostrel_environment.h"
+#include "ostrel/ostrel.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel {
+
+class OLStatus;
+class OLQueueManager;
+
+class OstrelFacadeImpl {
+ public:
+  OstrelFacadeImpl(std::string secret, OstrelEnvironment environment)
+      : _environment(environment), _secret(std::move(secret)) {}
+
+  std::shared_ptr<OLStatus> _ostrelStatus;
+  std::shared_ptr<OLQueueManager> eventManager;
+  OstrelEnvironment _environment;
+  OstrelConfiguration _conf;
+  std::string _secret;
+  std::shared_ptr<ConnectorBuilder> _connetionBuilder;
+  std::shared_ptr<OLPushManager> pushManager;
+  std::shared_ptr<OLPaymentManager> paymentManager;
+  std::shared_ptr<OLIdentityManager> identityManager;
+  // Guards the managers created on first request.
+  std::mutex managersMutex;
+};
+
+// The errors of a missing component.
+OLError missingInternalStatus();
+OLError missingEventQueueManager();
+
+}  // namespace ostrel

@@ -1,0 +1,63 @@
+#include <gtest/gtest.h>
+
+#include "ostrel/ostrel.h"
+#include "support/test_platform.h"
+
+namespace ostrel {
+namespace {
+
+// One test walks the singleton's whole life, since it cannot be torn down.
+TEST(FacadeSingletonTest, LifeOfTheSharedInstance) {
+  test::TestPlatform platform;
+  auto before = Ostrel::getSharedInstance();
+  ASSERT_FALSE(before);
+  EXPECT_TRUE(before.error().is(LocalErrorCodes::OstrelNotInitialized,
+                                "Must call getSharedInstanceWithConfig first"));
+
+  auto created =
+      Ostrel::getSharedInstanceWithConfig("app_secret", nullptr, std::nullopt, platform.platform());
+  ASSERT_TRUE(created) << created.error().description();
+  EXPECT_EQ((*created)->environmentString(), "PROD-SANDBOX");
+
+  auto again = Ostrel::getSharedInstanceWithConfig("app_secret");
+  ASSERT_FALSE(again);
+  EXPECT_TRUE(again.error().is(LocalErrorCodes::OstrelInitializationError,
+                               "Ostrel Already Initialized. Must call getSharedInstance"));
+
+  auto shared = Ostrel::getSharedInstance();
+  ASSERT_TRUE(shared);
+  EXPECT_EQ(shared->get(), created->get());
+}
+
+TEST(FacadeSingletonTest, VersionAndEnvironment) {
+  EXPECT_EQ(Ostrel::versionString(), "v4.1.1 7f9b2c0 2021-04-30T16:40:40+0200");
+  EXPECT_EQ(Ostrel::buildNumber, 615);
+  test::TestPlatform platform;
+  auto release = Ostrel::makeUnshared("secret", nullptr, std::nullopt, platform.platform());
+  ASSERT_TRUE(release);
+  EXPECT_EQ((*release)->environmentString(), "PROD-RELEASE");
+}
+
+TEST(FacadeSingletonTest, MissingComponentsAreReported) {
+  test::TestPlatform platform;
+  auto made = Ostrel::makeUnshared("secret", nullptr, std::nullopt, platform.platform());
+  ASSERT_TRUE(made);
+  Ostrel& o = **made;
+  const std::string status = "Ostrel not initialized. Missing internal status";
+  const std::string queue = "Ostrel not initialized. Missing Event Queue Manager";
+  auto expect = [](const OLError& e, const std::string& message) {
+    EXPECT_TRUE(e.is(LocalErrorCodes::OstrelNotInitialized, message)) << e.description();
+  };
+  if (auto r = o.getUserToken(); !r) expect(r.error(), status);
+  if (auto r = o.getSessionId(); !r) expect(r.error(), status);
+  if (auto r = o.getLoginBuilder(); !r) expect(r.error(), status);
+  if (auto r = o.sendEvent("name"); !r) expect(r.error(), queue);
+  if (auto r = o.flowBegin("name"); !r) expect(r.error(), queue);
+  if (auto r = o.isAnalyticFlowBegun(); !r) expect(r.error(), queue);
+  o.flushEvents([&](std::optional<OLError> e, std::optional<Json>) {
+    if (e) expect(*e, queue);
+  });
+}
+
+}  // namespace
+}  // namespace ostrel

@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <set>
+#include <thread>
+
+#include "platform/defaults.h"
+#include "support/test_platform.h"
+
+namespace ostrel::platform {
+namespace {
+
+mode_t modeOf(const std::string& path) {
+  struct stat st;
+  if (::stat(path.c_str(), &st) != 0) return 0;
+  return st.st_mode & 0777;
+}
+
+TEST(PosixFileSystemTest, PrivateFoldersAtomicWritesAndListing) {
+  test::TempDir dir;
+  auto files = makePosixFileSystem(dir.path() + "/Ostrel");
+  const std::string store = files->storageRoot() + "/Store/Sub";
+  ASSERT_TRUE(files->createDirectories(store));
+  EXPECT_EQ(modeOf(files->storageRoot()), 0700u);
+  EXPECT_EQ(modeOf(store), 0700u);
+  ASSERT_TRUE(files->writeFileAtomic(store + "/a", std::string("\0bytes\xff", 7)));
+  EXPECT_EQ(modeOf(store + "/a"), 0600u);
+  EXPECT_EQ(*files->readFile(store + "/a"), std::string("\0bytes\xff", 7));
+  EXPECT_EQ(*files->fileSize(store + "/a"), 7u);
+  ASSERT_TRUE(files->writeFileAtomic(store + "/a", "replaced"));
+  EXPECT_EQ(*files->readFile(store + "/a"), "replaced");
+
+  // A leftover of an interrupted write is not an entry.
+  ASSERT_TRUE(files->writeFileAtomic(store + "/.tmp-1-1", "half"));
+  auto names = *files->listDirectory(store);
+  EXPECT_EQ(names, std::vector<std::string>{"a"});
+
+  EXPECT_TRUE(files->remove(store + "/a"));
+  EXPECT_TRUE(files->remove(store + "/a")) << "missing is no error";
+  EXPECT_FALSE(files->readFile(store + "/a"));
+  EXPECT_TRUE(files->removeAll(files->storageRoot() + "/Store"));
+  EXPECT_FALSE(files->exists(store));
+  auto missing = files->listDirectory(store);
+  ASSERT_FALSE(missing);
+  EXPECT_TRUE(missing.error().is(LocalErrorCodes::StorageError));
+  EXPECT_NE(missing.error().underlyingError(), nullptr);
+}
+
+TEST(PosixFileSystemTest, ConcurrentWritersNeverLeaveAPartialFile) {
+  test::TempDir dir;
+  auto files = makePosixFileSystem(dir.path());
+  const std::string path = dir.path() + "/shared";
+  std::vector<std::thread> writers;
+  for (int t = 0; t < 4; ++t) {
+    writers.emplace_back([&, t] {
+      for (int i = 0; i < 100; ++i)
+        ASSERT_TRUE(files->writeFileAtomic(path, std::string(4096, 'a' + t)));
+    });
+  }
+  for (auto& w : writers) w.join();
+  auto content = *files->readFile(path);
+  ASSERT_EQ(content.size(), 4096u);
+  EXPECT_EQ(std::count(content.begin(), content.end(), content[0]), 4096);
+  EXPECT_EQ(files->listDirectory(dir.path())->size(), 1u);
+}
+
+TEST(StorageRootTest, EnvironmentRules) {
+  ::setenv("OSTREL_STORAGE_DIR", "/x/custom", 1);
+  EXPECT_EQ(defaultStorageRoot(), "/x/custom");
+  ::unsetenv("OSTREL_STORAGE_DIR");
+  ::setenv("XDG_DATA_HOME", "/x/data", 1);
+  EXPECT_EQ(defaultStorageRoot(), "/x/data/Ostrel");
+  ::unsetenv("XDG_DATA_HOME");
+  ::setenv("HOME", "/home/u", 1);
+  EXPECT_EQ(defaultStorageRoot(), "/home/u/.local/share/Ostrel");
+}
+
+TEST(CryptoTest, Base64AndRandom) {
+  auto crypto = makeOpenSslCrypto();
+  struct Case {
+    std::string raw, encoded;
+  };
+  const Case cases[] = {
+      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {std::string("\0\xff", 2), "AP8="}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(crypto->base64Encode(c.raw), c.encoded);
+    EXPECT_EQ(crypto->base64Decode(c.encoded), c.raw);
+  }
+  EXPECT_FALSE(crypto->base64Decode("Zm9"));
+  EXPECT_FALSE(crypto->base64Decode("Z!9v"));
+  EXPECT_EQ(crypto->randomBytes(33).size(), 33u);
+  std::set<uint32_t> seen;
+  for (int i = 0; i < 2000; ++i) {
+    uint32_t v = crypto->randomUniform(94);
+    ASSERT_LT(v, 94u);
+    seen.insert(v);
+  }
+  EXPECT_EQ(seen.size(), 94u) << "every value is drawn";
+}
+
+}  // namespace
+}  // namespace ostrel::platform

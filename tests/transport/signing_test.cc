@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+
+#include "platform/runtime.h"
+#include "support/test_platform.h"
+#include "transport/connector_builder.h"
+#include "transport/hash.h"
+#include "transport/ol_connector.h"
+
+namespace ostrel {
+namespace {
+
+// HMAC-SHA1 of a file's bytes by the openssl command line, as lower-case hex.
+std::string opensslHmacSha1(const std::string& key, const std::string& message,
+                            const std::string& dir) {
+  const std::string file = dir + "/message.bin";
+  std::ofstream(file, std::ios::binary | std::ios::trunc) << message;
+  std::string cmd = "openssl dgst -sha1 -mac HMAC -macopt hexkey:" + hexString(key) + " -r " + file;
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(cmd.c_str(), "r"), ::pclose);
+  if (!pipe) return "";
+  std::array<char, 256> buf{};
+  std::string out;
+  while (std::fgets(buf.data(), buf.size(), pipe.get())) out += buf.data();
+  return out.substr(0, 40);
+}
+
+TEST(SigningTest, PublishedHmacSha1Vectors) {
+  test::TestPlatform platform;
+  // RFC 2202 test cases 1, 2 and 6.
+  EXPECT_EQ(hmacHex(CryptoAlgorithm::SHA1, std::string(20, '\x0b'), "Hi There"),
+            "b617318655057264e28bc0b6fb378c8ef146be00");
+  EXPECT_EQ(hmacHex(CryptoAlgorithm::SHA1, "Jefe", "what do ya want for nothing?"),
+            "effcdf6ae5eb2fa2d27416d5f184df9c259a7c79");
+  EXPECT_EQ(hmacHex(CryptoAlgorithm::SHA1, std::string(80, '\xaa'),
+                    "Test Using Larger Than Block-Size Key - Hash Key First"),
+            "aa4ae5e15272d00e95705637ce8a3b55ed402112");
+  EXPECT_EQ(sha1Hex("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+  for (auto alg : {CryptoAlgorithm::MD5, CryptoAlgorithm::SHA1, CryptoAlgorithm::SHA224,
+                   CryptoAlgorithm::SHA256, CryptoAlgorithm::SHA384, CryptoAlgorithm::SHA512}) {
+    EXPECT_EQ(hmacBytes(alg, "k", "m").size(), digestLength(alg));
+  }
+}
+
+TEST(SigningTest, SignatureMatchesAnIndependentHmac) {
+  test::TestPlatform platform;
+  test::TempDir dir;
+  struct Case {
+    std::string secret, endpoint, body, query, timestamp;
+  };
+  const Case cases[] = {
+      {"s3cr3t", "client.ostrel.io/events/track_bulk", "[{\"a\":1}]", "", "1700000000"},
+      {"app_sandbox", "auth.ostrel.io/login/direct/email/login", "", "", "1"},
+      {"k", "client.ostrel.test/push/registration", "{\"é\":\"ü\"}", "q=1", "1700000001"},
+      {"\x01\x02", "h/p", "", "", "0"},
+  };
+  for (const auto& c : cases) {
+    std::string expected = opensslHmacSha1(
+        c.secret, c.endpoint + "|POST|" + c.body + "|" + c.query + "|" + c.timestamp, dir.path());
+    ASSERT_EQ(expected.size(), 40u) << "openssl command line failed";
+    EXPECT_EQ(OLConnector::getImeldStr(c.secret, c.endpoint, "POST", c.body, c.query, c.timestamp),
+              expected);
+  }
+}
+
+TEST(SigningTest, AuthorizationHeaderWithAndWithoutGroup) {
+  EXPECT_EQ(OLConnector::authorizationHeader("app", std::nullopt, "abc", "17"),
+            "iMeld application_id=\"app\", platform=\"iOS\", signature=\"abc\", "
+            "version=\"2.1\", timestamp=\"17\"");
+  EXPECT_EQ(OLConnector::authorizationHeader("app", std::string("beta"), "abc", "17"),
+            "iMeld application_id=\"app\", platform=\"iOS\", group=\"beta\" , signature=\"abc\", "
+            "version=\"2.1\", timestamp=\"17\"");
+}
+
+TEST(SigningTest, TimestampIsRoundedWholeSeconds) {
+  EXPECT_EQ(OLConnector::timestampText(1700000000.6), "1700000001");
+  EXPECT_EQ(OLConnector::timestampText(1700000000.4), "1700000000");
+  EXPECT_EQ(OLConnector::timestampText(0), "0");
+}
+
+class HeadersTest : public ::testing::Test {
+ protected:
+  test::TestPlatform platform_;
+  OLConnector connector_ =
+      ConnectorBuilder("app", "secret", false, false, false, 15).buildConnector();
+
+  std::string header(const platform::HttpRequest& r, const std::string& name) {
+    for (const auto& [k, v] : r.headers) {
+      if (k == name) return v;
+    }
+    return "<none>";
+  }
+};
+
+TEST_F(HeadersTest, SignsHostAndPathWithoutSchemePortOrQuery) {
+  platform_.clock().set(1700000000.6);
+  struct Case {
+    std::optional<std::string> body;
+    std::string signedBody;
+    std::string length;
+  };
+  const Case cases[] = {
+      {std::nullopt, "", "0"},
+      {std::string("{\"a\":1}"), "{\"a\":1}", "7"},
+      {std::string("\xff\xfe{}"), "", "4"},  // not UTF-8: sent as is, signed as empty
+  };
+  for (const auto& c : cases) {
+    platform::HttpRequest r;
+    r.url = "https://client.ostrel.io:8443/events/track_bulk?x=1";
+    r.method = "POST";
+    connector_.addHeadersToRequest(r, std::nullopt, c.body);
+    EXPECT_EQ(header(r, "Content-Length"), c.length);
+    EXPECT_EQ(r.body, c.body.value_or(""));
+    std::string sig = OLConnector::getImeldStr("secret", "client.ostrel.io/events/track_bulk",
+                                               "POST", c.signedBody, "", "1700000001");
+    EXPECT_EQ(header(r, "Authorization"),
+              OLConnector::authorizationHeader("app", std::nullopt, sig, "1700000001"));
+  }
+}
+
+TEST_F(HeadersTest, EmptyBodyAndQueryLeaveThreeSeparatorsInARow) {
+  std::string manual = hmacHex(CryptoAlgorithm::SHA1, "secret", "h/p|POST|||5");
+  EXPECT_EQ(OLConnector::getImeldStr("secret", "h/p", "POST", "", "", "5"), manual);
+}
+
+TEST_F(HeadersTest, DistributionGroupIsPersistedAndReadAtRequestTime) {
+  ConnectorBuilder builder("app", "secret", false, false, false, 15);
+  OLConnector connector = builder.buildConnector();
+  builder.setDistributionGroup(std::string("beta"));
+  platform::HttpRequest r;
+  r.url = "https://client.ostrel.io/v1/rich";
+  connector.addHeadersToRequest(r, std::nullopt, std::nullopt);
+  EXPECT_NE(header(r, "Authorization").find("group=\"beta\" , signature="), std::string::npos);
+
+  // A new builder (a restart) finds the group in the settings.
+  EXPECT_EQ(ConnectorBuilder("app", "secret", false, false, false, 15).distributionGroup(), "beta");
+  builder.setDistributionGroup(std::nullopt);
+  EXPECT_FALSE(ConnectorBuilder("app", "secret", false, false, false, 15).distributionGroup());
+  platform::HttpRequest r2;
+  r2.url = r.url;
+  connector.addHeadersToRequest(r2, std::nullopt, std::nullopt);
+  EXPECT_EQ(header(r2, "Authorization").find("group="), std::string::npos);
+}
+
+}  // namespace
+}  // namespace ostrel

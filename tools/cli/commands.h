@@ -1,0 +1,11 @@
+#pragma once
+#include <string>
+#include <vector>
+
+namespace ostrel::cli {
+
+// Each sub-command answers the process exit status: 0 success, 1 an OLError, 2 bad arguments.
+int runSign(const std::vector<std::string>& argv);
+int runSend(const std::vector<std::string>& argv);
+
+}  // namespace ostrel::cli

@@ -1,0 +1,50 @@
+// ostrel-cli: a developer's companion to the library.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "args.h"
+#include "commands.h"
+#include "platform/defaults.h"
+#include "platform/runtime.h"
+
+namespace {
+
+void printHelp() {
+  std::printf(
+      "usage: ostrel-cli <command> [options]\n"
+      "  sign --secret S --app-id A [--group G] --url URL --timestamp T [--body-file F]\n"
+      "      prints the Authorization header of a POST of that body to that URL\n"
+      "  send --secret S --app-id A [--group G] --endpoint NAME [--body JSON | --body-file F]\n"
+      "       [--sandbox] [--dev]\n"
+      "      sends one request to the deployment and prints the status and reply\n"
+      "The deployment follows OSTREL_SERVICE_DOMAIN, OSTREL_SERVICE_SCHEME, OSTREL_CONNECT_TO\n"
+      "and OSTREL_CA_FILE.\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> rest(argv + 1, argv + argc);
+  if (rest.empty()) return ostrel::cli::usageError("missing command");
+  const std::string command = rest.front();
+  rest.erase(rest.begin());
+  if (command == "help" || command == "--help") {
+    printHelp();
+    return 0;
+  }
+  // Console lines of the library go to stderr, so stdout carries only the answer.
+  class StderrSink : public ostrel::platform::LogSink {
+   public:
+    void write(std::string_view line) override {
+      std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
+    }
+  };
+  ostrel::Platform platform;
+  platform.log = std::make_shared<StderrSink>();
+  ostrel::runtime::install(platform);
+
+  if (command == "sign") return ostrel::cli::runSign(rest);
+  if (command == "send") return ostrel::cli::runSend(rest);
+  return ostrel::cli::usageError("unknown command " + command);
+}
