@@ -1,0 +1,29 @@
+#pragma once
+// The names of the notifications the library posts and observes.
+#include <string_view>
+
+#include "core/notification_center.h"
+
+namespace ostrel {
+
+enum class OLNotification {
+  UserLoginStateChanged,
+  AnalyticEventAdded,
+  AnalyticEventsFlushed,
+  PushNotificationReceived,
+  UIApplicationWillTerminateNotification,
+  UIApplicationDidFinishLaunchingNotification,
+};
+
+std::string_view rawValue(OLNotification notification);
+
+// Registers a callback under an observer name, for one sender when given.
+uint64_t addNamedObserver(OLNotification notification, const std::string& name,
+                          const void* senderObject, NotificationCallback callback);
+// Removes the observers registered under that observer name.
+void clearObserver(OLNotification notification, const std::string& name);
+// Posts the notification with an optional sender, carried object and information.
+void notify(OLNotification notification, const void* object = nullptr, Json info = nullptr,
+            std::any carried = {});
+
+}  // namespace ostrel
