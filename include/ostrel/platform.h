@@ -7,6 +7,7 @@
 #include "ostrel/platform/file_system.h"
 #include "ostrel/platform/http_client.h"
 #include "ostrel/platform/key_value_store.h"
+#include "ostrel/platform/life_cycle.h"
 #include "ostrel/platform/log_sink.h"
 #include "ostrel/platform/scheduler.h"
 
@@ -22,6 +23,7 @@ struct Platform {
   std::shared_ptr<platform::KeyValueStore> settings;
   std::shared_ptr<platform::LogSink> log;
   std::shared_ptr<platform::Scheduler> scheduler;
+  std::shared_ptr<platform::AppLifeCycle> lifeCycle;
   Deployment deployment = Deployment::fromEnvironment();
 
   // The defaults for this machine (Linux/desktop): libcurl, OpenSSL, the storage
