@@ -1,0 +1,60 @@
+#include "core/session_id.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "core/ol_utils.h"
+#include "support/test_platform.h"
+#include "transport/hash.h"
+
+namespace ostrel {
+namespace {
+
+TEST(OLUtilsTest, RandomStringsDrawFromThePrintableCharset) {
+  test::TestPlatform platform;
+  ASSERT_EQ(OLUtils::charset().size(), 94u);
+  EXPECT_EQ(OLUtils::charset().front(), "!");
+  EXPECT_EQ(OLUtils::charset().back(), "~");
+  EXPECT_EQ(OLUtils::generateRandomString(0), "");
+  std::set<char> seen;
+  for (int i = 0; i < 100; ++i) {
+    std::string s = OLUtils::generateRandomString(40);
+    ASSERT_EQ(s.size(), 40u);
+    for (char c : s) {
+      ASSERT_GE(c, 33);
+      ASSERT_LE(c, 126);
+      seen.insert(c);
+    }
+  }
+  EXPECT_EQ(seen.size(), 94u);
+}
+
+TEST(SessionIdTest, FormatIsRandomPrefixAndItsDigestWithTheDevice) {
+  test::TestPlatform platform;
+  SessionId id(1800, "device-1");
+  std::string v = id.value();
+  ASSERT_EQ(v.size(), 52u);
+  std::string prefix = v.substr(0, 12), digest = v.substr(12);
+  for (char c : prefix) EXPECT_TRUE(c >= 33 && c <= 126);
+  EXPECT_EQ(digest, sha1Hex(prefix + "device-1"));
+  EXPECT_EQ(digest.find_first_not_of("0123456789abcdef"), std::string::npos);
+  id.reset();
+  EXPECT_NE(id.value(), v);
+}
+
+TEST(SessionIdTest, ExpiresStrictlyAfterLastUpdatePlusExpiry) {
+  test::TestPlatform platform;
+  platform.clock().set(1000);
+  SessionId id(1800, "d");
+  EXPECT_EQ(id.lastUpdate(), 1000);
+  platform.clock().set(2800);
+  EXPECT_FALSE(id.isExpired()) << "exactly at the limit the session holds";
+  platform.clock().set(2800.001);
+  EXPECT_TRUE(id.isExpired());
+  id.setLastUpdate(2800);
+  EXPECT_FALSE(id.isExpired());
+}
+
+}  // namespace
+}  // namespace ostrel
