@@ -1,0 +1,175 @@
+// The connector against a real HTTPS server on loopback.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "platform/defaults.h"
+#include "platform/runtime.h"
+#include "support/loopback_server.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel {
+namespace {
+
+struct Answer {
+  std::optional<OLError> error;
+  int64_t status = -1;
+  std::optional<Json> body;
+};
+
+class ConnectorHttpsTest : public ::testing::Test {
+ protected:
+  void SetUp() override { runtime::install(server_.platformFor(platform_)); }
+  // Dropping the client closes its kept-alive connections before the server stops.
+  void TearDown() override { runtime::install(platform_.platform()); }
+
+  Answer send(OstrelAPIEndpoint endpoint, const Json& body, int64_t timeout = 15) {
+    ConnectorBuilder builder("app-id", "secret", false, false, false, timeout,
+                             runtime::deployment());
+    std::promise<Answer> done;
+    builder.buildConnector().send(endpoint, body,
+                                  [&](std::optional<OLError> e, int64_t s, std::optional<Json> b) {
+                                    done.set_value(Answer{std::move(e), s, std::move(b)});
+                                  });
+    auto f = done.get_future();
+    EXPECT_EQ(f.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    return f.get();
+  }
+
+  test::TestPlatform platform_;
+  test::LoopbackServer server_;
+};
+
+TEST_F(ConnectorHttpsTest, SendsTheExactSignedRequest) {
+  platform_.clock().set(1700000000.2);
+  server_.setHandler([](const httplib::Request&, httplib::Response& res) {
+    res.set_content("{\"session_token\":\"O_1\"}", "application/json");
+  });
+  Json body = {{"email", "a@b.c"}, {"password", "pw"}};
+  auto answer = send(OstrelAPIEndpoint::EmailLogin, body);
+  ASSERT_FALSE(answer.error) << answer.error->description();
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_EQ(answer.body, (Json{{"session_token", "O_1"}}));
+
+  auto received = server_.received();
+  ASSERT_EQ(received.size(), 1u);
+  const auto& r = received[0];
+  EXPECT_EQ(r.method, "POST");
+  EXPECT_EQ(r.path, "/login/direct/email/login");
+  EXPECT_EQ(r.host, "auth.ostrel.test");
+  EXPECT_EQ(r.body, dumpJson(body));
+  EXPECT_EQ(r.header("Content-Length"), std::to_string(r.body.size()));
+  EXPECT_EQ(r.header("Content-Type"), "application/json");
+  EXPECT_EQ(r.header("Accept"), "application/json");
+  std::string signature = OLConnector::getImeldStr(
+      "secret", "auth.ostrel.test/login/direct/email/login", "POST", r.body, "", "1700000000");
+  EXPECT_EQ(r.header("Authorization"),
+            OLConnector::authorizationHeader("app-id", std::nullopt, signature, "1700000000"));
+}
+
+TEST_F(ConnectorHttpsTest, RepliesTheLibraryMustDecode) {
+  struct Case {
+    int status;
+    std::string body;
+    std::string contentType;
+    std::string expected;  // description of the error, or the dumped body on success
+  };
+  const Case cases[] = {
+      {200, "OK", "text/plain", R"({"__parsed_string__":"OK"})"},
+      {200, std::string("\xff\xfe\x01", 3), "application/octet-stream",
+       R"({"__parsed_hex__":"fffe01"})"},
+      {500, R"({"error":{"code":"BOOM","message":"down"}})", "application/json",
+       "Ostrel Error [BOOM/500]: down (extra: nil"},
+      {503, "", "text/plain",
+       "ConnectionValidationError: Unexpected Null body in a HTTP 503 error (error: nil) (extra: "
+       "Optional([\"body\": \"nil\", \"statusCode\": 503]))"},
+      {404, "<html>nope</html>", "text/html", "Ostrel Error [HTTP 404/404]: unknown (extra: nil"},
+  };
+  for (const auto& c : cases) {
+    server_.setHandler([&](const httplib::Request&, httplib::Response& res) {
+      res.status = c.status;
+      res.set_content(c.body, c.contentType.c_str());
+    });
+    auto answer = send(OstrelAPIEndpoint::UserInfo, Json{{"user_id", "A_1"}});
+    EXPECT_EQ(answer.status, c.status);
+    if (answer.error) {
+      EXPECT_EQ(answer.error->description(), c.expected);
+    } else {
+      ASSERT_TRUE(answer.body);
+      EXPECT_EQ(dumpJson(*answer.body), c.expected);
+    }
+  }
+}
+
+TEST_F(ConnectorHttpsTest, ReplyReachedThroughARedirectOutsideTheDomainIsAWarning) {
+  server_.setHandler([](const httplib::Request& req, httplib::Response& res) {
+    if (req.get_header_value("Host") == "operator.mno.test") {
+      res.set_content("<html>operator</html>", "text/html");
+    } else {
+      res.status = 307;
+      res.set_header("Location", "https://operator.mno.test/recognise");
+    }
+  });
+  auto answer = send(OstrelAPIEndpoint::MSISDNUR, Json::object());
+  ASSERT_TRUE(answer.error);
+  EXPECT_TRUE(answer.error->is(LocalErrorCodes::ConnectionDomainWarning,
+                               "Response is not coming from ostrel.test domain"));
+  EXPECT_EQ((*answer.error->extra())["response"]["__parsed_string__"], "<html>operator</html>");
+  EXPECT_EQ((*answer.error->extra())["statusCode"], 200);
+  EXPECT_TRUE(
+      platform_.log().contains("Connection came from URL https://operator.mno.test/recognise"));
+}
+
+TEST_F(ConnectorHttpsTest, TimeOutIsAConnectionError) {
+  server_.setHandler([](const httplib::Request&, httplib::Response& res) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    res.set_content("{}", "application/json");
+  });
+  auto answer = send(OstrelAPIEndpoint::UserInfo, Json{{"user_id", "A_1"}}, /*timeout=*/1);
+  ASSERT_TRUE(answer.error);
+  EXPECT_TRUE(
+      answer.error->is(LocalErrorCodes::ConnectionError, "Error on Ostrel Server Response"));
+  EXPECT_EQ(answer.status, 0);
+  ASSERT_NE(answer.error->underlyingError(), nullptr);
+}
+
+TEST_F(ConnectorHttpsTest, InvalidBodyNeverLeavesTheDevice) {
+  auto answer = send(OstrelAPIEndpoint::UserInfo, Json::object());
+  ASSERT_TRUE(answer.error);
+  EXPECT_TRUE(
+      answer.error->is(LocalErrorCodes::ConnectionValidationError, "Missing User Token (user_id)"));
+  EXPECT_TRUE(server_.received().empty());
+}
+
+TEST(ConnectorTransportTest, RefusedConnectionAndUntrustedCertificate) {
+  test::TestPlatform platform;
+  test::LoopbackServer server;
+  struct Case {
+    std::string connectTo;
+    std::optional<std::string> caFile;
+  };
+  const Case cases[] = {
+      {"127.0.0.1:1", server.caFile()},    // nobody listens there
+      {server.connectTo(), std::nullopt},  // the test CA is not trusted
+  };
+  for (const auto& c : cases) {
+    Platform p = platform.platform();
+    p.deployment.domain = "ostrel.test";
+    p.http = platform::makeCurlHttpClient(NetworkOverrides{c.connectTo, c.caFile});
+    runtime::install(p);
+    std::promise<std::optional<OLError>> done;
+    ConnectorBuilder("a", "s", false, false, false, 5, p.deployment)
+        .buildConnector()
+        .send(OstrelAPIEndpoint::RichPush, Json::object(),
+              [&](std::optional<OLError> e, int64_t, std::optional<Json>) { done.set_value(e); });
+    auto error = done.get_future().get();
+    ASSERT_TRUE(error) << c.connectTo;
+    EXPECT_TRUE(error->is(LocalErrorCodes::ConnectionError, "Error on Ostrel Server Response"));
+  }
+  EXPECT_TRUE(server.received().empty());
+}
+
+}  // namespace
+}  // namespace ostrel
