@@ -1,0 +1,24 @@
+#pragma once
+// Lets a bag take part in the archive of the object that holds it.
+#include <memory>
+
+#include "archive/keyed_archive.h"
+#include "ostrel/ol_simple_object.h"
+
+namespace ostrel {
+
+class SimpleObjectArchive : public Archivable {
+ public:
+  explicit SimpleObjectArchive(const OLSimpleObject& object) : object_(object) {}
+  std::string archiveClassName() const override { return OLSimpleObject::kArchiveClassName; }
+  void encode(ArchiveWriter& writer) const override { object_.encode(writer); }
+
+ private:
+  const OLSimpleObject& object_;
+};
+
+// The bag stored under `key`, or nothing when it is absent or no longer valid.
+std::shared_ptr<OLSimpleObject> decodeSimpleObject(const ArchiveReader& reader,
+                                                   std::string_view key);
+
+}  // namespace ostrel

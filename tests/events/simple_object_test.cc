@@ -1,0 +1,166 @@
+#include "ostrel/ol_simple_object.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "archive/keyed_archive.h"
+#include "events/grapheme.h"
+#include "events/simple_object_archive.h"
+
+namespace ostrel {
+namespace {
+
+std::string repeat(const std::string& unit, int n) {
+  std::string out;
+  for (int i = 0; i < n; ++i) out += unit;
+  return out;
+}
+
+std::shared_ptr<OLSimpleObject> empty() {
+  return OLSimpleObject::fromDictionary(Json::object());
+}
+
+TEST(GraphemeTest, CountsUserPerceivedCharacters) {
+  const std::string family =
+      "\xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x91\xA7";
+  const std::string flag = "\xF0\x9F\x87\xAE\xF0\x9F\x87\xB9";  // two regional indicators
+  const std::string eAcute = "e\xCC\x81";                       // e + combining accent
+  struct Case {
+    std::string text;
+    std::size_t clusters;
+  };
+  const Case cases[] = {{"", 0},           {"abc", 3},  {family, 1},    {flag + flag, 2},
+                        {eAcute + "x", 2}, {"\r\n", 1}, {"\xff\xfe", 2}};
+  for (const auto& c : cases) EXPECT_EQ(graphemeCount(c.text), c.clusters) << c.text;
+  EXPECT_EQ(truncateGraphemes(family + family + "z", 2), family + family);
+  EXPECT_EQ(utf16Length("a\xF0\x9F\x98\x80"), 3u);
+}
+
+TEST(SimpleObjectTest, TextsAreCutSilentlyTo2048Characters) {
+  const std::string family =
+      "\xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x91\xA7";
+  struct Case {
+    std::string value;
+    std::string stored;
+  };
+  const Case cases[] = {
+      {std::string(2048, 'a'), std::string(2048, 'a')},
+      {std::string(2049, 'a'), std::string(2048, 'a')},
+      {repeat("\xC3\xA9", 2049), repeat("\xC3\xA9", 2048)},
+  };
+  for (const auto& c : cases) {
+    auto bag = empty();
+    ASSERT_TRUE(bag->setString("k", c.value));
+    EXPECT_EQ(std::get<std::string>(*bag->get("k")), c.stored);
+  }
+  // 2048 emoji of several code points each are 2048 characters: stored whole
+  // (when the size rule allows: the family emoji takes 18 bytes, so use a flag bag check).
+  auto clusters = OLSimpleObject::getCheckedProperty("k", Json(repeat(family, 2049)));
+  ASSERT_TRUE(clusters);
+  EXPECT_EQ(graphemeCount(std::get<std::string>(*clusters)), 2048u);
+  EXPECT_EQ(std::get<std::string>(*clusters), repeat(family, 2048));
+}
+
+TEST(SimpleObjectTest, SizeRuleCountsTheOldValueOfAReplacedKey) {
+  auto bag = empty();
+  ASSERT_TRUE(bag->setString("a", std::string(2045, 'x')));
+  ASSERT_TRUE(bag->setString("b", std::string(2045, 'x')));
+  ASSERT_TRUE(bag->setString("c", std::string(2045, 'x')));
+  ASSERT_TRUE(bag->setString("d", std::string(2045, 'x')));
+  // The final bag would be small, but the old "a" still counts while measuring.
+  auto replaced = bag->setString("a", std::string(2045, 'y'));
+  ASSERT_FALSE(replaced);
+  EXPECT_TRUE(
+      replaced.error().is(LocalErrorCodes::SimpleObjectCreationError, "Size Exceeded Maximum"));
+  const Json& extra = *replaced.error().extra();
+  EXPECT_EQ(extra["MAX_SO_SIZE"], 10240);
+  EXPECT_EQ(extra["actual_size"], bag->length());
+  EXPECT_GT(extra["actual_size"].get<int64_t>() + extra["property_size"].get<int64_t>(), 10240);
+  EXPECT_EQ(std::get<std::string>(*bag->get("a")), std::string(2045, 'x')) << "left unchanged";
+  EXPECT_LE(bag->length(), 10240u);
+}
+
+TEST(SimpleObjectTest, CreationFromMapsAndText) {
+  struct Case {
+    std::string json;
+    bool accepted;
+  };
+  const Case cases[] = {
+      {"{}", true},
+      {R"({"a": 1, "b": null, "c": "t", "d": 1.5, "e": true})", true},
+      {R"({"a": [1, 2]})", false},
+      {R"({"a": {"b": 1}})", false},
+      {"[1]", false},
+      {"\"text\"", false},
+      {"{\"a\": 1", false},
+      {"{\"a\": \"\xff\"}", false},
+      {R"({"a": "\ud800"})", false},  // lone surrogate
+      {std::string(100000, '[') + std::string(100000, ']'), false},
+      {"{\"k\": \"" + std::string(12000, 'z') + "\"}", true},  // cut to 2048 first
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(OLSimpleObject::fromJSONString(c.json) != nullptr, c.accepted)
+        << c.json.substr(0, 40);
+  }
+  auto bag = OLSimpleObject::fromJSONString(R"({"a": 1, "b": null})");
+  ASSERT_TRUE(bag);
+  EXPECT_EQ(bag->properties().size(), 2u);
+  EXPECT_EQ(*bag->get("b"), SimpleValue(SimpleNull{}));
+  EXPECT_EQ(*bag->toJSONString(), R"({"a":1,"b":null})");
+  EXPECT_EQ(empty()->description(), "{}");
+  EXPECT_FALSE(OLSimpleObject::fromDictionary(Json{{"n", std::nan("")}}));
+  EXPECT_FALSE(
+      OLSimpleObject::fromDictionary(Json{{"n", std::numeric_limits<double>::infinity()}}));
+  Json many = Json::object();
+  for (int i = 0; i < 3000; ++i) many["key" + std::to_string(i)] = i;
+  EXPECT_FALSE(OLSimpleObject::fromDictionary(many)) << "over the size limit";
+}
+
+TEST(SimpleObjectTest, RefusedSettersLeaveTheBagUnchanged) {
+  auto bag = empty();
+  ASSERT_TRUE(bag->setInt("i", 1));
+  for (auto result : {bag->setDouble("i", std::nan("")), bag->setString("i", "\xc3"),
+                      bag->setFloat("i", std::numeric_limits<float>::infinity())}) {
+    ASSERT_FALSE(result);
+    EXPECT_TRUE(result.error().is(LocalErrorCodes::SimpleObjectCreationError));
+  }
+  EXPECT_EQ(*bag->get("i"), SimpleValue(int64_t{1}));
+  auto notSimple = OLSimpleObject::getCheckedProperty("k", Json::array({1}));
+  ASSERT_FALSE(notSimple);
+  EXPECT_EQ(notSimple.error().message(),
+            "Value is not simple! [String|Int|Float/Double|Bool|null]");
+  EXPECT_EQ(*notSimple.error().extra(), (Json{{"k", {1}}}));
+}
+
+TEST(SimpleObjectTest, ArchiveKeepsFloatAndDoubleApartAndValidatesAgain) {
+  auto bag = empty();
+  ASSERT_TRUE(bag->setFloat("f", 1.1f));
+  ASSERT_TRUE(bag->setDouble("d", 1.1));
+  ASSERT_TRUE(bag->setString("s", "x"));
+  ASSERT_TRUE(bag->setNull("n"));
+  ASSERT_TRUE(bag->setBool("b", false));
+  ASSERT_TRUE(bag->setInt("i", -3));
+  EXPECT_EQ(*bag->toJSONString(), R"({"f":1.1,"d":1.1,"s":"x","n":null,"b":false,"i":-3})");
+  auto reader = ArchiveReader::open(archivedBytes(SimpleObjectArchive(*bag)));
+  ASSERT_TRUE(reader);
+  auto back = OLSimpleObject::decode(*reader);
+  ASSERT_TRUE(back);
+  EXPECT_EQ(*back, *bag);
+  EXPECT_TRUE(std::holds_alternative<float>(*back->get("f")));
+  EXPECT_TRUE(std::holds_alternative<double>(*back->get("d")));
+
+  // A stored bag that breaks the rules today is not restored.
+  ArchiveWriter oversize(OLSimpleObject::kArchiveClassName);
+  Json big = Json::object();
+  for (int i = 0; i < 8; ++i) big["k" + std::to_string(i)] = std::string(2000, 'q');
+  oversize.encodeJson("simple_object", big);
+  EXPECT_FALSE(OLSimpleObject::decode(*ArchiveReader::open(oversize.bytes())));
+  ArchiveWriter nested(OLSimpleObject::kArchiveClassName);
+  nested.encodeJson("simple_object", Json{{"a", {1, 2}}});
+  EXPECT_FALSE(OLSimpleObject::decode(*ArchiveReader::open(nested.bytes())));
+}
+
+}  // namespace
+}  // namespace ostrel
