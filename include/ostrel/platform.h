@@ -4,6 +4,7 @@
 #include "ostrel/platform/clock.h"
 #include "ostrel/platform/crypto.h"
 #include "ostrel/platform/deployment.h"
+#include "ostrel/platform/device_facts.h"
 #include "ostrel/platform/file_system.h"
 #include "ostrel/platform/http_client.h"
 #include "ostrel/platform/key_value_store.h"
@@ -24,6 +25,7 @@ struct Platform {
   std::shared_ptr<platform::LogSink> log;
   std::shared_ptr<platform::Scheduler> scheduler;
   std::shared_ptr<platform::AppLifeCycle> lifeCycle;
+  std::shared_ptr<platform::DeviceFacts> deviceFacts;
   Deployment deployment = Deployment::fromEnvironment();
 
   // The defaults for this machine (Linux/desktop): libcurl, OpenSSL, the storage

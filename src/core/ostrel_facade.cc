@@ -1,6 +1,7 @@
 #include <atomic>
 #include <mutex>
 
+#include "core/device_information.h"
 #include "core/ostrel_facade_impl.h"
 #include "platform/runtime.h"
 
@@ -15,19 +16,6 @@ std::atomic<bool> g_initializing{false};
 
 OLError notInitialized(std::string message) {
   return OLError::LocalError(LocalErrorCodes::OstrelNotInitialized, std::move(message));
-}
-
-// The host's application identity towards the service: the installation's
-// device identifier, kept in the settings so it is stable across runs.
-std::string applicationIdentifier() {
-  static const char* kKey = "OstrelDeviceIdentifier";
-  auto& settings = runtime::settings();
-  if (auto stored = settings.get(kKey)) {
-    if (const auto* text = std::get_if<std::string>(&*stored); text && !text->empty()) return *text;
-  }
-  std::string id = hexString(runtime::crypto().randomBytes(16));
-  settings.set(kKey, id);
-  return id;
 }
 
 }  // namespace
@@ -52,10 +40,12 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
     const std::string& conf, std::shared_ptr<OLSimpleObject> /*customData*/,
     const std::optional<ExternalParameters>& dictParameters, Platform platform) {
   runtime::install(std::move(platform));
-  // A desktop build has no provisioning profile, so it never counts as a development build.
-  auto impl = std::make_unique<OstrelFacadeImpl>(conf, OstrelEnvironment(conf, false));
+  auto impl = std::make_unique<OstrelFacadeImpl>(
+      conf, OstrelEnvironment(conf, OLDeviceUtils::isDevelopmentApp()));
+  impl->_deviceInfo = std::make_shared<DeviceInformation>();
+  // The service knows the installation by its device identifier.
   impl->_connetionBuilder = std::make_shared<ConnectorBuilder>(
-      applicationIdentifier(), conf, impl->_environment.isDebug(), impl->_environment.isSandbox(),
+      impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(), impl->_environment.isSandbox(),
       impl->_environment.isDev(), impl->_conf.connectionTimeoutSecs, runtime::deployment());
   if (dictParameters) {
     for (const auto& [key, value] : *dictParameters) {

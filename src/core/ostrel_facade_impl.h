@@ -12,6 +12,7 @@
 
 namespace ostrel {
 
+class DeviceInformation;
 class OLStatus;
 class OLQueueManager;
 
@@ -26,6 +27,7 @@ class OstrelFacadeImpl {
   OstrelConfiguration _conf;
   std::string _secret;
   std::shared_ptr<ConnectorBuilder> _connetionBuilder;
+  std::shared_ptr<DeviceInformation> _deviceInfo;
   std::shared_ptr<OLPushManager> pushManager;
   std::shared_ptr<OLPaymentManager> paymentManager;
   std::shared_ptr<OLIdentityManager> identityManager;

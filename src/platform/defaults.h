@@ -19,5 +19,8 @@ std::shared_ptr<KeyValueStore> makeFileSettingsStore(std::shared_ptr<FileSystem>
                                                      std::string path);
 std::shared_ptr<LogSink> makeStdoutLogSink();
 std::shared_ptr<Scheduler> makeThreadScheduler();
+// Facts of this Linux machine; the device identifier is kept in the settings.
+std::shared_ptr<DeviceFacts> makeLinuxDeviceFacts(std::shared_ptr<KeyValueStore> settings,
+                                                  std::shared_ptr<Crypto> crypto);
 
 }  // namespace ostrel::platform

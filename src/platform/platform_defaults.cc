@@ -17,6 +17,7 @@ Platform Platform::completed() const {
         platform::makeFileSettingsStore(p.files, p.files->storageRoot() + "/settings.json");
   }
   if (!p.scheduler) p.scheduler = platform::makeThreadScheduler();
+  if (!p.deviceFacts) p.deviceFacts = platform::makeLinuxDeviceFacts(p.settings, p.crypto);
   if (!p.lifeCycle) p.lifeCycle = std::make_shared<platform::AppLifeCycle>();
   if (!p.http) p.http = platform::makeCurlHttpClient(NetworkOverrides::fromEnvironment());
   return p;

@@ -7,7 +7,12 @@
 
 namespace ostrel::platform {
 
-enum class LifeCycleEvent { DidFinishLaunching, DidEnterBackground, WillEnterForeground, WillTerminate };
+enum class LifeCycleEvent {
+  DidFinishLaunching,
+  DidEnterBackground,
+  WillEnterForeground,
+  WillTerminate
+};
 
 class AppLifeCycle {
  public:

@@ -1,0 +1,87 @@
+#include "events/name_rule.h"
+
+#define PCRE2_CODE_UNIT_WIDTH 8
+#include <pcre2.h>
+#include <utf8proc.h>
+
+#include <memory>
+#include <string_view>
+
+#include "core/fatal.h"
+#include "events/grapheme.h"
+
+namespace ostrel {
+namespace {
+
+class Pattern {
+ public:
+  Pattern(std::string_view pattern, uint32_t options) {
+    int error = 0;
+    PCRE2_SIZE offset = 0;
+    code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(),
+                          options | PCRE2_UTF | PCRE2_UCP, &error, &offset, nullptr);
+    // The patterns are constants: one that does not compile is a programming error.
+    if (code_ == nullptr) fatal("Cannot compile pattern " + std::string(pattern));
+    pcre2_jit_compile(code_, PCRE2_JIT_COMPLETE);
+  }
+  ~Pattern() { pcre2_code_free(code_); }
+
+  bool matches(std::string_view subject) const {
+    thread_local std::unique_ptr<pcre2_match_data, decltype(&pcre2_match_data_free)> data(
+        pcre2_match_data_create(4, nullptr), pcre2_match_data_free);
+    // The subject is valid UTF-8 here; invalid text is refused before matching.
+    int rc = pcre2_match(code_, reinterpret_cast<PCRE2_SPTR>(subject.data()), subject.size(), 0, 0,
+                         data.get(), nullptr);
+    return rc >= 0;
+  }
+
+ private:
+  pcre2_code* code_ = nullptr;
+};
+
+// The prefix of the text that spans `units` UTF-16 code units (never half a character).
+std::string_view utf16Prefix(std::string_view text, std::size_t units) {
+  auto* p = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+  auto left = static_cast<utf8proc_ssize_t>(text.size());
+  std::size_t offset = 0, used = 0;
+  while (left > 0) {
+    utf8proc_int32_t cp;
+    utf8proc_ssize_t n = utf8proc_iterate(p + offset, left, &cp);
+    if (n <= 0) break;
+    std::size_t width = cp >= 0x10000 ? 2 : 1;
+    if (used + width > units) break;
+    used += width;
+    offset += static_cast<std::size_t>(n);
+    left -= n;
+  }
+  return text.substr(0, offset);
+}
+
+bool validUtf8(std::string_view text) {
+  auto* p = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+  auto left = static_cast<utf8proc_ssize_t>(text.size());
+  while (left > 0) {
+    utf8proc_int32_t cp;
+    utf8proc_ssize_t n = utf8proc_iterate(p, left, &cp);
+    if (n <= 0) return false;
+    p += n;
+    left -= n;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool matchesEventNameRule(const std::string& name) {
+  static const Pattern pattern("^[\\w-]{1,32}$", PCRE2_MULTILINE);
+  if (!validUtf8(name)) return false;
+  return pattern.matches(utf16Prefix(name, graphemeCount(name)));
+}
+
+bool matchesAttachedUserRule(const std::string& userId) {
+  static const Pattern pattern("^[CAOUE]_\\S+$", 0);
+  if (!validUtf8(userId)) return false;
+  return pattern.matches(userId);
+}
+
+}  // namespace ostrel

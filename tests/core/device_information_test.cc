@@ -1,0 +1,77 @@
+#include "core/device_information.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/iso639.h"
+#include "support/test_platform.h"
+
+namespace ostrel {
+namespace {
+
+TEST(DeviceInformationTest, TimeZoneText) {
+  struct Case {
+    long offset;
+    std::string text;
+  };
+  const Case cases[] = {{3600, "UTC +01:00"},
+                        {-16200, "UTC -04:30"},
+                        {0, "UTC -00:00"},
+                        {19800, "UTC +05:30"},
+                        {-36000, "UTC -10:00"}};
+  for (const auto& c : cases) EXPECT_EQ(DeviceInformation::timeZoneText(c.offset), c.text);
+}
+
+TEST(DeviceInformationTest, DictionaryKeysInOrderAndRoundTrip) {
+  platform::DeviceFactsSnapshot facts;
+  facts.model = "iPad";
+  facts.deviceId = "DEV";
+  facts.os = "Debian GNU/Linux";
+  facts.appVersion = "";
+  facts.dpi = 2.0f;
+  DeviceInformation info(facts);
+  EXPECT_EQ(info.appVersion, "unknown");
+  EXPECT_EQ(info.getDeviceTypeStr(), "tablet");
+  Json d = info.getDeviceInformationDictionary();
+  std::vector<std::string> keys;
+  for (const auto& [k, v] : d.items()) keys.push_back(k);
+  EXPECT_EQ(keys, (std::vector<std::string>{
+                      "screen_height", "screen_width", "dpi", "orientation", "device_id", "os",
+                      "model", "system_version", "device_model", "language_code", "time_zone",
+                      "app_identifier", "app_version", "sdk_version", "sim_country_code",
+                      "sim_operator_name", "country_code"}));
+  EXPECT_TRUE(d["screen_height"].is_number());
+  EXPECT_TRUE(d["dpi"].is_number());
+  EXPECT_EQ(DeviceInformation::fromDictionary(d), info);
+}
+
+TEST(DeviceInformationTest, DeviceTypes) {
+  struct Case {
+    std::string model, type;
+  };
+  for (const auto& c : {Case{"iPad", "tablet"}, Case{"iPhone", "phone"}, Case{"iPod", "phone"},
+                        Case{"Apple TV", "Apple TV"}, Case{"Desktop", "other"}}) {
+    DeviceInformation info(platform::DeviceFactsSnapshot{});
+    info.model = c.model;
+    EXPECT_EQ(info.getDeviceTypeStr(), c.type);
+  }
+}
+
+TEST(DeviceInformationTest, LinuxFactsKeepOneDeviceIdentifier) {
+  test::TestPlatform platform;
+  DeviceInformation first;
+  DeviceInformation second;
+  EXPECT_FALSE(first.deviceId.empty());
+  EXPECT_EQ(first.deviceId, second.deviceId) << "kept in the settings";
+  EXPECT_TRUE(first.os.has_value());
+  EXPECT_EQ(first.sdkVersion, "v4.1.1 7f9b2c0 2021-04-30T16:40:40+0200");
+}
+
+TEST(Iso639Test, LocaleLanguagesMapToTheirCode) {
+  EXPECT_EQ(platform::iso639Code("it"), "it");
+  EXPECT_EQ(platform::iso639Code("ITA"), "it");
+  EXPECT_EQ(platform::iso639Code("deu"), "de");
+  EXPECT_EQ(platform::iso639Code("xx"), "");
+}
+
+}  // namespace
+}  // namespace ostrel

@@ -1,0 +1,261 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "events/content_events.h"
+#include "events/event_archive.h"
+#include "events/flow_events.h"
+#include "events/internal_events.h"
+#include "support/test_platform.h"
+
+namespace ostrel {
+namespace {
+
+class ScopedTimeZone {
+ public:
+  explicit ScopedTimeZone(const char* tz) {
+    ::setenv("TZ", tz, 1);
+    ::tzset();
+  }
+  ~ScopedTimeZone() {
+    ::unsetenv("TZ");
+    ::tzset();
+  }
+};
+
+std::vector<std::string> keys(const Json& d) {
+  std::vector<std::string> out;
+  for (const auto& [k, v] : d.items()) out.push_back(k);
+  return out;
+}
+
+class EventsTest : public ::testing::Test {
+ protected:
+  test::TestPlatform platform_;
+  ScopedTimeZone utc_{"UTC"};
+};
+
+TEST_F(EventsTest, NameRule) {
+  struct Case {
+    std::string name;
+    bool passes;
+  };
+  const Case cases[] = {
+      {std::string(32, 'a'), true},
+      {std::string(33, 'a'), false},
+      {"a-b_c1", true},
+      {"a b", false},
+      {"a.b", false},
+      {"", false},
+      {"good\nbad name", true},
+      {"bad name\n", false},
+      {"ok\nnot ok!", true},
+      {"citt\xC3\xA0", true},
+      {"\xD0\xBC\xD0\xB8\xD1\x80", true},
+      {std::string(10000, 'x'), false},
+      {"\xff\xfe", false},
+      {"emoji\xF0\x9F\x98\x80", true},
+  };
+  for (const auto& c : cases) {
+    auto e = OLCustomEvent::make(c.name, "s", "u", nullptr);
+    EXPECT_EQ(e.has_value(), c.passes) << c.name.substr(0, 40);
+    if (!e) {
+      EXPECT_TRUE(e.error().is(LocalErrorCodes::EventCreationError, "Name not matching regex"));
+      EXPECT_EQ((*e.error().extra())["pattern"], "^[\\w-]{1,32}$");
+    }
+  }
+}
+
+TEST_F(EventsTest, DateTextInSeveralTimeZones) {
+  struct Case {
+    const char* tz;
+    std::string text;
+  };
+  const Case cases[] = {{"UTC", "2016-11-03T13:05:09Z"},
+                        {"Europe/Rome", "2016-11-03T14:05:09+01:00"},
+                        {"Asia/Kolkata", "2016-11-03T18:35:09+05:30"},
+                        {"America/St_Johns", "2016-11-03T10:35:09-02:30"},
+                        {"America/New_York", "2016-11-03T09:05:09-04:00"}};
+  for (const auto& c : cases) {
+    ScopedTimeZone zone(c.tz);
+    EXPECT_EQ(OLBaseEvent::formatDate(1478178309.75), c.text) << c.tz;
+  }
+}
+
+TEST_F(EventsTest, DictionariesHaveTheirKeysInOrder) {
+  platform_.clock().set(1478181909.123456);
+  auto data = OLSimpleObject::fromJSONString(R"({"k":"v"})");
+  DeviceInformation device(platform::DeviceFactsSnapshot{});
+  using Keys = std::vector<std::string>;
+  const Keys base = {"event_type", "session_id", "creation_date", "user_id"};
+  auto with = [&](Keys extra) {
+    Keys k = base;
+    k.insert(k.end(), extra.begin(), extra.end());
+    return k;
+  };
+  Keys sessionKeys = base;
+  for (auto& k : keys(device.getDeviceInformationDictionary())) sessionKeys.push_back(k);
+  sessionKeys.push_back("app_installed");
+
+  struct Case {
+    std::shared_ptr<OLBaseEvent> event;
+    Keys keys;
+  };
+  const Case cases[] = {
+      {*OLCustomEvent::make("n", "s", "u", nullptr), with({"name"})},
+      {*OLCustomEvent::make("n", "s", "u", data), with({"name", "custom_data"})},
+      {*OLSessionEvent::make("s", "u", device, true, nullptr, std::nullopt), sessionKeys},
+      {*OLIdentifyEvent::make("s", "u", data, LoginType::custom),
+       with({"custom_data", "login_type"})},
+      {*OLLogoutEvent::make("s", "u", LogoutType::delete_), with({"login_type"})},
+      {*OLTimersHearbeat::make(10, {"a", "b"}, "s", "u"), with({"name", "period", "timers"})},
+      {*OLFlowEvent::make("f", "s", "u", nullptr), with({"name", "flow_id"})},
+      {*OLTimedEvent::make("t", "s", "u", nullptr), with({"name"})},
+      {*OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::social), 1.5f),
+       with({"content_id", "scope", "multiplier"})},
+      {*OLAttachSessionEvent::make("s", "u", AttachType::peer, "other", std::nullopt, nullptr),
+       with({"attach_session_id", "attach_session_type"})},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(keys(c.event->getEventDictionary()), c.keys) << c.event->eventType;
+
+  auto identify = *OLIdentifyEvent::make("s", "u", nullptr, LoginType::custom);
+  EXPECT_EQ(identify->getEventDictionary()["login_type"], "CUSTOM");
+  auto heartbeat = *OLTimersHearbeat::make(10, {"a", "b"}, "s", "u");
+  EXPECT_EQ(dumpJson(heartbeat->getEventDictionary()["timers"]), R"(["a","b"])");
+  EXPECT_EQ(heartbeat->getEventDictionary()["event_type"], "timer heartbeat");
+  auto custom = *OLCustomEvent::make("n", "s", "u", nullptr);
+  EXPECT_EQ(custom->uniqueName(), "1478181909123456-event-custom_event");
+  EXPECT_EQ(custom->getEventDictionary()["creation_date"], "2016-11-03T14:05:09Z");
+}
+
+TEST_F(EventsTest, RefusedEvents) {
+  struct Case {
+    Result<void> result;
+    std::string message;
+  };
+  auto voidOf = [](auto r) -> Result<void> {
+    if (!r) return r.error();
+    return {};
+  };
+  const Case cases[] = {
+      {voidOf(OLIdentifyEvent::make("s", "u", nullptr, LoginType::unknown)),
+       "Identify event must have a known login Type"},
+      {voidOf(OLLogoutEvent::make("s", "u", LogoutType::unknown)),
+       "Identify event must have a known logout Type"},
+      {voidOf(OLTimersHearbeat::make(10, {}, "s", "u")), "There must be at least one timer"},
+      {voidOf(OLRankingContentEvent::make("s", "u", "ab", RankingScope(_RankingScope::social), 1)),
+       "ContentId too short"},
+      {voidOf(
+           OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::unknown), 1)),
+       "Scope must be specified"},
+      {voidOf(
+           OLAttachSessionEvent::make("s", "u", AttachType::unknown, "x", std::nullopt, nullptr)),
+       "Attached Session type unknown"},
+      {voidOf(OLAttachSessionEvent::make("s", "u", AttachType::master, "", std::nullopt, nullptr)),
+       "Attached Session Identifier cannot be empty"},
+      {voidOf(OLAttachSessionEvent::make("s", "u", AttachType::master, "x", "u_42", nullptr)),
+       "Attached User Identifier is not valid"},
+      {voidOf(OLAttachSessionEvent::make("s", "u", AttachType::master, "x", "X_42", nullptr)),
+       "Attached User Identifier is not valid"},
+      {voidOf(OLAttachSessionEvent::make("s", "u", AttachType::master, "x", "U_", nullptr)),
+       "Attached User Identifier is not valid"},
+  };
+  for (const auto& c : cases) {
+    ASSERT_FALSE(c.result) << c.message;
+    EXPECT_TRUE(c.result.error().is(LocalErrorCodes::EventCreationError, c.message))
+        << c.result.error().description();
+  }
+  EXPECT_TRUE(
+      OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::editorial), 1));
+  EXPECT_TRUE(OLAttachSessionEvent::make("s", "u", AttachType::master, "x", "U_42", nullptr));
+}
+
+TEST_F(EventsTest, FlowsAndTimers) {
+  auto flow = *OLFlowEvent::make("checkout", "s", "u", nullptr);
+  const std::string id = flow->flowId;
+  EXPECT_EQ(id.size(), 36u);
+  EXPECT_EQ(id.find_first_not_of("0123456789ABCDEF-"), std::string::npos);
+  EXPECT_EQ(flow->eventType, "flow start");
+  ASSERT_TRUE(flow->flowSucceed("paid", nullptr));
+  EXPECT_EQ(flow->eventType, "flow succeeded");
+  EXPECT_EQ(flow->name, "paid");
+  EXPECT_EQ(flow->getEventDictionary()["flow_id"], id);
+  auto again = flow->flowSucceed("paid", nullptr);
+  ASSERT_FALSE(again);
+  EXPECT_TRUE(again.error().is(LocalErrorCodes::EventFlowInconsistance,
+                               "Cannot finish an event never started"));
+
+  auto other = *OLFlowEvent::make("f", "s", "u", nullptr);
+  auto blank = other->flowSucceed("with blank", nullptr);
+  ASSERT_FALSE(blank);
+  EXPECT_EQ(blank.error().message(), "Name not matching regex");
+  EXPECT_EQ(other->flowStatus, FlowStatus::Succeeded) << "the stage stays changed";
+
+  platform_.clock().set(1000);
+  auto timer = *OLTimedEvent::make("load", "s", "u", nullptr);
+  platform_.clock().set(1001.5);
+  ASSERT_TRUE(timer->stop(nullptr));
+  auto d = timer->getEventDictionary();
+  EXPECT_EQ(d["delta"], 1.5);
+  EXPECT_EQ(d["event_type"], "timer stop");
+  EXPECT_EQ(d["end"], OLBaseEvent::formatDate(1001.5));
+  auto twice = timer->stop(nullptr);
+  ASSERT_FALSE(twice);
+  EXPECT_TRUE(twice.error().is(LocalErrorCodes::EventTimedInconsistance,
+                               "Cannot Stop a Timed Event not started"));
+  EXPECT_EQ((*twice.error().extra())["timername"], "load");
+  auto started = *OLTimedEvent::make("t", "s", "u", nullptr);
+  EXPECT_FALSE(started->getEventDictionary().contains("end"));
+  EXPECT_FALSE(started->getEventDictionary().contains("delta"));
+}
+
+TEST_F(EventsTest, EveryClassRoundTripsThroughItsArchive) {
+  auto data = OLSimpleObject::fromJSONString(R"({"k":"v","f":1.5})");
+  DeviceInformation device(platform::DeviceFactsSnapshot{});
+  device.deviceId = "D";
+  auto timer = *OLTimedEvent::make("t", "s", "u", data);
+  ASSERT_TRUE(timer->stop(nullptr));
+  auto flow = *OLFlowEvent::make("f", "s", "u", data);
+  ASSERT_TRUE(flow->iterateFlow("step", FlowStatus::Step, nullptr));
+  std::vector<std::shared_ptr<OLBaseEvent>> events = {
+      *OLCustomEvent::make("n", "s", "u", data),
+      *OLSessionEvent::make("s", "u", device, true, data, std::string("old")),
+      *OLIdentifyEvent::make("s", "u", data, LoginType::msisdnPin),
+      *OLLogoutEvent::make("s", "u", LogoutType::delete_),
+      *OLTimersHearbeat::make(10, {"a"}, "s", "u"),
+      flow,
+      timer,
+      *OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::consumption), 2.5f),
+      *OLAttachSessionEvent::make("s", "u", AttachType::master, "x", "C_9", data),
+  };
+  for (const auto& e : events) {
+    auto back = decodeEvent(archivedBytes(*e));
+    ASSERT_TRUE(back) << e->archiveClassName() << ": " << back.error().description();
+    EXPECT_EQ((*back)->archiveClassName(), e->archiveClassName());
+    EXPECT_EQ((*back)->getEventDictionary(), e->getEventDictionary()) << e->archiveClassName();
+    EXPECT_EQ((*back)->uniqueName(), e->uniqueName());
+  }
+}
+
+TEST_F(EventsTest, CorruptArchivesYieldNoEvent) {
+  auto logout = *OLLogoutEvent::make("s", "u", LogoutType::refresh);
+  ArchiveWriter unknownKind("Ostrel.OLLogoutEvent");
+  logout->encode(unknownKind);
+  unknownKind.encodeString("logout_type", "sideways");
+  ArchiveWriter missingBase("Ostrel.OLCustomEvent");
+  missingBase.encodeString("name", "n");
+  ArchiveWriter wrongType("Ostrel.OLCustomEvent");
+  (*OLCustomEvent::make("n", "s", "u", nullptr))->encode(wrongType);
+  wrongType.encodeInt("creation_date", 5);  // an integer still reads as a date
+  wrongType.encodeBool("user_id", true);
+  ArchiveWriter unknownClass("Ostrel.OLMysteryEvent");
+  for (const std::string& bytes :
+       {unknownKind.bytes(), missingBase.bytes(), wrongType.bytes(), unknownClass.bytes(),
+        std::string("garbage"), archivedBytes(*logout).substr(0, 20)}) {
+    EXPECT_FALSE(decodeEvent(bytes));
+  }
+}
+
+}  // namespace
+}  // namespace ostrel
