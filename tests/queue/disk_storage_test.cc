@@ -1,0 +1,102 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "core/flag.h"
+#include "queue/ol_disk_storage.h"
+#include "support/test_platform.h"
+
+namespace ostrel {
+namespace {
+
+mode_t modeOf(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 ? (st.st_mode & 0777) : 0;
+}
+
+class DiskStorageTest : public ::testing::Test {
+ protected:
+  test::TestPlatform platform_;
+};
+
+TEST_F(DiskStorageTest, AbstractOperationsFailOnTheBaseStore) {
+  OLDiskStorage<Flag> base("Base");
+  Flag f("a", true);
+  for (const auto& error :
+       {base.getStorePathFromItem(f).error(), base.getHandlerForPath("x").error(),
+        base.getPathFromHandler(std::nullopt).error(), base.add(f).error()}) {
+    EXPECT_TRUE(
+        error.is(LocalErrorCodes::InvalidFunctionCalled, "Cannot call this method on superclass"));
+  }
+}
+
+TEST_F(DiskStorageTest, MapAddGetRemoveClearCount) {
+  OLMap<Flag> flags("ApplicationFlags");
+  EXPECT_EQ(*flags.count(), 0u);
+  auto handler = flags.add(Flag("FirstStart", false));
+  ASSERT_TRUE(handler);
+  EXPECT_EQ(*handler, "FirstStart");
+  EXPECT_TRUE(platform_.log().contains("Writing FirstStart to " + flags.storageUrl()));
+  EXPECT_EQ(modeOf(flags.storageUrl()), 0700u);
+  EXPECT_EQ(modeOf(flags.storageUrl() + "/FirstStart"), 0600u);
+  auto read = flags.get(std::string("FirstStart"), false);
+  ASSERT_TRUE(read && *read);
+  EXPECT_FALSE((*read)->value);
+  EXPECT_EQ(*flags.count(), 1u);
+  EXPECT_EQ(*flags.get(std::string("missing"), false), nullptr);
+  EXPECT_EQ(*flags.get(std::nullopt, false), nullptr);
+
+  ASSERT_TRUE(flags.get(std::string("FirstStart"), true));
+  EXPECT_EQ(*flags.count(), 0u) << "withRemove deletes after a good read";
+  ASSERT_TRUE(flags.add(Flag("a", true)));
+  ASSERT_TRUE(flags.add(Flag("b", true)));
+  ASSERT_TRUE(flags.remove("a"));
+  EXPECT_EQ(*flags.count(), 1u);
+  ASSERT_TRUE(flags.clear());
+  EXPECT_EQ(*flags.count(), 0u);
+}
+
+TEST_F(DiskStorageTest, StoreWhoseFolderVanishedIsRecreatedOnAdd) {
+  OLMap<Flag> flags("Vanishing");
+  ASSERT_TRUE(flags.add(Flag("a", true)));
+  std::filesystem::remove_all(flags.storageUrl());
+  ASSERT_TRUE(flags.add(Flag("b", true)));
+  EXPECT_TRUE((*flags.get(std::string("b"), false))->value);
+}
+
+TEST_F(DiskStorageTest, UndecodableItemIsAnErrorAndStaysInPlace) {
+  OLMap<Flag> flags("Corrupt");
+  for (const std::string& content : {std::string("junk"), std::string(), std::string("\xa1\xa1")}) {
+    std::ofstream(flags.storageUrl() + "/bad", std::ios::trunc) << content;
+    auto read = flags.get(std::string("bad"), true);
+    ASSERT_FALSE(read);
+    EXPECT_EQ(read.error().message(), "Unable to unarchive bad");
+    EXPECT_TRUE(std::filesystem::exists(flags.storageUrl() + "/bad"));
+  }
+}
+
+TEST_F(DiskStorageTest, TypedStackReadsTheLastItemWithoutAHandler) {
+  OLTypedStack<Flag> stack("Stack");
+  EXPECT_EQ(*stack.get(std::nullopt, false), nullptr);
+  ASSERT_TRUE(stack.add(Flag("1-first", false)));
+  ASSERT_TRUE(stack.add(Flag("2-second", true)));
+  auto top = stack.get(std::nullopt, true);
+  ASSERT_TRUE(top && *top);
+  EXPECT_EQ((*top)->name, "2-second");
+  EXPECT_EQ((*stack.get(std::nullopt, false))->name, "1-first");
+}
+
+TEST_F(DiskStorageTest, FolderSizeCountsEveryFile) {
+  OLMap<Flag> flags("Sized");
+  ASSERT_TRUE(flags.add(Flag("a", true)));
+  ASSERT_TRUE(flags.add(Flag("b", false)));
+  auto a = std::filesystem::file_size(flags.storageUrl() + "/a");
+  auto b = std::filesystem::file_size(flags.storageUrl() + "/b");
+  EXPECT_EQ(OLDiskStorage<Flag>::getFolderSize(flags.storageUrl()), a + b);
+  EXPECT_EQ(OLDiskStorage<Flag>::getFolderSize(flags.storageUrl() + "/none"), 0u);
+}
+
+}  // namespace
+}  // namespace ostrel
