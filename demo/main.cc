@@ -10,7 +10,12 @@
 #include <string>
 #include <thread>
 
+#include "core/device_information.h"
 #include "core/ostrel_facade_impl.h"
+#include "events/content_events.h"
+#include "events/event_archive.h"
+#include "events/flow_events.h"
+#include "events/internal_events.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
@@ -63,6 +68,34 @@ class LoopbackService {
 
 }  // namespace
 
+// One event of each kind, archived, read back and printed as its JSON dictionary.
+void printEventSamples(const std::string& sessionId, const std::string& userId) {
+  using namespace ostrel;
+  auto data = OLSimpleObject::fromJSONString(R"({"screen":"home","score":42,"ratio":0.5})");
+  auto flow = *OLFlowEvent::make("checkout", sessionId, userId, data);
+  auto timer = *OLTimedEvent::make("loading", sessionId, userId, nullptr);
+  (void)timer->stop(nullptr);
+  std::vector<std::shared_ptr<OLBaseEvent>> samples = {
+      *OLCustomEvent::make("button_tap", sessionId, userId, data),
+      *OLSessionEvent::make(sessionId, userId, DeviceInformation(), true, nullptr, std::nullopt),
+      *OLIdentifyEvent::make(sessionId, userId, nullptr, LoginType::email),
+      *OLLogoutEvent::make(sessionId, userId, LogoutType::explicit_),
+      *OLTimersHearbeat::make(10, {"loading"}, sessionId, userId),
+      flow,
+      timer,
+      *OLRankingContentEvent::make(sessionId, userId, "article-7",
+                                   RankingScope(_RankingScope::social), 1.5f),
+      *OLAttachSessionEvent::make(sessionId, userId, AttachType::peer, "other-session", "U_42",
+                                  nullptr),
+  };
+  for (const auto& event : samples) {
+    auto back = decodeEvent(archivedBytes(*event));
+    std::printf("%-28s %s\n", event->archiveClassName().c_str(),
+                back ? dumpJson((*back)->getEventDictionary()).c_str()
+                     : back.error().description().c_str());
+  }
+}
+
 int main() {
   LoopbackService service;
   std::printf("Loopback service on 127.0.0.1:%d\n", service.port());
@@ -89,6 +122,8 @@ int main() {
   std::printf("Ostrel %s (build %lld), environment %s\n", ostrel::Ostrel::versionString().c_str(),
               static_cast<long long>(ostrel::Ostrel::buildNumber),
               (*facade)->environmentString().c_str());
+
+  printEventSamples("demo-session", "A_" + (*facade)->impl()._deviceInfo->deviceId);
 
   // One signed request through the facade's connector.
   std::promise<void> done;
