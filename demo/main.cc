@@ -139,5 +139,24 @@ int main() {
         done.set_value();
       });
   done.get_future().wait();
+
+  // Analytics end to end: events, a flow, a timer, a ranking and an attachment, then a flush.
+  auto& ostrel = **facade;
+  auto data = ostrel::OLSimpleObject::fromJSONString(R"({"plan":"pro"})");
+  for (int i = 0; i < 12; ++i) (void)ostrel.sendEvent("demo_event", data);
+  (void)ostrel.flowBegin("onboarding");
+  (void)ostrel.flowStep("profile");
+  (void)ostrel.flowSucceed("done");
+  (void)ostrel.timedEventStart("loading");
+  (void)ostrel.timedEventStop("loading");
+  (void)ostrel.rankContent("article-7", ostrel::RankingScope(ostrel::_RankingScope::social), 2.0f);
+  (void)ostrel.attachSession("other-session", std::string("U_42"), ostrel::AttachType::peer);
+  std::promise<void> flushed;
+  ostrel.flushEvents([&](std::optional<ostrel::OLError> error, std::optional<ostrel::Json> details) {
+    std::printf("flush: %s\n", error ? error->description().c_str()
+                                     : ostrel::dumpJson(details.value_or(nullptr)).c_str());
+    flushed.set_value();
+  });
+  flushed.get_future().wait();
   return 0;
 }

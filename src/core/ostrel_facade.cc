@@ -2,8 +2,10 @@
 #include <mutex>
 
 #include "core/device_information.h"
+#include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
 #include "platform/runtime.h"
+#include "queue/ol_queue_manager.h"
 
 namespace ostrel {
 namespace {
@@ -28,8 +30,12 @@ OLError missingEventQueueManager() {
 }
 
 const std::string& Ostrel::versionString() {
-  static const std::string version =
-      std::string("v4.1.1") + " " + "7f9b2c0" + " " + "2021-04-30T16:40:40+0200";
+  // VCS tag, commit and build date, computed once.
+  static const std::string version = [] {
+    std::string v = "v4.1.1";
+    v.append(" ").append("7f9b2c0").append(" ").append("2021-04-30T16:40:40+0200");
+    return v;
+  }();
   return version;
 }
 
@@ -37,7 +43,7 @@ Ostrel::Ostrel(std::unique_ptr<OstrelFacadeImpl> impl) : impl_(std::move(impl)) 
 Ostrel::~Ostrel() = default;
 
 Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
-    const std::string& conf, std::shared_ptr<OLSimpleObject> /*customData*/,
+    const std::string& conf, std::shared_ptr<OLSimpleObject> customData,
     const std::optional<ExternalParameters>& dictParameters, Platform platform) {
   runtime::install(std::move(platform));
   auto impl = std::make_unique<OstrelFacadeImpl>(
@@ -45,14 +51,23 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
   impl->_deviceInfo = std::make_shared<DeviceInformation>();
   // The service knows the installation by its device identifier.
   impl->_connetionBuilder = std::make_shared<ConnectorBuilder>(
-      impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(), impl->_environment.isSandbox(),
-      impl->_environment.isDev(), impl->_conf.connectionTimeoutSecs, runtime::deployment());
-  if (dictParameters) {
-    for (const auto& [key, value] : *dictParameters) {
-      if (key.isDistributionGroup()) impl->_connetionBuilder->setDistributionGroup(value);
-    }
-  }
-  return std::shared_ptr<Ostrel>(new Ostrel(std::move(impl)));
+      impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
+      impl->_environment.isSandbox(), impl->_environment.isDev(), impl->_conf.connectionTimeoutSecs,
+      runtime::deployment());
+  impl->_ostrelStatus =
+      OLStatus::make(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
+  if (!impl->_ostrelStatus) return notInitialized("Cannot initialize singleton");
+  impl->eventManager =
+      OLQueueManager::make(impl->_connetionBuilder, impl->_conf, impl->_ostrelStatus);
+  auto facade = std::shared_ptr<Ostrel>(new Ostrel(std::move(impl)));
+  OstrelFacadeImpl& f = facade->impl();
+  logLine("########Initialized Ostrel with Session: " + f._ostrelStatus->sessionId() +
+          " environment " + facade->environmentString() + "#######");
+  f.setupExternalParamenters(dictParameters);
+  f.startSession();
+  f.startAutologin();
+  f.observeLifeCycle();
+  return facade;
 }
 
 Result<std::shared_ptr<Ostrel>> Ostrel::getSharedInstanceWithConfig(

@@ -20,6 +20,13 @@ class OstrelFacadeImpl {
  public:
   OstrelFacadeImpl(std::string secret, OstrelEnvironment environment)
       : _environment(environment), _secret(std::move(secret)) {}
+  ~OstrelFacadeImpl();
+
+  // Construction steps after the components exist.
+  void setupExternalParamenters(const std::optional<ExternalParameters>& dictParameters);
+  void startSession();
+  void startAutologin();
+  void observeLifeCycle();
 
   std::shared_ptr<OLStatus> _ostrelStatus;
   std::shared_ptr<OLQueueManager> eventManager;
@@ -33,6 +40,9 @@ class OstrelFacadeImpl {
   std::shared_ptr<OLIdentityManager> identityManager;
   // Guards the managers created on first request.
   std::mutex managersMutex;
+  uint64_t refreshObserver = 0;
+  int lifeCycleObserver = 0;
+  std::shared_ptr<platform::SerialQueue> terminateQueue;
 };
 
 // The errors of a missing component.

@@ -16,6 +16,10 @@ class OLFlowEvent : public OLExternalEvent {
                            std::shared_ptr<OLSimpleObject> customData);
   Result<void> flowSucceed(const std::string& reason, std::shared_ptr<OLSimpleObject> customData);
 
+  // A copy of this stage, to queue while the flow goes on changing.
+  std::shared_ptr<OLFlowEvent> snapshot() const {
+    return std::shared_ptr<OLFlowEvent>(new OLFlowEvent(*this));
+  }
   Json getEventDictionary() const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLFlowEvent"; }
@@ -36,6 +40,9 @@ class OLTimedEvent : public OLExternalEvent {
                                                     std::shared_ptr<OLSimpleObject> customData);
   Result<void> stop(std::shared_ptr<OLSimpleObject> customData);
 
+  std::shared_ptr<OLTimedEvent> snapshot() const {
+    return std::shared_ptr<OLTimedEvent>(new OLTimedEvent(*this));
+  }
   Json getEventDictionary() const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLTimedEvent"; }

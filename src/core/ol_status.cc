@@ -1,0 +1,154 @@
+#include "core/ol_status.h"
+
+#include <cstdio>
+
+#include "core/device_information.h"
+#include "core/flag.h"
+#include "login/ol_login_flow_base.h"
+#include "login/ol_user_status.h"
+#include "platform/runtime.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel {
+
+OLStatus::OLStatus() = default;
+OLStatus::~OLStatus() = default;
+
+std::shared_ptr<OLStatus> OLStatus::make(const OstrelConfiguration& configuration,
+                                         std::shared_ptr<DeviceInformation> devInfo,
+                                         std::shared_ptr<ConnectorBuilder> connectorBuilder,
+                                         std::shared_ptr<OLSimpleObject> customData) {
+  auto status = std::shared_ptr<OLStatus>(new OLStatus());
+  status->queue_ = runtime::scheduler().makeSerialQueue("com.kestavello.ostrel.runningLoginFlow");
+  status->_deviceInfo = std::move(devInfo);
+  status->customData_ = std::move(customData);
+  status->_sessionId =
+      std::make_unique<SessionId>(configuration.sessionExpireSecs, status->_deviceInfo->deviceId);
+  status->storedFlags_ = std::make_unique<OLMap<Flag>>("ApplicationFlags");
+  auto user =
+      OLUserStatus::make(configuration, std::move(connectorBuilder), status->_deviceInfo->deviceId);
+  if (!user) return nullptr;
+  logLine("######Created User with currentToken: " + user->currentUserToken() +
+          " autologinToken:" + user->autologinTokenDescription());
+  status->userState_ = std::move(user);
+  return status;
+}
+
+std::string OLStatus::sessionId() {
+  std::optional<std::string> expired;
+  std::string value;
+  {
+    // One reader renews an expired session, so exactly one session start follows.
+    std::lock_guard lock(sessionMutex_);
+    if (_sessionId->isExpired()) {
+      expired = _sessionId->value();
+      _sessionId->reset();
+    }
+    value = _sessionId->value();
+  }
+  if (expired) generateSessionStart(expired);
+  return value;
+}
+
+void OLStatus::setSessionStartGenerator(SessionStartGenerator generator) {
+  std::lock_guard lock(generatorMutex_);
+  sessionStartGenerator_ = std::move(generator);
+}
+
+void OLStatus::generateSessionStart(const std::optional<std::string>& refreshedSession) {
+  SessionStartGenerator generator;
+  {
+    std::lock_guard lock(generatorMutex_);
+    generator = sessionStartGenerator_;
+  }
+  if (!generator) return;
+  (void)generator(_sessionId->value(), *_deviceInfo, _isFirstStart(), customData_,
+                  refreshedSession);
+}
+
+bool OLStatus::_isFirstStart() {
+  auto stored = storedFlags_->get(std::string("FirstStart"), false);
+  if (!stored) {
+    logLine("Error in access Flags on storage");
+    return true;
+  }
+  if (*stored) return (*stored)->value;
+  if (auto added = storedFlags_->add(Flag("FirstStart", false)); !added) {
+    logLine("Error in access Flags on storage");
+  }
+  return true;
+}
+
+bool OLStatus::setCurrentRunningFlow(const std::shared_ptr<OLLoginFlowBase>& flow) {
+  bool taken = false;
+  queue_->sync([&] {
+    const std::string name = flow->description();
+    logLine("trying flow " + name);
+    if (!_runningLoginFlow) {
+      _runningLoginFlow = flow;
+      logLine("#### succesfully set flow " + name + " as the running one");
+      taken = true;
+    } else {
+      logLine("cannot set flow " + name + " as the running one");
+    }
+  });
+  return taken;
+}
+
+void OLStatus::freeCurrentRunningFlow(const OLLoginFlowBase* flow) {
+  queue_->sync([&] {
+    if (_runningLoginFlow.get() == flow) {
+      logLine("setting current flow to none");
+      _runningLoginFlow.reset();
+    } else {
+      logLine("cannot free current flow because " + (flow ? flow->description() : "nil") +
+              " is not the running one");
+    }
+  });
+}
+
+bool OLStatus::hasRunningFlow() {
+  bool held = false;
+  queue_->sync([&] { held = _runningLoginFlow != nullptr; });
+  return held;
+}
+
+std::shared_ptr<OLLoginFlowBase> OLStatus::runningFlow() {
+  std::shared_ptr<OLLoginFlowBase> flow;
+  queue_->sync([&] { flow = _runningLoginFlow; });
+  return flow;
+}
+
+std::optional<Json> OLStatus::decodePony(const std::string& pony) const {
+  auto parsed = parseJson(pony);
+  if (!parsed || !parsed->is_object()) return std::nullopt;
+  // The fingerprint may come wrapped in its cookie: {"cookieData": {"cookie":
+  // {"ostrel": {...}}}}, {"ostrel-session": {...}}, or bare.
+  const Json* node = &*parsed;
+  for (const char* key : {"cookieData", "cookie", "ostrel", "ostrel-session"}) {
+    auto it = node->find(key);
+    if (it != node->end() && it->is_object()) node = &*it;
+  }
+  if (!node->contains("session_id") && !node->contains("user_id")) return std::nullopt;
+  return *node;
+}
+
+Result<Json> OLStatus::getSerializedReceipt(const std::string& fromOffer,
+                                            const std::optional<std::string>& receiptUrl) const {
+  if (!receiptUrl) {
+    return OLError::LocalError(LocalErrorCodes::PaymentSerializationError,
+                               "No store receipt location");
+  }
+  auto bytes = runtime::files().readFile(*receiptUrl);
+  if (!bytes) return bytes.error();
+  const std::string receipt = runtime::crypto().base64Encode(*bytes);
+  char size[64];
+  std::snprintf(size, sizeof size, "%.1f KB", static_cast<double>(bytes->size()) / 1000.0);
+  logLine(std::string("a Receipt has been found ") + size);
+  return Json{{"offerId", fromOffer},
+              {"applicationId", _deviceInfo->appIdentifier},
+              {"platform", _deviceInfo->os ? *_deviceInfo->os : std::string("unknown")},
+              {"receipt", receipt}};
+}
+
+}  // namespace ostrel

@@ -1,0 +1,93 @@
+#pragma once
+// The library's run-time state between the facade and its subsystems: the user
+// status, the single running-login slot, the device snapshot, the start-up
+// custom data, the analytics session and the persisted application flags.
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "core/ostrel_configuration.h"
+#include "core/session_id.h"
+#include "ostrel/json.h"
+#include "ostrel/platform/scheduler.h"
+#include "ostrel/result.h"
+
+namespace ostrel {
+
+class ConnectorBuilder;
+class DeviceInformation;
+class OLSimpleObject;
+class OLUserStatus;
+class OLLoginFlowBase;
+class OLUrlPush;
+class Flag;
+template <class T>
+class OLMap;
+
+// Asks the queue manager for a session-start event: (session id, device
+// information, is first start, custom data, refreshed session).
+using SessionStartGenerator =
+    std::function<Result<void>(const std::string&, const DeviceInformation&, bool,
+                               std::shared_ptr<OLSimpleObject>, const std::optional<std::string>&)>;
+
+class OLStatus {
+ public:
+  // Yields nothing when the user status cannot be restored.
+  static std::shared_ptr<OLStatus> make(const OstrelConfiguration& configuration,
+                                        std::shared_ptr<DeviceInformation> devInfo,
+                                        std::shared_ptr<ConnectorBuilder> connectorBuilder,
+                                        std::shared_ptr<OLSimpleObject> customData);
+  ~OLStatus();
+
+  // The current session identifier; an expired session is renewed first, which
+  // emits one session start naming the old session.
+  std::string sessionId();
+  // The session without renewal (for the refresh observer).
+  SessionId& rawSessionId() { return *_sessionId; }
+
+  void setSessionStartGenerator(SessionStartGenerator generator);
+  void generateSessionStart(const std::optional<std::string>& refreshedSession);
+
+  // True only for the very first start of an installation (or when the flag
+  // store fails).
+  bool _isFirstStart();
+
+  bool setCurrentRunningFlow(const std::shared_ptr<OLLoginFlowBase>& flow);
+  void freeCurrentRunningFlow(const OLLoginFlowBase* flow);
+  bool hasRunningFlow();
+  std::shared_ptr<OLLoginFlowBase> runningFlow();
+
+  // The map the mobile-fingerprint login reads "session_id", "user_id" and
+  // "custom_data" from; absent when the text is not such JSON.
+  std::optional<Json> decodePony(const std::string& pony) const;
+
+  // {"offerId", "applicationId", "platform", "receipt" (Base64)} of the store
+  // receipt at receiptUrl (else the platform's receipt location).
+  Result<Json> getSerializedReceipt(const std::string& fromOffer,
+                                    const std::optional<std::string>& receiptUrl) const;
+
+  const std::shared_ptr<OLUserStatus>& userState() const { return userState_; }
+  const DeviceInformation& deviceInfo() const { return *_deviceInfo; }
+  std::shared_ptr<OLSimpleObject> customData() const { return customData_; }
+  const std::shared_ptr<platform::SerialQueue>& queue() const { return queue_; }
+
+  std::shared_ptr<OLUrlPush> urlPush;
+
+ private:
+  OLStatus();
+
+  std::shared_ptr<OLUserStatus> userState_;
+  std::shared_ptr<OLLoginFlowBase> _runningLoginFlow;  // read and written only on queue_
+  std::shared_ptr<platform::SerialQueue> queue_;
+  std::shared_ptr<DeviceInformation> _deviceInfo;
+  std::shared_ptr<OLSimpleObject> customData_;
+  std::unique_ptr<SessionId> _sessionId;
+  std::mutex sessionMutex_;  // one renewal, one session start
+  std::mutex generatorMutex_;
+  SessionStartGenerator sessionStartGenerator_;
+  std::unique_ptr<OLMap<Flag>> storedFlags_;
+};
+
+}  // namespace ostrel

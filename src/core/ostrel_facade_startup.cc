@@ -1,0 +1,116 @@
+// The facade's start-up steps after its components exist: external parameters,
+// the session start and its refresh, the start-up autologin, the life cycle.
+#include "core/device_information.h"
+#include "core/notification_center.h"
+#include "core/ol_status.h"
+#include "core/ostrel_facade_impl.h"
+#include "login/ol_auto_login_flow.h"
+#include "login/ol_login_builder.h"
+#include "login/ol_user_status.h"
+#include "platform/runtime.h"
+#include "queue/ol_queue_manager.h"
+
+namespace ostrel {
+
+OstrelFacadeImpl::~OstrelFacadeImpl() {
+  if (refreshObserver) NotificationCenter::defaultCenter().removeObserver(refreshObserver);
+  if (lifeCycleObserver) runtime::current().lifeCycle->removeObserver(lifeCycleObserver);
+}
+
+void OstrelFacadeImpl::setupExternalParamenters(
+    const std::optional<ExternalParameters>& dictParameters) {
+  if (!dictParameters) return;
+  for (const auto& [key, value] : *dictParameters) {
+    if (key.isDistributionGroup()) {
+      _connetionBuilder->setDistributionGroup(value);
+    } else {
+      // Custom parameters are kept in the settings under their own key.
+      runtime::settings().set("ExternalParameter." + key.rawValue(), value);
+    }
+  }
+}
+
+void OstrelFacadeImpl::startSession() {
+  std::weak_ptr<OLQueueManager> manager = eventManager;
+  _ostrelStatus->setSessionStartGenerator(
+      [manager](const std::string& sessionId, const DeviceInformation& deviceInfo,
+                bool isFirstStart, std::shared_ptr<OLSimpleObject> customData,
+                const std::optional<std::string>& refreshedSession) -> Result<void> {
+        auto m = manager.lock();
+        if (!m) return {};
+        return m->generateSessionStart(sessionId, deviceInfo, isFirstStart, std::move(customData),
+                                       refreshedSession);
+      });
+  _ostrelStatus->generateSessionStart(std::nullopt);
+  std::weak_ptr<OLStatus> status = _ostrelStatus;
+  refreshObserver = NotificationCenter::defaultCenter().addObserver(
+      "refresh_session", "io.ostrel.refreshSession", eventManager.get(),
+      [status](const Notification& n) {
+        const auto* error = std::any_cast<std::optional<OLError>>(&n.object);
+        if (error && *error) {
+          logLine("Error in Analytic event add " + (*error)->description());
+          return;
+        }
+        logLine("Refresh Session");
+        if (auto s = status.lock()) s->rawSessionId().setLastUpdate(runtime::now());
+      });
+}
+
+void OstrelFacadeImpl::observeLifeCycle() {
+  terminateQueue = runtime::scheduler().makeSerialQueue("io.ostrel.AppWillTerminate");
+  std::weak_ptr<OLQueueManager> manager = eventManager;
+  lifeCycleObserver = runtime::current().lifeCycle->addObserver(
+      [manager, queue = terminateQueue](platform::LifeCycleEvent event) {
+        auto m = manager.lock();
+        if (!m) return;
+        switch (event) {
+          case platform::LifeCycleEvent::DidEnterBackground:
+            m->libraryGoToBackground();
+            break;
+          case platform::LifeCycleEvent::WillEnterForeground:
+          case platform::LifeCycleEvent::DidFinishLaunching:
+            m->libraryGoToForeground();
+            break;
+          case platform::LifeCycleEvent::WillTerminate:
+            // Whatever is queued is already on disk; give a last flush a chance.
+            queue->async([manager] {
+              if (auto mm = manager.lock()) mm->OperationQueueResume(true);
+            });
+            break;
+        }
+      });
+}
+
+}  // namespace ostrel
+
+namespace ostrel {
+
+void OstrelFacadeImpl::startAutologin() {
+  auto builder = OLLoginBuilder::make(_ostrelStatus, _connetionBuilder, eventManager);
+  // The flush asks for an autologin when the service answers 205.
+  std::weak_ptr<OLStatus> status = _ostrelStatus;
+  std::weak_ptr<OLQueueManager> manager = eventManager;
+  std::shared_ptr<ConnectorBuilder> connectors = _connetionBuilder;
+  eventManager->setAutologinStarter([status, manager, connectors] {
+    auto s = status.lock();
+    if (!s) return;
+    auto b = OLLoginBuilder::make(s, connectors, manager);
+    b->setOnFlowCompleteCallback([](std::optional<OLError> error) {
+      if (error) logLine("Analytic Autologin flow finished with error " + error->description());
+    });
+    auto flow = b->getAutoLoginFlow();
+    if (!flow) {
+      logLine("Fail in Autologin Flow Build with error " + flow.error().description());
+      return;
+    }
+    (*flow)->startLoginFlow();
+  });
+  auto flow = builder->getAutoLoginFlow();
+  if (!flow) {
+    logLine("Fail in Startup Autologin Flow Build with error " + flow.error().description());
+    return;
+  }
+  (*flow)->startLoginFlow();
+}
+
+}  // namespace ostrel

@@ -1,0 +1,81 @@
+#include "login/email_flows.h"
+
+#include "core/ol_status.h"
+#include "login/ol_user_status.h"
+#include "login/service_error_mapping.h"
+#include "ostrel/ol_simple_object.h"
+
+namespace ostrel {
+
+OLEmailPasswordLoginFlow::OLEmailPasswordLoginFlow(std::shared_ptr<OLStatus> state,
+                                                   OLConnector connector, std::string email,
+                                                   std::optional<std::string> password)
+    : OLLoginFlowBase(std::move(state), std::move(connector)),
+      _email(std::move(email)),
+      _password(std::move(password)) {}
+
+void OLEmailPasswordLoginFlow::startLoginFlow() {
+  if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
+  Json body = {{"email", _email}};
+  if (_password) body["password"] = *_password;
+  runRequest(
+      OstrelAPIEndpoint::EmailLogin, std::move(body),
+      {{OstrelErrorCodes::WRONG_EMAIL_PASSWORD, LocalErrorCodes::EMAILLoginWrongPasswordError},
+       {OstrelErrorCodes::MANDATORY_CONFIRM,
+        LocalErrorCodes::EMAILSignupLoginMandatoryConfirmError}},
+      LocalErrorCodes::EMAILLoginError, /*logsIn=*/true, /*holdsSlot=*/true);
+}
+
+OLEmailSignupLoginFlow::OLEmailSignupLoginFlow(std::shared_ptr<OLStatus> state,
+                                               OLConnector connector, std::string email,
+                                               std::optional<std::string> password,
+                                               std::shared_ptr<OLSimpleObject> userProperties)
+    : OLLoginFlowBase(std::move(state), std::move(connector)),
+      _email(std::move(email)),
+      _password(std::move(password)),
+      _userProperties(std::move(userProperties)) {}
+
+void OLEmailSignupLoginFlow::startLoginFlow() {
+  if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
+  Json body = {{"email", _email}};
+  if (_password) body["password"] = *_password;
+  body["user_properties"] = _userProperties ? _userProperties->getDictionary() : Json::object();
+  runRequest(
+      OstrelAPIEndpoint::EmailSignup, std::move(body),
+      {{OstrelErrorCodes::IDENTITY_ALREADY_USED, LocalErrorCodes::EMAILSignupLoginIdentityError},
+       {OstrelErrorCodes::MANDATORY_CONFIRM,
+        LocalErrorCodes::EMAILSignupLoginMandatoryConfirmError}},
+      LocalErrorCodes::EMAILLoginError, /*logsIn=*/true, /*holdsSlot=*/true);
+}
+
+OLEmailForgotFlow::OLEmailForgotFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
+                                     std::string email)
+    : OLLoginFlowBase(std::move(state), std::move(connector)), _email(std::move(email)) {}
+
+Result<void> OLEmailForgotFlow::checkStartRequirements() {
+  const std::string token = user().currentUserToken();
+  if (token == user().anonymousToken()) return {};
+  freeSlot();  // only affects a slot this flow would hold
+  return OLError::LocalError(LocalErrorCodes::LoginBuilderError, "User Already Logged",
+                             std::nullopt, Json{{"userToken", token}});
+}
+
+void OLEmailForgotFlow::startForgotFlow() {
+  if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
+  runRequest(OstrelAPIEndpoint::EmailForgot, Json{{"email", _email}},
+             {{OstrelErrorCodes::WRONG_EMAIL_PASSWORD, LocalErrorCodes::EMAILForgotWrongEmailError},
+              {OstrelErrorCodes::WRONG_IDENTITY, LocalErrorCodes::EMAILForgotWrongEmailError}},
+             LocalErrorCodes::EMAILForgotError, /*logsIn=*/false, /*holdsSlot=*/false);
+}
+
+OLEmailResendFlow::OLEmailResendFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
+                                     std::string email)
+    : OLLoginFlowBase(std::move(state), std::move(connector)), _email(std::move(email)) {}
+
+void OLEmailResendFlow::startLoginFlow() {
+  if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
+  runRequest(OstrelAPIEndpoint::EmailResend, Json{{"email", _email}}, {},
+             LocalErrorCodes::EMAILResendError, /*logsIn=*/false, /*holdsSlot=*/true);
+}
+
+}  // namespace ostrel

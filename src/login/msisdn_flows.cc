@@ -1,0 +1,94 @@
+#include "login/msisdn_flows.h"
+
+#include "core/ol_status.h"
+#include "login/service_error_mapping.h"
+#include "platform/runtime.h"
+
+namespace ostrel {
+
+OLMSISDNPINLoginFlow::OLMSISDNPINLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
+                                           std::string msisdn, std::optional<std::string> pin)
+    : OLLoginFlowBase(std::move(state), std::move(connector)),
+      _msisdn(std::move(msisdn)),
+      _pin(std::move(pin)) {}
+
+void OLMSISDNPINLoginFlow::startLoginFlow() {
+  if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
+  if (!_pin) {
+    freeSlot();
+    return failStart(
+        OLError::LocalError(LocalErrorCodes::LoginBuilderError, "Missing MSISDN PIN credential"));
+  }
+  runRequest(OstrelAPIEndpoint::MSISDNLogin, Json{{"msisdn", _msisdn}, {"pin", *_pin}},
+             {{OstrelErrorCodes::WRONG_PIN, LocalErrorCodes::MSISDNLoginWrongPINError}},
+             LocalErrorCodes::MSISDNLoginError, /*logsIn=*/true, /*holdsSlot=*/true);
+}
+
+void OLMSISDNPINLoginFlow::startForgotFlow() {
+  if (auto ready = checkForgotRequirements(); !ready) return failStart(ready.error());
+  runRequest(
+      OstrelAPIEndpoint::MSISDNForgot, Json{{"msisdn", _msisdn}},
+      {{OstrelErrorCodes::MAX_PIN_LIMIT_REACHED, LocalErrorCodes::MSISDNForgotMaxPINReachedError}},
+      LocalErrorCodes::MSISDNForgotError, /*logsIn=*/false, /*holdsSlot=*/false);
+}
+
+OLMSISDNUserRecognitionLoginFlow::OLMSISDNUserRecognitionLoginFlow(std::shared_ptr<OLStatus> state,
+                                                                   OLConnector connector,
+                                                                   std::optional<std::string> imsi,
+                                                                   int bounces, std::string pattern)
+    : OLLoginFlowBase(std::move(state), std::move(connector)),
+      _imsi(std::move(imsi)),
+      bounces(bounces),
+      pattern(std::move(pattern)) {}
+
+void OLMSISDNUserRecognitionLoginFlow::startLoginFlow() {
+  if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
+  Json body = Json::object();
+  if (_imsi) body["imsi"] = *_imsi;
+  auto self = std::static_pointer_cast<OLMSISDNUserRecognitionLoginFlow>(shared_from_this());
+  connector.send(OstrelAPIEndpoint::MSISDNUR, body,
+                 [self](std::optional<OLError> error, int64_t status, std::optional<Json> reply) {
+                   self->parseOstrelResponse(std::move(error), status, std::move(reply));
+                 });
+}
+
+void OLMSISDNUserRecognitionLoginFlow::parseOstrelResponse(std::optional<OLError> error,
+                                                           int64_t statusCode,
+                                                           std::optional<Json> body) {
+  if (!error) {
+    freeSlot();
+    parseUserStatus(body);
+    return;
+  }
+  if (!error->is(LocalErrorCodes::ConnectionDomainWarning)) {
+    freeSlot();
+    finish(mapServiceError(*error, {}, LocalErrorCodes::MSISDNUserRecognitionFailed), std::nullopt);
+    return;
+  }
+  if (bounces > 2) {
+    freeSlot();
+    finish(std::move(error), std::nullopt);
+    return;
+  }
+  // The operator's raw reply goes back to the service, Base64-encoded.
+  std::string raw;
+  if (const Json* extra = error->extra(); extra && extra->contains("response")) {
+    const Json& response = (*extra)["response"];
+    if (response.is_object() && response.contains("__parsed_string__") &&
+        response["__parsed_string__"].is_string()) {
+      raw = response["__parsed_string__"].get<std::string>();
+    } else if (!response.is_null()) {
+      raw = dumpJson(response);
+    }
+  }
+  bounces += 1;
+  (void)statusCode;
+  auto self = std::static_pointer_cast<OLMSISDNUserRecognitionLoginFlow>(shared_from_this());
+  connector.send(OstrelAPIEndpoint::MSISDNURBody,
+                 Json{{"mno_response", runtime::crypto().base64Encode(raw)}},
+                 [self](std::optional<OLError> e, int64_t status, std::optional<Json> reply) {
+                   self->parseOstrelResponse(std::move(e), status, std::move(reply));
+                 });
+}
+
+}  // namespace ostrel

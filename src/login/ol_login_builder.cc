@@ -1,0 +1,258 @@
+#include "login/ol_login_builder.h"
+
+#include "core/ol_status.h"
+#include "login/email_flows.h"
+#include "login/msisdn_flows.h"
+#include "login/ol_auto_login_flow.h"
+#include "login/ol_user_status.h"
+#include "platform/runtime.h"
+#include "queue/ol_queue_manager.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel {
+namespace {
+OLError builderError(std::string message, std::optional<Json> extra = std::nullopt) {
+  return OLError::LocalError(LocalErrorCodes::LoginBuilderError, std::move(message), std::nullopt,
+                             std::move(extra));
+}
+// The page pattern of the operator recognition: an address up to a double quote.
+const char* kOperatorPagePattern = "http://\\S+\"";
+}  // namespace
+
+std::shared_ptr<OLLoginBuilder> OLLoginBuilder::make(
+    std::shared_ptr<OLStatus> state, std::shared_ptr<ConnectorBuilder> connectorBuilder,
+    std::weak_ptr<OLQueueManager> eventManager) {
+  auto b = std::shared_ptr<OLLoginBuilder>(new OLLoginBuilder());
+  b->_ostrelState = std::move(state);
+  b->_buildConnector = std::move(connectorBuilder);
+  b->_eventManager = std::move(eventManager);
+  return b;
+}
+
+OLLoginBuilder& OLLoginBuilder::setOnFlowCompleteCallback(ErrorCallback c) {
+  _onFlowCompleteCallback = std::move(c);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setCustomData(std::shared_ptr<OLSimpleObject> v) {
+  _customData = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setCustomID(std::string v) {
+  _customId = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setAccessToken(std::string v) {
+  _manualToken = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setOAuthClientID(std::string v) {
+  _clientId = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setEmail(std::string v) {
+  _email = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setPassword(std::string v) {
+  _password = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setProductEmailParams(std::shared_ptr<OLSimpleObject> v) {
+  _emailParams = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setUserProperties(std::shared_ptr<OLSimpleObject> v) {
+  _userProperties = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setMSISDN(std::string v) {
+  _msisdn = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setPIN(std::string v) {
+  _pin = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setNOPIN() {
+  _pin = kNoPinSentinel;
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setExternalID(std::string v) {
+  _externalId = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setOfferId(std::string v) {
+  _offerId = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setPony(std::string v) {
+  _pony = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setBrivolaUser(std::string v) {
+  _brivolaUser = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setInfoUtente(std::string v) {
+  _infoUtente = std::move(v);
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setAllowCustomLoginSession() {
+  logLine("Dummy method setAllowCustomLoginSession");
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setReturnUrl(const std::string&) {
+  logLine("Dummy method setReturnUrl");
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setWaitingUrl(const std::string&) {
+  logLine("Dummy method setWaitingUrl");
+  return *this;
+}
+OLLoginBuilder& OLLoginBuilder::setErrorUrl(const std::string&) {
+  logLine("Dummy method setErrorUrl");
+  return *this;
+}
+
+Result<void> OLLoginBuilder::checkRequirements() {
+  if (_ostrelState->hasRunningFlow()) return builderError("Another Flow is in progress");
+  auto& user = *_ostrelState->userState();
+  const std::string token = user.currentUserToken();
+  if (token != user.anonymousToken()) {
+    return builderError("User Already Logged", Json{{"userToken", token}});
+  }
+  return {};
+}
+
+Result<void> OLLoginBuilder::checkEmail(bool needsPassword) {
+  if (auto ok = checkRequirements(); !ok) return ok;
+  if (!_email) return builderError("Missing EMAIL credential");
+  if (_email->empty()) return builderError("Wrong EMAIL credential", Json{{"email", *_email}});
+  if (needsPassword && !_password) return builderError("Missing PASSWORD credential");
+  return {};
+}
+
+void OLLoginBuilder::fireFinalizeFlowActions(std::optional<OLError> error,
+                                             std::optional<std::string> sessionToken,
+                                             LoginType loginType) {
+  auto listener = _ostrelState->userState()->stateChangeListener();
+  logLine("State Change Listener " + (listener ? listener->description() : std::string("none")));
+  if (!error) {
+    if (auto manager = _eventManager.lock(); manager && sessionToken) {
+      logLine("Queueing identify event of " + std::string(rawValue(loginType)));
+      (void)manager->generateIdentify(*sessionToken, _customData,
+                                      IdentificationType::login(loginType));
+    }
+    logLine(std::string("Finalize Login Flow ") + (listener ? "true" : "false"));
+    if (listener) listener->onUserStateChanged(std::nullopt);
+    if (_onFlowCompleteCallback) _onFlowCompleteCallback(std::nullopt);
+    return;
+  }
+  logLine("Finalize Login Flow Error " + error->description());
+  if (listener) listener->onUserStateChanged(error);
+  if (_onFlowCompleteCallback) _onFlowCompleteCallback(error);
+}
+
+void OLLoginBuilder::autologinCompleted(std::optional<OLError> error,
+                                        std::optional<std::string> token) {
+  auto user = _ostrelState->userState();
+  if (error && error->statusCode()) {
+    // The stored credentials are no longer accepted.
+    const int64_t status = *error->statusCode();
+    const char* type = status == 401 ? "refresh" : status == 400 ? "invalid" : "error";
+    auto callback = _onFlowCompleteCallback;
+    auto original = *error;
+    user->logoutUser(type, [callback, original](std::optional<OLError>) {
+      if (callback) callback(original);
+    });
+    return;
+  }
+  if (error) {
+    if (auto listener = user->stateChangeListener()) listener->onUserStateChanged(error);
+    if (_onFlowCompleteCallback) _onFlowCompleteCallback(error);
+    return;
+  }
+  if (!token) {
+    if (_onFlowCompleteCallback) {
+      _onFlowCompleteCallback(OLError::LocalError(LocalErrorCodes::AutologinServerError,
+                                                  "Missing User Token in Autologin Response"));
+    }
+    return;
+  }
+  if (auto manager = _eventManager.lock()) {
+    (void)manager->generateIdentify(*token, _customData,
+                                    IdentificationType::login(LoginType::autologin));
+  }
+  if (_onFlowCompleteCallback) _onFlowCompleteCallback(std::nullopt);
+}
+
+Result<std::shared_ptr<OLAutoLoginFlow>> OLLoginBuilder::getAutoLoginFlow() {
+  auto flow = std::make_shared<OLAutoLoginFlow>(_ostrelState, _buildConnector->buildConnector());
+  std::weak_ptr<OLLoginBuilder> weak = weak_from_this();
+  auto self = shared_from_this();  // the builder lives while its flow runs
+  flow->setInternalCompletionCallback(
+      [self](std::optional<OLError> e, std::optional<std::string> t) {
+        self->autologinCompleted(std::move(e), std::move(t));
+      });
+  return flow;
+}
+
+#define OSTREL_WIRE_FINALIZE(flow, loginType)                                   \
+  do {                                                                          \
+    auto self = shared_from_this();                                             \
+    (flow)->setInternalCompletionCallback(                                      \
+        [self](std::optional<OLError> e, std::optional<std::string> t) {        \
+          self->fireFinalizeFlowActions(std::move(e), std::move(t), loginType); \
+        });                                                                     \
+  } while (0)
+
+Result<std::shared_ptr<OLEmailPasswordLoginFlow>> OLLoginBuilder::getEmailLoginFlow() {
+  if (auto ok = checkEmail(true); !ok) return ok.error();
+  auto flow = std::make_shared<OLEmailPasswordLoginFlow>(
+      _ostrelState, _buildConnector->buildConnector(), *_email, _password);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::email);
+  return flow;
+}
+
+Result<std::shared_ptr<OLEmailSignupLoginFlow>> OLLoginBuilder::getEmailSignupFlow() {
+  if (auto ok = checkEmail(true); !ok) return ok.error();
+  auto flow = std::make_shared<OLEmailSignupLoginFlow>(
+      _ostrelState, _buildConnector->buildConnector(), *_email, _password, _userProperties);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::emailSignup);
+  return flow;
+}
+
+Result<std::shared_ptr<OLEmailForgotFlow>> OLLoginBuilder::getEmailForgotFlow() {
+  if (auto ok = checkEmail(false); !ok) return ok.error();
+  auto flow =
+      std::make_shared<OLEmailForgotFlow>(_ostrelState, _buildConnector->buildConnector(), *_email);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::email);
+  return flow;
+}
+
+Result<std::shared_ptr<OLEmailResendFlow>> OLLoginBuilder::getEmailResendFlow() {
+  if (auto ok = checkEmail(false); !ok) return ok.error();
+  auto flow =
+      std::make_shared<OLEmailResendFlow>(_ostrelState, _buildConnector->buildConnector(), *_email);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::emailConfirm);
+  return flow;
+}
+
+Result<std::shared_ptr<OLMSISDNPINLoginFlow>> OLLoginBuilder::getMSISDPINLoginFlow() {
+  if (auto ok = checkRequirements(); !ok) return ok.error();
+  if (!_msisdn) return builderError("Missing MSISDN credential");
+  auto flow = std::make_shared<OLMSISDNPINLoginFlow>(
+      _ostrelState, _buildConnector->buildConnector(), *_msisdn, _pin);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::msisdnPin);
+  return flow;
+}
+
+Result<std::shared_ptr<OLMSISDNUserRecognitionLoginFlow>> OLLoginBuilder::getMSISDNURLoginFlow() {
+  if (auto ok = checkRequirements(); !ok) return ok.error();
+  auto flow = std::make_shared<OLMSISDNUserRecognitionLoginFlow>(
+      _ostrelState, _buildConnector->buildConnector(), std::nullopt, 0, kOperatorPagePattern);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::msisdnUR);
+  return flow;
+}
+
+}  // namespace ostrel

@@ -1,0 +1,99 @@
+#pragma once
+// The host's way to obtain a login flow: chained setters for credentials,
+// then one getter that checks the library's state and the credentials and
+// answers a ready flow (or a LoginBuilderError, without touching the network).
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "ostrel/event_types.h"
+#include "ostrel/ol_simple_object.h"
+#include "ostrel/ostrel.h"
+#include "ostrel/result.h"
+
+namespace ostrel {
+
+class ConnectorBuilder;
+class OLStatus;
+class OLQueueManager;
+class OLAutoLoginFlow;
+class OLEmailPasswordLoginFlow;
+class OLEmailSignupLoginFlow;
+class OLEmailForgotFlow;
+class OLEmailResendFlow;
+class OLMSISDNPINLoginFlow;
+class OLMSISDNUserRecognitionLoginFlow;
+
+class OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
+ public:
+  static std::shared_ptr<OLLoginBuilder> make(std::shared_ptr<OLStatus> state,
+                                              std::shared_ptr<ConnectorBuilder> connectorBuilder,
+                                              std::weak_ptr<OLQueueManager> eventManager);
+
+  OLLoginBuilder& setOnFlowCompleteCallback(ErrorCallback callback);
+  OLLoginBuilder& setCustomData(std::shared_ptr<OLSimpleObject> customData);
+  OLLoginBuilder& setCustomID(std::string customId);
+  OLLoginBuilder& setAccessToken(std::string token);
+  OLLoginBuilder& setOAuthClientID(std::string clientId);
+  OLLoginBuilder& setEmail(std::string email);
+  OLLoginBuilder& setPassword(std::string password);
+  OLLoginBuilder& setProductEmailParams(std::shared_ptr<OLSimpleObject> params);
+  OLLoginBuilder& setUserProperties(std::shared_ptr<OLSimpleObject> userProperties);
+  OLLoginBuilder& setMSISDN(std::string msisdn);
+  OLLoginBuilder& setPIN(std::string pin);
+  // The user has no PIN: the service is told with a fixed placeholder.
+  OLLoginBuilder& setNOPIN();
+  OLLoginBuilder& setExternalID(std::string externalId);
+  OLLoginBuilder& setOfferId(std::string offerId);
+  OLLoginBuilder& setPony(std::string pony);
+  OLLoginBuilder& setBrivolaUser(std::string brivolaUser);
+  OLLoginBuilder& setInfoUtente(std::string infoUtente);
+  // Kept for host code written against an older interface; they only print.
+  OLLoginBuilder& setAllowCustomLoginSession();
+  OLLoginBuilder& setReturnUrl(const std::string& url);
+  OLLoginBuilder& setWaitingUrl(const std::string& url);
+  OLLoginBuilder& setErrorUrl(const std::string& url);
+
+  Result<std::shared_ptr<OLAutoLoginFlow>> getAutoLoginFlow();
+  Result<std::shared_ptr<OLEmailPasswordLoginFlow>> getEmailLoginFlow();
+  Result<std::shared_ptr<OLEmailForgotFlow>> getEmailForgotFlow();
+  Result<std::shared_ptr<OLEmailResendFlow>> getEmailResendFlow();
+  Result<std::shared_ptr<OLEmailSignupLoginFlow>> getEmailSignupFlow();
+  Result<std::shared_ptr<OLMSISDNPINLoginFlow>> getMSISDPINLoginFlow();
+  Result<std::shared_ptr<OLMSISDNUserRecognitionLoginFlow>> getMSISDNURLoginFlow();
+
+  // The finalize step of every flow but the autologin.
+  void fireFinalizeFlowActions(std::optional<OLError> error,
+                               std::optional<std::string> sessionToken, LoginType loginType);
+
+  const std::optional<std::string>& pin() const { return _pin; }
+
+ private:
+  OLLoginBuilder() = default;
+  Result<void> checkRequirements();
+  Result<void> checkEmail(bool needsPassword);
+  void autologinCompleted(std::optional<OLError> error, std::optional<std::string> token);
+
+  ErrorCallback _onFlowCompleteCallback;
+  std::shared_ptr<OLStatus> _ostrelState;
+  std::optional<std::string> _customId;
+  std::shared_ptr<OLSimpleObject> _customData;
+  std::optional<std::string> _clientId;
+  std::optional<std::string> _manualToken;
+  std::optional<std::string> _email;
+  std::optional<std::string> _password;
+  std::shared_ptr<OLSimpleObject> _emailParams;
+  std::shared_ptr<OLSimpleObject> _userProperties;
+  std::optional<std::string> _msisdn;
+  std::optional<std::string> _pin;
+  std::optional<std::string> _externalId;
+  std::optional<std::string> _offerId;
+  std::optional<std::string> _pony;
+  std::shared_ptr<ConnectorBuilder> _buildConnector;
+  std::weak_ptr<OLQueueManager> _eventManager;
+  std::optional<std::string> _brivolaUser;
+  std::optional<std::string> _infoUtente;
+};
+
+}  // namespace ostrel

@@ -1,0 +1,274 @@
+#include "login/ol_user_status.h"
+
+#include "core/ol_notification.h"
+#include "platform/runtime.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel {
+namespace {
+
+const char* kAutologinKey = "AutologinToken";
+
+OLError serviceCallError(const std::string& message, const Json& input, int64_t status,
+                         const std::optional<Json>& reply, LocalErrorCodes code) {
+  return OLError::LocalError(code, message, std::nullopt,
+                             Json{{"input", describeValue(input)},
+                                  {"statusCode", status},
+                                  {"body", reply ? describeValue(*reply) : std::string("nil")}});
+}
+
+}  // namespace
+
+std::shared_ptr<OLUserStatus> OLUserStatus::make(const OstrelConfiguration& configuration,
+                                                 std::shared_ptr<ConnectorBuilder> connectorBuilder,
+                                                 const std::string& deviceId) {
+  auto status = std::shared_ptr<OLUserStatus>(new OLUserStatus());
+  status->_config = configuration;
+  status->anonymousToken_ = "A_" + deviceId;
+  status->connectorBuilder_ = std::move(connectorBuilder);
+  status->storedTokens_ = std::make_unique<OLMap<Token>>("UserTokens");
+  status->storedUserMetaInfo_ = std::make_unique<OLTypedStack<OLUserMetaInfo>>("UserMetaInfo");
+  // Restored directly: the persistence hook does not run for what is already stored.
+  auto token = status->storedTokens_->get(std::string(kAutologinKey), false);
+  if (!token) return nullptr;
+  if (auto autologin = std::dynamic_pointer_cast<AutologinToken>(*token)) {
+    status->_autologinToken = autologin;
+  }
+  auto meta = status->storedUserMetaInfo_->get(std::nullopt, false);
+  if (!meta) return nullptr;
+  status->_userMetaInfo = *meta;
+  return status;
+}
+
+OLUserStatus::~OLUserStatus() = default;
+
+std::optional<std::string> OLUserStatus::autologinToken() {
+  std::shared_ptr<AutologinToken> token;
+  {
+    std::lock_guard lock(mutex_);
+    token = _autologinToken;
+  }
+  if (!token) return std::nullopt;
+  if (!token->isExpired()) return token->value;
+  // Expiry is noticed lazily, here.
+  logLine("Autologin Token Has Expired!!!");
+  setAutologinToken(std::nullopt);
+  return std::nullopt;
+}
+
+std::optional<std::string> OLUserStatus::ostrelToken() const {
+  std::lock_guard lock(mutex_);
+  return ostrelToken_;
+}
+
+std::string OLUserStatus::autologinTokenDescription() const {
+  std::lock_guard lock(mutex_);
+  return _autologinToken ? describeOptional(std::optional<std::string>(_autologinToken->value))
+                         : "nil";
+}
+
+std::string OLUserStatus::currentUserToken() {
+  if (auto service = ostrelToken()) return *service;
+  if (auto autologin = autologinToken()) return *autologin;
+  return anonymousToken_;
+}
+
+void OLUserStatus::setAutologinToken(std::optional<std::string> value) {
+  std::shared_ptr<AutologinToken> token;
+  if (value) token = std::make_shared<AutologinToken>(*value);
+  {
+    std::lock_guard lock(mutex_);
+    _autologinToken = token;
+  }
+  // Storage failures are printed; the in-memory state stands.
+  if (!token) {
+    logLine("delete from disk autologin token");
+    if (auto removed = storedTokens_->remove(kAutologinKey); !removed) {
+      logLine(removed.error().description());
+    }
+  } else if (auto added = storedTokens_->add(*token); !added) {
+    logLine(added.error().description());
+  }
+}
+
+void OLUserStatus::loginUser(const std::string& ostrelToken,
+                             const std::optional<std::string>& autologinToken) {
+  bool hadToken;
+  {
+    std::lock_guard lock(mutex_);
+    hadToken = ostrelToken_.has_value();
+    ostrelToken_ = ostrelToken;
+  }
+  setAutologinToken(autologinToken);
+  if (!hadToken) notify(OLNotification::UserLoginStateChanged, this, Json{{"error", nullptr}});
+}
+
+Result<void> OLUserStatus::setUserMetaInfo(const Json& info) {
+  std::shared_ptr<OLUserMetaInfo> meta;
+  {
+    std::lock_guard lock(mutex_);
+    if (_userMetaInfo) {
+      _userMetaInfo->setInfo(info);
+    } else {
+      _userMetaInfo =
+          std::make_shared<OLUserMetaInfo>(info, runtime::now(), _config.metaInfoCacheSecs);
+    }
+    meta = _userMetaInfo;
+  }
+  logLine("Writing user_meta_info to " + storedUserMetaInfo_->storageUrl());
+  auto added = storedUserMetaInfo_->add(*meta);
+  if (!added) return added.error();
+  return {};
+}
+
+void OLUserStatus::getUserMetaInfo(DictionaryCallback callback) {
+  const std::string token = currentUserToken();
+  if (token.starts_with("C_")) {
+    callback(std::nullopt, Json{{"login", {{"created", nullptr}, {"flow", "custom"}}}});
+    return;
+  }
+  if (ostrelToken()) {
+    callback(std::nullopt, Json{{"login", {{"created", nullptr}, {"flow", "external"}}}});
+    return;
+  }
+  std::shared_ptr<OLUserMetaInfo> cached;
+  {
+    std::lock_guard lock(mutex_);
+    cached = _userMetaInfo;
+  }
+  if (cached && cached->info() && !cached->isExpired()) {
+    logLine("Cached Meta Info");
+    callback(std::nullopt, *cached->info());
+    return;
+  }
+  (void)storedUserMetaInfo_->clear();
+  auto self = shared_from_this();
+  connectorBuilder_->buildConnector().send(
+      OstrelAPIEndpoint::UserInfo, Json{{"user_id", token}},
+      [self, callback](std::optional<OLError> error, int64_t, std::optional<Json> reply) {
+        if (error) {
+          callback(OLError::LocalError(LocalErrorCodes::UserMetaInfoError,
+                                       "Internal error on UserInfo call", std::nullopt,
+                                       Json{{"error", error->description()}}),
+                   std::nullopt);
+          return;
+        }
+        if (!reply) {
+          callback(OLError::LocalError(LocalErrorCodes::UserMetaInfoError, "Unexpected Null body"),
+                   std::nullopt);
+          return;
+        }
+        if (auto stored = self->setUserMetaInfo(*reply); !stored) {
+          callback(OLError::LocalError(LocalErrorCodes::UserMetaInfoError,
+                                       "Error in Storage of User Meta Info", std::nullopt,
+                                       Json{{"error", stored.error().description()}}),
+                   std::nullopt);
+          return;
+        }
+        callback(std::nullopt, *reply);
+      });
+}
+
+void OLUserStatus::logoutUser(const std::string& logoutType, ErrorCallback callback) {
+  const std::string token = currentUserToken();
+  if (token == anonymousToken_) {
+    // Nobody to log out: nothing changes and nothing is reported.
+    callback(std::nullopt);
+    return;
+  }
+  auto cleared = storedUserMetaInfo_->clear();
+  {
+    std::lock_guard lock(mutex_);
+    _userMetaInfo.reset();
+  }
+  if (!cleared) {
+    callback(
+        OLError::LocalError(LocalErrorCodes::LogoutError, "Error in user logout", std::nullopt,
+                            Json{{"userToken", token}, {"error", cleared.error().description()}}));
+    return;
+  }
+  {
+    std::lock_guard lock(mutex_);
+    ostrelToken_.reset();
+  }
+  setAutologinToken(std::nullopt);
+  (void)storedTokens_->clear();
+  notify(OLNotification::UserLoginStateChanged, this, Json{{"error", nullptr}});
+  if (auto listener = stateChangeListener()) listener->onUserStateChanged(std::nullopt);
+  std::function<void(const std::string&, const std::string&)> sink;
+  {
+    std::lock_guard lock(mutex_);
+    sink = logoutSink_;
+  }
+  if (sink) sink(token, logoutType);
+  callback(std::nullopt);
+}
+
+void OLUserStatus::deleteUser(ErrorCallback callback) {
+  const std::string token = currentUserToken();
+  if (token == anonymousToken_) {
+    callback(OLError::LocalError(LocalErrorCodes::UserDeleteError, "User Not Logged", std::nullopt,
+                                 Json{{"userToken", token}}));
+    return;
+  }
+  if (token.starts_with("C_")) {
+    callback(OLError::LocalError(LocalErrorCodes::UserDeleteError, "User cannot be custom",
+                                 std::nullopt, Json{{"userToken", token}}));
+    return;
+  }
+  auto self = shared_from_this();
+  const Json input = {{"user_id", token}};
+  connectorBuilder_->buildConnector().send(
+      OstrelAPIEndpoint::UserDelete, input,
+      [self, input, callback](std::optional<OLError> error, int64_t status,
+                              std::optional<Json> reply) {
+        if (error) {
+          callback(serviceCallError("Ostrel Auth End gave an error", input, status, reply,
+                                    LocalErrorCodes::UserDeleteError));
+          return;
+        }
+        self->logoutUser("delete", callback);
+      });
+}
+
+void OLUserStatus::generateTransientToken(TokenCallback callback) {
+  const std::string token = currentUserToken();
+  const Json input = {{"user_id", token}};
+  connectorBuilder_->buildConnector().send(
+      OstrelAPIEndpoint::GenerateTransientToken, input,
+      [input, token, callback](std::optional<OLError> error, int64_t status,
+                               std::optional<Json> reply) {
+        if (error) {
+          callback(serviceCallError("Ostrel Auth End gave an error", input, status, reply,
+                                    LocalErrorCodes::InvalidUserToken),
+                   std::nullopt);
+          return;
+        }
+        if (reply && reply->contains("transient") && (*reply)["transient"].is_string()) {
+          callback(std::nullopt, (*reply)["transient"].get<std::string>());
+          return;
+        }
+        callback(OLError::LocalError(LocalErrorCodes::InvalidUserToken,
+                                     "Unable to retrieve transient Token", std::nullopt,
+                                     Json{{"userToken", token}}),
+                 std::nullopt);
+      });
+}
+
+void OLUserStatus::setStateChangeListener(std::weak_ptr<UserStateChangeListener> listener) {
+  std::lock_guard lock(mutex_);
+  stateChangeListener_ = std::move(listener);
+}
+
+std::shared_ptr<UserStateChangeListener> OLUserStatus::stateChangeListener() const {
+  std::lock_guard lock(mutex_);
+  return stateChangeListener_.lock();
+}
+
+void OLUserStatus::setLogoutEventSink(
+    std::function<void(const std::string&, const std::string&)> sink) {
+  std::lock_guard lock(mutex_);
+  logoutSink_ = std::move(sink);
+}
+
+}  // namespace ostrel

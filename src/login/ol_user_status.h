@@ -1,0 +1,78 @@
+#pragma once
+// Who the current user is, as a set of tokens, and everything that changes or
+// queries that identity on the service.
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "core/ostrel_api_endpoint.h"
+#include "core/ostrel_configuration.h"
+#include "login/ol_user_meta_info.h"
+#include "login/tokens.h"
+#include "ostrel/json.h"
+#include "ostrel/ostrel.h"
+#include "ostrel/result.h"
+#include "ostrel/user_state_change_listener.h"
+
+namespace ostrel {
+
+class ConnectorBuilder;
+class OLStatus;
+class OLLoginBuilder;
+class OLQueueManager;
+
+class OLUserStatus : public std::enable_shared_from_this<OLUserStatus> {
+ public:
+  // Restores the stored autologin token and meta info; yields nothing when a
+  // store cannot be read.
+  static std::shared_ptr<OLUserStatus> make(const OstrelConfiguration& configuration,
+                                            std::shared_ptr<ConnectorBuilder> connectorBuilder,
+                                            const std::string& deviceId);
+  ~OLUserStatus();
+
+  // The service token if held, else the unexpired autologin token, else the anonymous one.
+  std::string currentUserToken();
+  const std::string& anonymousToken() const { return anonymousToken_; }
+  // The autologin token when held and not expired; an expired one is dropped here.
+  std::optional<std::string> autologinToken();
+  std::optional<std::string> ostrelToken() const;
+  // Text form for the console ("nil" when absent), without dropping anything.
+  std::string autologinTokenDescription() const;
+  bool isLogged() { return currentUserToken() != anonymousToken_; }
+
+  void loginUser(const std::string& ostrelToken, const std::optional<std::string>& autologinToken);
+  void getUserMetaInfo(DictionaryCallback callback);
+  Result<void> setUserMetaInfo(const Json& info);
+  // `logoutType` is the raw value of the logout kind ("explicit", "delete", ...).
+  void logoutUser(const std::string& logoutType, ErrorCallback callback);
+  void deleteUser(ErrorCallback callback);
+  void generateTransientToken(TokenCallback callback);
+  void syncUserState(const std::shared_ptr<OLStatus>& status,
+                     const std::shared_ptr<OLLoginBuilder>& builder, ErrorCallback callback);
+
+  void setStateChangeListener(std::weak_ptr<UserStateChangeListener> listener);
+  std::shared_ptr<UserStateChangeListener> stateChangeListener() const;
+  // Where logout events go (the queue manager); may be unset.
+  void setLogoutEventSink(
+      std::function<void(const std::string& userId, const std::string& logoutType)> sink);
+
+ private:
+  OLUserStatus() = default;
+  void setAutologinToken(std::optional<std::string> value);  // runs the persistence hook
+
+  OstrelConfiguration _config;
+  std::string anonymousToken_;
+  std::shared_ptr<ConnectorBuilder> connectorBuilder_;
+  mutable std::mutex mutex_;
+  std::shared_ptr<AutologinToken> _autologinToken;
+  std::optional<std::string> ostrelToken_;
+  std::shared_ptr<OLUserMetaInfo> _userMetaInfo;
+  std::unique_ptr<OLMap<Token>> storedTokens_;
+  std::unique_ptr<OLTypedStack<OLUserMetaInfo>> storedUserMetaInfo_;
+  std::weak_ptr<UserStateChangeListener> stateChangeListener_;
+  std::function<void(const std::string&, const std::string&)> logoutSink_;
+};
+
+}  // namespace ostrel

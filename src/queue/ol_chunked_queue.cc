@@ -1,0 +1,281 @@
+#include "queue/ol_chunked_queue.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "events/event_archive.h"
+
+namespace ostrel {
+namespace {
+
+std::optional<int> parseKey(const std::string& name) {
+  int key = 0;
+  auto [end, ec] = std::from_chars(name.data(), name.data() + name.size(), key);
+  if (ec != std::errc() || end != name.data() + name.size() || key < 0 || key > 65535) {
+    return std::nullopt;
+  }
+  return key;
+}
+
+std::string keysText(const std::vector<int>& keys) {
+  std::string out = "[";
+  for (std::size_t i = 0; i < keys.size(); ++i) out += (i ? ", " : "") + std::to_string(keys[i]);
+  return out + "]";
+}
+
+}  // namespace
+
+Result<std::shared_ptr<OLBaseEvent>> StorableTraits<OLBaseEvent>::unarchive(
+    std::string_view bytes) {
+  return decodeEvent(bytes);
+}
+
+OLChunkedQueue::OLChunkedQueue(std::string name, int64_t chunkSize)
+    : OLDiskStorage<OLBaseEvent>(std::move(name)),
+      chunkMaxSize(chunkSize),
+      chunkSizeWriter_(runtime::scheduler().makeSerialQueue("io.ostrel.chunkSize")),
+      pendingChunkSize_(std::make_shared<std::pair<std::mutex, std::optional<int64_t>>>()) {
+  std::vector<int> keys;
+  if (auto names = runtime::files().listDirectory(chunksFolder())) {
+    for (const auto& n : *names) {
+      if (auto key = parseKey(n)) keys.push_back(*key);
+    }
+  }
+  std::sort(keys.begin(), keys.end());
+  logLine("Found " + keysText(keys));
+  // Only the oldest and the push chunk need their contents counted now; the
+  // others are counted when they become the oldest.
+  for (std::size_t i = 0; i < keys.size(); ++i) chunkStats_[keys[i]] = {-1, -1};
+  if (!keys.empty()) {
+    _chunkKeys = keys;
+    _pushUrl = chunksFolder() + "/" + std::to_string(keys.back());
+    const auto size = static_cast<int64_t>(getFolderSize(*_pushUrl));
+    setPushChunkSize(size);
+    if (auto names = runtime::files().listDirectory(*_pushUrl)) {
+      pushNames_.insert(names->begin(), names->end());
+      chunkStats_[keys.back()] = {size, static_cast<int64_t>(names->size())};
+    }
+  }
+  std::lock_guard lock(snapshotMutex_);
+  refreshSnapshotLocked();
+}
+
+void OLChunkedQueue::ensureKeys() {
+  if (_chunkKeys && !_chunkKeys->empty()) return;
+  setChunkKeys({1});
+  setPushChunkSize(0);
+  _pushUrl = chunksFolder() + "/1";
+  pushNames_.clear();
+  chunkStats_[1] = {0, 0};
+}
+
+std::vector<int> OLChunkedQueue::chunkKeys() {
+  ensureKeys();
+  return *_chunkKeys;
+}
+
+void OLChunkedQueue::setChunkKeys(std::vector<int> keys) {
+  _chunkKeys = std::move(keys);
+  const std::string folder = chunksFolder();
+  if (!runtime::files().isDirectory(folder)) {
+    logLine("creating directory " + folder);
+    (void)runtime::files().createDirectories(folder);
+  }
+}
+
+int64_t OLChunkedQueue::pushChunkSize() const {
+  return _pushChunkSize.value_or(0);
+}
+
+void OLChunkedQueue::setPushChunkSize(int64_t size) {
+  _pushChunkSize = size;
+  writeChunkSizeFile(size);
+}
+
+void OLChunkedQueue::writeChunkSizeFile(int64_t size) {
+  // Written off the queue's thread; a burst of changes coalesces into the latest value.
+  bool scheduled;
+  {
+    std::lock_guard lock(pendingChunkSize_->first);
+    scheduled = pendingChunkSize_->second.has_value();
+    pendingChunkSize_->second = size;
+  }
+  if (scheduled) return;
+  const std::string path = ostrelUrl() + "/chunk-size";
+  chunkSizeWriter_->async([pending = pendingChunkSize_, path] {
+    int64_t value;
+    {
+      std::lock_guard lock(pending->first);
+      value = pending->second.value_or(0);
+      pending->second.reset();
+    }
+    if (auto written = runtime::files().writeFileAtomic(path, std::to_string(value)); !written) {
+      logLine("Cannot write chunk-size: " + written.error().description());
+    }
+  });
+}
+
+void OLChunkedQueue::nextPushUrl() {
+  ensureKeys();
+  int key = _chunkKeys->back();
+  if (_pushUrl) {
+    key = (key + 1) % 65536;
+    auto keys = *_chunkKeys;
+    keys.push_back(key);
+    setChunkKeys(std::move(keys));
+    setPushChunkSize(0);
+    pushNames_.clear();
+    chunkStats_[key] = {0, 0};
+  }
+  _pushUrl = chunksFolder() + "/" + std::to_string(key);
+}
+
+std::string OLChunkedQueue::pushUrl() {
+  ensureKeys();
+  if (_pushUrl && pushChunkSize() >= chunkMaxSize) nextPushUrl();
+  if (!_pushUrl) nextPushUrl();
+  if (!runtime::files().isDirectory(*_pushUrl)) {
+    logLine("About to return an invalid path! creating directory " + *_pushUrl);
+    (void)runtime::files().createDirectories(*_pushUrl);
+  }
+  return *_pushUrl;
+}
+
+Result<std::string> OLChunkedQueue::getStorePathFromItem(const OLBaseEvent& item) {
+  std::string name = item.uniqueName();
+  // Two events of one type in the same microsecond would share a name; keep both.
+  if (pushNames_.count(name)) {
+    int n = 1;
+    while (pushNames_.count(name + "-" + std::to_string(n))) ++n;
+    name += "-" + std::to_string(n);
+  }
+  return pushUrl() + "/" + name;
+}
+
+Result<std::string> OLChunkedQueue::getHandlerForPath(const std::string& path) {
+  return path.substr(path.find_last_of('/') + 1);
+}
+
+Result<std::optional<std::string>> OLChunkedQueue::getPathFromHandler(
+    const std::optional<std::string>& handler) {
+  if (handler) return std::optional<std::string>(chunksFolder() + "/" + *handler);
+  return std::optional<std::string>(chunksFolder() + "/" + std::to_string(chunkKeys().front()));
+}
+
+Result<void> OLChunkedQueue::append(const OLBaseEvent& event) {
+  const std::string bytes = StorableTraits<OLBaseEvent>::archive(event);
+  auto path = getStorePathFromItem(event);
+  if (!path) return path.error();
+  const std::string folder = path->substr(0, path->find_last_of('/'));
+  const std::string file = path->substr(path->find_last_of('/') + 1);
+  logLine("Writing " + file + " to " + folder + " (" + std::to_string(bytes.size()) + " bytes) #" +
+          event.eventType);
+  auto written = runtime::files().writeFileAtomic(*path, bytes);
+  if (!written) {
+    // The folder may have vanished behind the queue's back: make it and try once more.
+    (void)runtime::files().createDirectories(folder);
+    written = runtime::files().writeFileAtomic(*path, bytes);
+    if (!written) return written.error();
+  }
+  pushNames_.insert(file);
+  setPushChunkSize(pushChunkSize() + static_cast<int64_t>(bytes.size()));
+  auto& stats = chunkStats_[_chunkKeys->back()];
+  if (stats.first < 0) stats = {0, 0};
+  stats.first += static_cast<int64_t>(bytes.size());
+  stats.second += 1;
+  std::lock_guard lock(snapshotMutex_);
+  refreshSnapshotLocked();
+  return {};
+}
+
+Result<std::vector<std::shared_ptr<OLBaseEvent>>> OLChunkedQueue::popChunk(
+    std::optional<std::string>& handler, bool withRemove) {
+  auto folder = getPathFromHandler(handler);
+  if (!folder) return folder.error();
+  const std::string path = **folder;
+  if (_pushUrl && path == *_pushUrl) {
+    logLine("#### Generating a new push url different than the popOne");
+    nextPushUrl();
+  }
+  std::vector<std::shared_ptr<OLBaseEvent>> events;
+  auto names = runtime::files().listDirectory(path);
+  if (!names) {
+    if (runtime::files().isDirectory(path)) return names.error();
+    names = std::vector<std::string>{};  // an empty chunk whose folder was never made
+  }
+  for (const auto& n : *names) {
+    auto bytes = runtime::files().readFile(path + "/" + n);
+    if (!bytes) continue;
+    auto event = decodeEvent(*bytes);
+    if (!event) {
+      logLine("Exceptio in unarchive " + n + " " + event.error().description());
+      continue;
+    }
+    events.push_back(std::move(*event));
+  }
+  std::stable_sort(events.begin(), events.end(),
+                   [](const auto& a, const auto& b) { return a->creationDate < b->creationDate; });
+  handler = path.substr(path.find_last_of('/') + 1);
+  if (withRemove) {
+    if (auto removed = removeChunk(*handler); !removed) return removed.error();
+  }
+  return events;
+}
+
+Result<void> OLChunkedQueue::removeChunk(const std::string& handler) {
+  if (auto removed = runtime::files().removeAll(chunksFolder() + "/" + handler); !removed) {
+    return removed;
+  }
+  auto keys = chunkKeys();
+  auto key = parseKey(handler);
+  if (key) {
+    keys.erase(std::remove(keys.begin(), keys.end(), *key), keys.end());
+    chunkStats_.erase(*key);
+  }
+  setChunkKeys(keys);
+  if (_chunkKeys->empty()) {
+    // Removing the last chunk starts the queue again at chunk 1.
+    _pushUrl.reset();
+    _chunkKeys.reset();
+    nextPushUrl();
+  }
+  std::lock_guard lock(snapshotMutex_);
+  refreshSnapshotLocked();
+  return {};
+}
+
+Result<std::size_t> OLChunkedQueue::count() {
+  auto folder = getPathFromHandler(std::nullopt);
+  if (!folder) return folder.error();
+  auto names = runtime::files().listDirectory(**folder);
+  if (!names) {
+    if (!runtime::files().exists(**folder)) return std::size_t{0};
+    return names.error();
+  }
+  return names->size();
+}
+
+void OLChunkedQueue::refreshSnapshotLocked() {
+  Snapshot s;
+  if (_chunkKeys && !_chunkKeys->empty()) {
+    s.chunkCount = _chunkKeys->size();
+    auto& stats = chunkStats_[_chunkKeys->front()];
+    if (stats.first < 0) {
+      // The oldest chunk of a restarted queue: counted once, when it becomes the oldest.
+      const std::string folder = chunksFolder() + "/" + std::to_string(_chunkKeys->front());
+      auto names = runtime::files().listDirectory(folder);
+      stats = {static_cast<int64_t>(getFolderSize(folder)),
+               names ? static_cast<int64_t>(names->size()) : 0};
+    }
+    s.oldestBytes = stats.first;
+    s.oldestCount = stats.second;
+  }
+  snapshot_ = s;
+}
+
+OLChunkedQueue::Snapshot OLChunkedQueue::snapshot() const {
+  std::lock_guard lock(snapshotMutex_);
+  return snapshot_;
+}
+
+}  // namespace ostrel
