@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 
 #include "events/event_archive.h"
 
@@ -145,9 +146,13 @@ Result<std::string> OLChunkedQueue::getStorePathFromItem(const OLBaseEvent& item
   std::string name = item.uniqueName();
   // Two events of one type in the same microsecond would share a name; keep both.
   if (pushNames_.count(name)) {
+    // Zero-padded, so that names of one microsecond list in the order written.
+    char suffix[16];
     int n = 1;
-    while (pushNames_.count(name + "-" + std::to_string(n))) ++n;
-    name += "-" + std::to_string(n);
+    do {
+      std::snprintf(suffix, sizeof suffix, "-%06d", n++);
+    } while (pushNames_.count(name + suffix));
+    name += suffix;
   }
   return pushUrl() + "/" + name;
 }
@@ -203,6 +208,8 @@ Result<std::vector<std::shared_ptr<OLBaseEvent>>> OLChunkedQueue::popChunk(
     if (runtime::files().isDirectory(path)) return names.error();
     names = std::vector<std::string>{};  // an empty chunk whose folder was never made
   }
+  // A listing in name order, so that events of one instant keep a stable order.
+  std::sort(names->begin(), names->end());
   for (const auto& n : *names) {
     auto bytes = runtime::files().readFile(path + "/" + n);
     if (!bytes) continue;
@@ -237,7 +244,7 @@ Result<void> OLChunkedQueue::removeChunk(const std::string& handler) {
     // Removing the last chunk starts the queue again at chunk 1.
     _pushUrl.reset();
     _chunkKeys.reset();
-    nextPushUrl();
+    ensureKeys();
   }
   std::lock_guard lock(snapshotMutex_);
   refreshSnapshotLocked();

@@ -1,0 +1,113 @@
+#include "queue/ol_chunked_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "support/test_platform.h"
+
+namespace ostrel {
+namespace {
+
+class ChunkedQueueTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<OLBaseEvent> event(const std::string& name, std::size_t padding = 0) {
+    platform_.clock().advance(0.001);
+    auto data = OLSimpleObject::fromDictionary(Json{{"p", std::string(padding, 'x')}});
+    return *OLCustomEvent::make(name, "session", "A_user", data);
+  }
+  std::vector<std::string> names(const std::vector<std::shared_ptr<OLBaseEvent>>& events) {
+    std::vector<std::string> out;
+    for (const auto& e : events) out.push_back(static_cast<OLExternalEvent&>(*e).name);
+    return out;
+  }
+  test::TestPlatform platform_;
+};
+
+TEST_F(ChunkedQueueTest, ChunksCloseByBytesAndPopOldestFirst) {
+  const auto size = archivedBytes(*event("e0", 200)).size();
+  OLChunkedQueue queue("EventQueue", static_cast<int64_t>(size * 3 + size / 2));
+  for (int i = 0; i < 5; ++i) ASSERT_TRUE(queue.append(*event("e" + std::to_string(i), 200)));
+  // Three events fit under the limit, the fourth still goes in (the limit was
+  // not reached before it), the fifth opens chunk 2.
+  EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{1, 2}));
+  EXPECT_TRUE(std::filesystem::exists(queue.chunksFolder() + "/1"));
+  EXPECT_EQ(*queue.count(), 4u);
+  auto snapshot = queue.snapshot();
+  EXPECT_EQ(snapshot.oldestCount, 4);
+  EXPECT_EQ(snapshot.chunkCount, 2u);
+
+  std::optional<std::string> handler;
+  auto popped = queue.popChunk(handler, false);
+  ASSERT_TRUE(popped);
+  EXPECT_EQ(*handler, "1");
+  EXPECT_EQ(names(*popped), (std::vector<std::string>{"e0", "e1", "e2", "e3"}));
+  ASSERT_TRUE(queue.removeChunk(*handler));
+  EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{2}));
+}
+
+TEST_F(ChunkedQueueTest, PoppingThePushChunkMovesLaterAppendsToANewChunk) {
+  OLChunkedQueue queue("EventQueue", 10240);
+  ASSERT_TRUE(queue.append(*event("a")));
+  std::optional<std::string> handler;
+  auto popped = queue.popChunk(handler, false);
+  ASSERT_TRUE(popped);
+  EXPECT_EQ(popped->size(), 1u);
+  ASSERT_TRUE(queue.append(*event("b")));
+  EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{1, 2}));
+  ASSERT_TRUE(queue.removeChunk("1"));
+  ASSERT_TRUE(queue.removeChunk("2"));
+  // Removing the last chunk starts again at 1.
+  EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{1}));
+  ASSERT_TRUE(queue.append(*event("c")));
+  EXPECT_TRUE(std::filesystem::exists(queue.chunksFolder() + "/1"));
+}
+
+TEST_F(ChunkedQueueTest, KeysWrapAfter65535AndARestartSendsLowKeysFirst) {
+  {
+    OLChunkedQueue queue("EventQueue", 10240);
+    std::filesystem::create_directories(queue.chunksFolder() + "/65535");
+  }
+  OLChunkedQueue queue("EventQueue", 10240);
+  EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{65535}));
+  std::optional<std::string> handler;
+  ASSERT_TRUE(queue.popChunk(handler, false));
+  EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{65535, 0}));
+  ASSERT_TRUE(queue.append(*event("after-wrap")));
+  EXPECT_TRUE(std::filesystem::exists(queue.chunksFolder() + "/0"));
+  OLChunkedQueue restarted("EventQueue", 10240);
+  EXPECT_EQ(restarted.chunkKeys(), (std::vector<int>{0, 65535}));
+}
+
+TEST_F(ChunkedQueueTest, RestartRebuildsFromDiskAndSkipsCorruptFiles) {
+  {
+    OLChunkedQueue queue("EventQueue", 10240);
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(queue.append(*event("k" + std::to_string(i))));
+  }
+  const std::string chunk = platform_.root() + "/EventQueue/Chunks/1";
+  std::ofstream(chunk + "/garbage") << "not an archive";
+  std::ofstream(chunk + "/empty");
+  std::filesystem::create_directories(platform_.root() + "/EventQueue/Chunks/not-a-key");
+  OLChunkedQueue queue("EventQueue", 10240);
+  EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{1}));
+  EXPECT_GT(queue.pushChunkSize(), 0);
+  std::optional<std::string> handler;
+  auto popped = queue.popChunk(handler, false);
+  ASSERT_TRUE(popped);
+  EXPECT_EQ(names(*popped), (std::vector<std::string>{"k0", "k1", "k2"}));
+  EXPECT_TRUE(platform_.log().contains("Exceptio in unarchive garbage"));
+}
+
+TEST_F(ChunkedQueueTest, EventsOfTheSameMicrosecondAreBothKept) {
+  OLChunkedQueue queue("EventQueue", 10240);
+  auto a = *OLCustomEvent::make("same", "s", "u", nullptr);
+  auto b = *OLCustomEvent::make("same", "s", "u", nullptr);
+  ASSERT_EQ(a->uniqueName(), b->uniqueName());
+  ASSERT_TRUE(queue.append(*a));
+  ASSERT_TRUE(queue.append(*b));
+  EXPECT_EQ(*queue.count(), 2u);
+}
+
+}  // namespace
+}  // namespace ostrel

@@ -1,0 +1,196 @@
+// The analytics pipeline end to end: facade, on-disk queue, flushes, and a
+// service on loopback over HTTPS.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "core/ostrel_facade_impl.h"
+#include "login/email_flows.h"
+#include "login/ol_login_builder.h"
+#include "ostrel/ostrel.h"
+#include "platform/defaults.h"
+#include "platform/runtime.h"
+#include "queue/ol_queue_manager.h"
+#include "support/fake_service.h"
+
+namespace ostrel {
+namespace {
+
+using namespace std::chrono_literals;
+
+template <class Pred>
+bool eventually(Pred pred, std::chrono::milliseconds limit = 10000ms) {
+  auto deadline = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (pred()) return true;
+    std::this_thread::sleep_for(5ms);
+  }
+  return pred();
+}
+
+class PipelineTest : public ::testing::Test {
+ protected:
+  // Real time: signatures carry it and events are ordered by it.
+  Platform platform() const {
+    Platform p = service_.platformFor(platform_);
+    p.clock = platform::makeSystemClock();
+    return p;
+  }
+
+  std::shared_ptr<Ostrel> start() {
+    auto made = Ostrel::makeUnshared("secret", nullptr, std::nullopt, platform());
+    EXPECT_TRUE(made) << made.error().description();
+    return *made;
+  }
+
+  std::optional<OLError> flush(Ostrel& o) {
+    std::promise<std::optional<OLError>> done;
+    o.flushEvents([&](std::optional<OLError> e, std::optional<Json>) { done.set_value(e); });
+    auto f = done.get_future();
+    EXPECT_EQ(f.wait_for(30s), std::future_status::ready);
+    return f.get();
+  }
+
+  std::vector<std::string> names(const std::string& type) {
+    std::vector<std::string> out;
+    for (const auto& e : service_.events()) {
+      if (e["event_type"] == type) out.push_back(e.value("name", ""));
+    }
+    return out;
+  }
+
+  test::TestPlatform platform_;
+  test::FakeService service_;
+};
+
+TEST_F(PipelineTest, EventsArriveInOrderWithTheirDictionaries) {
+  auto o = start();
+  auto data = OLSimpleObject::fromJSONString(R"({"plan":"pro","n":3})");
+  for (int i = 0; i < 15; ++i) ASSERT_TRUE(o->sendEvent("e" + std::to_string(i), data));
+  ASSERT_FALSE(flush(*o));
+  auto events = service_.events();
+  ASSERT_EQ(events.size(), 16u);
+  EXPECT_EQ(events[0]["event_type"], "start session");
+  EXPECT_EQ(events[0]["app_installed"], true);
+  const std::string session = *o->getSessionId();
+  const std::string user = *o->getUserToken();
+  for (int i = 0; i < 15; ++i) {
+    const Json& e = events[static_cast<std::size_t>(i + 1)];
+    EXPECT_EQ(e["event_type"], "custom event");
+    EXPECT_EQ(e["name"], "e" + std::to_string(i));
+    EXPECT_EQ(e["session_id"], session);
+    EXPECT_EQ(e["user_id"], user);
+    EXPECT_EQ(e["custom_data"], (Json{{"plan", "pro"}, {"n", 3}}));
+  }
+  // Nothing left: another flush sends nothing.
+  const int bulks = service_.requestsTo("/events/track_bulk");
+  ASSERT_FALSE(flush(*o));
+  EXPECT_EQ(service_.requestsTo("/events/track_bulk"), bulks);
+}
+
+TEST_F(PipelineTest, PermanentRefusalsDropAChunkTransientFailuresKeepIt) {
+  struct Case {
+    int status;
+    bool kept;
+  };
+  for (const auto& c :
+       {Case{404, false}, Case{400, false}, Case{408, true}, Case{500, true}, Case{503, true}}) {
+    test::TestPlatform platform;
+    test::FakeService service;
+    Platform p = service.platformFor(platform);
+    p.clock = platform::makeSystemClock();
+    auto o = *Ostrel::makeUnshared("secret", nullptr, std::nullopt, p);
+    ASSERT_TRUE(o->sendEvent("victim"));
+    service.failNext("/events/track_bulk", c.status);
+    auto error = flush(*o);
+    ASSERT_TRUE(error) << c.status;
+    EXPECT_EQ(error->statusCode(), c.status);
+    ASSERT_FALSE(flush(*o));
+    bool delivered = false;
+    for (const auto& e : service.events()) delivered |= e.value("name", "") == "victim";
+    EXPECT_EQ(delivered, c.kept) << c.status;
+  }
+}
+
+TEST_F(PipelineTest, FlowTimerRankingAndAttachmentReachTheService) {
+  auto o = start();
+  ASSERT_TRUE(o->flowBegin("onboarding"));
+  ASSERT_TRUE(o->flowStep("profile"));
+  auto step = o->flowStep("bad name");
+  ASSERT_FALSE(step);
+  ASSERT_TRUE(o->flowSucceed("done"));
+  auto late = o->flowStep("more");
+  ASSERT_FALSE(late);
+  EXPECT_TRUE(late.error().is(LocalErrorCodes::EventFlowInconsistance,
+                              "Cannot Step a Flow Event already finished"));
+  ASSERT_TRUE(o->timedEventStart("load"));
+  EXPECT_TRUE(o->timedEventStart("load").error().is(LocalErrorCodes::InvalidEvent,
+                                                    "Cannot Start a timer already present"));
+  EXPECT_TRUE(*o->isTimedEventRunning("load"));
+  ASSERT_TRUE(o->timedEventStop("load"));
+  EXPECT_TRUE(o->timedEventStop("load").error().is(LocalErrorCodes::InvalidEvent,
+                                                   "Timer was never started"));
+  ASSERT_TRUE(o->rankContent("article", RankingScope(_RankingScope::social), 2));
+  ASSERT_TRUE(o->attachSession("other", std::string("U_42"), AttachType::peer));
+  ASSERT_FALSE(flush(*o));
+  std::vector<std::string> types;
+  for (const auto& e : service_.events()) types.push_back(e["event_type"]);
+  EXPECT_EQ(types, (std::vector<std::string>{"start session", "flow start", "flow step",
+                                             "flow succeeded", "timer start", "timer stop",
+                                             "rank content", "attached_session"}));
+  auto events = service_.events();
+  EXPECT_EQ(events[1]["flow_id"], events[3]["flow_id"]);
+  EXPECT_EQ(events[3]["name"], "done");
+  EXPECT_TRUE(events[5].contains("delta"));
+}
+
+TEST_F(PipelineTest, ARestartWithABacklogDeliversEverything) {
+  {
+    auto o = start();
+    for (int i = 0; i < 35; ++i) ASSERT_TRUE(o->sendEvent("backlog"));
+    o->impl().eventManager->waitUntilIdle();
+    o->impl().eventManager->operationQueue()->setSuspended(
+        true);  // nothing leaves before the restart
+  }
+  auto o = start();
+  ASSERT_FALSE(flush(*o));
+  EXPECT_EQ(names("custom event").size(), 35u);
+  EXPECT_EQ(names("start session").size(), 2u);
+  int firstStarts = 0;
+  for (const auto& e : service_.events()) firstStarts += e.value("app_installed", false) ? 1 : 0;
+  EXPECT_EQ(firstStarts, 1) << "only the very first start is a first start";
+}
+
+TEST_F(PipelineTest, BackgroundHoldsTheQueueForegroundFlushesIt) {
+  auto o = start();
+  ASSERT_FALSE(flush(*o));
+  auto& lifeCycle = *runtime::current().lifeCycle;
+  lifeCycle.didEnterBackground();
+  for (int i = 0; i < 12; ++i) ASSERT_TRUE(o->sendEvent("while_away"));
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(names("custom event").size(), 0u);
+  lifeCycle.willEnterForeground();
+  EXPECT_TRUE(eventually([&] { return names("custom event").size() == 12u; }));
+}
+
+TEST_F(PipelineTest, A205ReplyStartsAnAutologin) {
+  auto o = start();
+  auto builder = *o->getLoginBuilder();
+  std::promise<std::optional<OLError>> loggedIn;
+  builder->setEmail(test::FakeService::kEmail)
+      .setPassword(test::FakeService::kPassword)
+      .setOnFlowCompleteCallback([&](std::optional<OLError> e) { loggedIn.set_value(e); });
+  (*builder->getEmailLoginFlow())->startLoginFlow();
+  ASSERT_FALSE(loggedIn.get_future().get());
+  ASSERT_TRUE(o->sendEvent("after_login"));
+  service_.failNext("/events/track_bulk", 205);
+  ASSERT_FALSE(flush(*o)) << "205 counts as delivered";
+  EXPECT_TRUE(
+      eventually([&] { return service_.requestsTo("/handling/direct/refreshtoken") == 1; }));
+  EXPECT_EQ(names("custom event").size(), 1u);
+}
+
+}  // namespace
+}  // namespace ostrel
