@@ -3,6 +3,7 @@
 
 #include "core/device_information.h"
 #include "core/ol_status.h"
+#include "login/ol_user_status.h"
 #include "core/ostrel_facade_impl.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
@@ -59,6 +60,17 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
   if (!impl->_ostrelStatus) return notInitialized("Cannot initialize singleton");
   impl->eventManager =
       OLQueueManager::make(impl->_connetionBuilder, impl->_conf, impl->_ostrelStatus);
+  // Logouts and deletions are recorded as logout events.
+  std::weak_ptr<OLQueueManager> manager = impl->eventManager;
+  impl->_ostrelStatus->userState()->setLogoutEventSink(
+      [manager](const std::string& userId, const std::string& logoutType) {
+        auto m = manager.lock();
+        auto type = logoutTypeFromRaw(logoutType);
+        if (!m || !type) return;
+        if (auto queued = m->generateLogout(userId, IdentificationType::logout(*type)); !queued) {
+          logLine("Error in logout event " + queued.error().description());
+        }
+      });
   auto facade = std::shared_ptr<Ostrel>(new Ostrel(std::move(impl)));
   OstrelFacadeImpl& f = facade->impl();
   logLine("########Initialized Ostrel with Session: " + f._ostrelStatus->sessionId() +
