@@ -18,6 +18,14 @@ void printHelp() {
       "  send --secret S --app-id A [--group G] --endpoint NAME [--body JSON | --body-file F]\n"
       "       [--sandbox] [--dev]\n"
       "      sends one request to the deployment and prints the status and reply\n"
+      "  event --secret S --name NAME [--data JSON]\n"
+      "      starts the library, queues one custom event, flushes and prints the outcome\n"
+      "  queue [--dir DIR]\n"
+      "      prints the pending chunks and their events as JSON, changing nothing\n"
+      "  login email|signup|pin|logout|info --secret S [--email E --password P] [--msisdn M --pin "
+      "P]\n"
+      "      runs a login flow (or logs out, or prints the user) and prints the outcome\n"
+      "The library's folder follows OSTREL_STORAGE_DIR.\n"
       "The deployment follows OSTREL_SERVICE_DOMAIN, OSTREL_SERVICE_SCHEME, OSTREL_CONNECT_TO\n"
       "and OSTREL_CA_FILE.\n");
 }
@@ -46,5 +54,8 @@ int main(int argc, char** argv) {
 
   if (command == "sign") return ostrel::cli::runSign(rest);
   if (command == "send") return ostrel::cli::runSend(rest);
+  if (command == "event") return ostrel::cli::runEvent(rest);
+  if (command == "queue") return ostrel::cli::runQueue(rest);
+  if (command == "login") return ostrel::cli::runLogin(rest);
   return ostrel::cli::usageError("unknown command " + command);
 }
