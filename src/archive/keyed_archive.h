@@ -90,8 +90,8 @@ class ArchiveRegistry {
   using Decoder = std::function<Result<std::shared_ptr<Base>>(const ArchiveReader&)>;
 
   static ArchiveRegistry& shared() {
-    static ArchiveRegistry registry;
-    return registry;
+    static auto* registry = new ArchiveRegistry();  // outlives the library's threads
+    return *registry;
   }
 
   void registerClass(const std::string& className, Decoder decoder) {

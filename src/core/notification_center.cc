@@ -5,8 +5,9 @@
 namespace ostrel {
 
 NotificationCenter& NotificationCenter::defaultCenter() {
-  static NotificationCenter center;
-  return center;
+  // Never destroyed: threads of a process-wide library may post while the process exits.
+  static auto* center = new NotificationCenter();
+  return *center;
 }
 
 uint64_t NotificationCenter::addObserver(const std::string& name, const std::string& observerName,

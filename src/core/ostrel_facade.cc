@@ -3,8 +3,8 @@
 
 #include "core/device_information.h"
 #include "core/ol_status.h"
-#include "login/ol_user_status.h"
 #include "core/ostrel_facade_impl.h"
+#include "login/ol_user_status.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 
@@ -14,7 +14,8 @@ namespace {
 // The process-wide instance. The flag is set once and never cleared: a
 // construction that produced nothing leaves every later attempt failing.
 std::mutex g_instanceMutex;
-std::shared_ptr<Ostrel> g_instance;
+// The instance lives for the whole process and is never torn down.
+std::shared_ptr<Ostrel>& g_instance = *new std::shared_ptr<Ostrel>();
 std::atomic<bool> g_initializing{false};
 
 OLError notInitialized(std::string message) {

@@ -73,15 +73,15 @@ bool validUtf8(std::string_view text) {
 }  // namespace
 
 bool matchesEventNameRule(const std::string& name) {
-  static const Pattern pattern("^[\\w-]{1,32}$", PCRE2_MULTILINE);
+  static const auto* pattern = new Pattern("^[\\w-]{1,32}$", PCRE2_MULTILINE);
   if (!validUtf8(name)) return false;
-  return pattern.matches(utf16Prefix(name, graphemeCount(name)));
+  return pattern->matches(utf16Prefix(name, graphemeCount(name)));
 }
 
 bool matchesAttachedUserRule(const std::string& userId) {
-  static const Pattern pattern("^[CAOUE]_\\S+$", 0);
+  static const auto* pattern = new Pattern("^[CAOUE]_\\S+$", 0);
   if (!validUtf8(userId)) return false;
-  return pattern.matches(userId);
+  return pattern->matches(userId);
 }
 
 }  // namespace ostrel

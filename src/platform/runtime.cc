@@ -2,24 +2,29 @@
 
 #include <memory>
 #include <mutex>
+#include <vector>
 
 namespace ostrel::runtime {
 namespace {
 std::once_flag g_defaultOnce;
-std::unique_ptr<Platform> g_platform;
+// Never destroyed: the library's threads may still run while the process exits.
+Platform* g_platform = nullptr;
 }  // namespace
 
 const Platform& current() {
   std::call_once(g_defaultOnce, [] {
-    if (!g_platform) g_platform = std::make_unique<Platform>(Platform::defaults());
+    if (!g_platform) g_platform = new Platform(Platform::defaults());
   });
   return *g_platform;
 }
 
 void install(Platform platform) {
-  auto completed = std::make_unique<Platform>(platform.completed());
+  auto* completed = new Platform(platform.completed());
   std::call_once(g_defaultOnce, [] {});
-  g_platform = std::move(completed);
+  // The platform replaced stays alive: components made before may still use it.
+  static auto* retired = new std::vector<Platform*>();
+  if (g_platform) retired->push_back(g_platform);
+  g_platform = completed;
 }
 
 }  // namespace ostrel::runtime

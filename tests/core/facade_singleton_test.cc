@@ -38,26 +38,5 @@ TEST(FacadeSingletonTest, VersionAndEnvironment) {
   EXPECT_EQ((*release)->environmentString(), "PROD-RELEASE");
 }
 
-TEST(FacadeSingletonTest, MissingComponentsAreReported) {
-  test::TestPlatform platform;
-  auto made = Ostrel::makeUnshared("secret", nullptr, std::nullopt, platform.platform());
-  ASSERT_TRUE(made);
-  Ostrel& o = **made;
-  const std::string status = "Ostrel not initialized. Missing internal status";
-  const std::string queue = "Ostrel not initialized. Missing Event Queue Manager";
-  auto expect = [](const OLError& e, const std::string& message) {
-    EXPECT_TRUE(e.is(LocalErrorCodes::OstrelNotInitialized, message)) << e.description();
-  };
-  if (auto r = o.getUserToken(); !r) expect(r.error(), status);
-  if (auto r = o.getSessionId(); !r) expect(r.error(), status);
-  if (auto r = o.getLoginBuilder(); !r) expect(r.error(), status);
-  if (auto r = o.sendEvent("name"); !r) expect(r.error(), queue);
-  if (auto r = o.flowBegin("name"); !r) expect(r.error(), queue);
-  if (auto r = o.isAnalyticFlowBegun(); !r) expect(r.error(), queue);
-  o.flushEvents([&](std::optional<OLError> e, std::optional<Json>) {
-    if (e) expect(*e, queue);
-  });
-}
-
 }  // namespace
 }  // namespace ostrel
