@@ -5,7 +5,9 @@
 
 #include <condition_variable>
 #include <deque>
+#include <cstdlib>
 #include <map>
+#include <set>
 #include <mutex>
 #include <thread>
 
@@ -61,11 +63,33 @@ CURLcode addExtraCa(CURL*, void* sslctx, void* user) {
   return CURLE_OK;
 }
 
+class CurlHttpClient;
+
+// Live clients, stopped when the process exits: their network threads must be
+// gone before the TLS library's own exit handlers free what they use.
+std::mutex& liveMutex() {
+  static auto* m = new std::mutex();
+  return *m;
+}
+std::set<CurlHttpClient*>& liveClients() {
+  static auto* clients = new std::set<CurlHttpClient*>();
+  return *clients;
+}
+void stopLiveClients();
+
 class CurlHttpClient final : public HttpClient {
  public:
   explicit CurlHttpClient(NetworkOverrides overrides) : overrides_(std::move(overrides)) {
     static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    std::call_once(once, [] {
+      curl_global_init(CURL_GLOBAL_DEFAULT);
+      // Registered after the TLS library initialised, so it runs before its cleanup.
+      std::atexit(stopLiveClients);
+    });
+    {
+      std::lock_guard lock(liveMutex());
+      liveClients().insert(this);
+    }
     multi_ = curl_multi_init();
     share_ = curl_share_init();
     curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
@@ -78,11 +102,10 @@ class CurlHttpClient final : public HttpClient {
 
   ~CurlHttpClient() override {
     {
-      std::lock_guard lock(mutex_);
-      stopping_ = true;
+      std::lock_guard lock(liveMutex());
+      liveClients().erase(this);
     }
-    curl_multi_wakeup(multi_);
-    thread_.join();
+    stopThread();
     curl_multi_cleanup(multi_);
     curl_share_cleanup(share_);
     if (connectTo_) curl_slist_free_all(connectTo_);
@@ -104,6 +127,17 @@ class CurlHttpClient final : public HttpClient {
   }
 
   const NetworkOverrides& overrides() const { return overrides_; }
+
+  // Ends the network thread; requests in flight complete as cancelled.
+  void stopThread() {
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    curl_multi_wakeup(multi_);
+    std::lock_guard join(joinMutex_);
+    if (thread_.joinable()) thread_.join();
+  }
 
  private:
   void start(std::unique_ptr<Transfer> t) {
@@ -203,11 +237,17 @@ class CurlHttpClient final : public HttpClient {
   CURLSH* share_ = nullptr;
   curl_slist* connectTo_ = nullptr;
   std::mutex mutex_;
+  std::mutex joinMutex_;
   std::deque<std::unique_ptr<Transfer>> incoming_;
   std::map<CURL*, std::unique_ptr<Transfer>> active_;
   bool stopping_ = false;
   std::thread thread_;
 };
+
+void stopLiveClients() {
+  std::lock_guard lock(liveMutex());
+  for (auto* client : liveClients()) client->stopThread();
+}
 
 }  // namespace
 

@@ -14,7 +14,7 @@ std::string ReceivedRequest::header(const std::string& name) const {
 
 LoopbackServer::LoopbackServer(bool https, std::vector<std::string> hosts) {
   if (https) {
-    certs_ = makeTestCertificates(dir_.path(), hosts);
+    certs_ = emulator::makeCertificates(dir_.path(), hosts);
     server_ = std::make_unique<httplib::SSLServer>(certs_.certFile.c_str(), certs_.keyFile.c_str());
   } else {
     server_ = std::make_unique<httplib::Server>();

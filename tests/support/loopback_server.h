@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/test_certificates.h"
+#include "emulator/certificates.h"
 #include "support/test_platform.h"
 
 namespace ostrel::test {
@@ -45,7 +45,7 @@ class LoopbackServer {
 
  private:
   TempDir dir_;
-  TestCertificates certs_;
+  emulator::Certificates certs_;
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
   int port_ = 0;

@@ -1,4 +1,4 @@
-#include "support/test_certificates.h"
+#include "emulator/certificates.h"
 
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-namespace ostrel::test {
+namespace ostrel::emulator {
 namespace {
 
 EVP_PKEY* makeKey() {
@@ -51,10 +51,9 @@ void writePem(const std::string& path, X509* cert, EVP_PKEY* key) {
 
 }  // namespace
 
-TestCertificates makeTestCertificates(const std::string& dir,
-                                      const std::vector<std::string>& hosts) {
+Certificates makeCertificates(const std::string& dir, const std::vector<std::string>& hosts) {
   EVP_PKEY* caKey = makeKey();
-  X509* ca = makeCert(caKey, "Ostrel Test CA", nullptr, nullptr, 1);
+  X509* ca = makeCert(caKey, "Ostrel Emulator CA", nullptr, nullptr, 1);
   addExtension(ca, ca, NID_basic_constraints, "critical,CA:TRUE");
   addExtension(ca, ca, NID_key_usage, "critical,keyCertSign,cRLSign");
   addExtension(ca, ca, NID_subject_key_identifier, "hash");
@@ -71,7 +70,7 @@ TestCertificates makeTestCertificates(const std::string& dir,
   addExtension(cert, ca, NID_authority_key_identifier, "keyid:always");
   X509_sign(cert, caKey, EVP_sha256());
 
-  TestCertificates out{dir + "/ca.pem", dir + "/server.pem", dir + "/server-key.pem"};
+  Certificates out{dir + "/ca.pem", dir + "/server.pem", dir + "/server-key.pem"};
   writePem(out.caFile, ca, nullptr);
   writePem(out.certFile, cert, nullptr);
   writePem(out.keyFile, nullptr, key);
@@ -82,4 +81,4 @@ TestCertificates makeTestCertificates(const std::string& dir,
   return out;
 }
 
-}  // namespace ostrel::test
+}  // namespace ostrel::emulator

@@ -1,0 +1,103 @@
+#pragma once
+// ostrel-emulator: the service as far as the library can see it, over real
+// HTTPS (or plain HTTP) on loopback. Usable in-process by tests and the demo:
+//
+//   ostrel::emulator::Emulator emu({.port = 0});
+//   if (auto started = emu.start(); !started) { ... }
+//   emu.info();  // address, port, scheme, domain, ca_file
+//
+// Every endpoint of the library's table is served under the domain, for every
+// host label and environment; the operator recognition is answered through
+// the host "operator.mno.test", outside the domain. The control API lives
+// under /_emulator/ (loopback only, unsigned), a page showing events and
+// users at "/".
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "emulator/emulator_store.h"
+#include "ostrel/json.h"
+#include "ostrel/result.h"
+
+namespace httplib {
+class Server;
+struct Request;
+struct Response;
+}  // namespace httplib
+
+namespace ostrel::emulator {
+
+struct Options {
+  int port = 0;  // 0 takes a free port
+  bool https = true;
+  std::string domain = "ostrel.test";
+  std::string dataDir;  // empty: a temporary folder
+  // Application ids and their secrets.
+  std::vector<std::pair<std::string, std::string>> apps = {{"demo", "demo-secret"},
+                                                           {"demo-sandbox", "demo_secret"}};
+  int operatorBounces = 1;  // operator replies before the user is recognised
+  double autologinLifetime = 30 * 24 * 3600;
+  double timestampTolerance = 300;
+  bool mandatoryConfirm = false;  // new e-mail accounts must be confirmed first
+  int maxPinReminders = 3;
+  std::size_t maxBodyBytes = 1 << 20;
+  int keepAliveSecs = 5;  // how long an idle connection is kept (and stop() may wait)
+  std::function<void(const std::string&)> log;  // a readable line per request
+};
+
+struct Info {
+  std::string address, scheme, domain, caFile;
+  int port = 0;
+  Json toJson() const;
+};
+
+class Emulator {
+ public:
+  explicit Emulator(Options options);
+  ~Emulator();
+  Emulator(const Emulator&) = delete;
+  Emulator& operator=(const Emulator&) = delete;
+
+  Result<Info> start();
+  void stop();
+  const Info& info() const { return info_; }
+  EmulatorStore& store() { return *store_; }
+  static constexpr const char* kOperatorHost = "operator.mno.test";
+
+ private:
+  struct Fault {
+    int status = 0;
+    int delayMs = 0;
+    bool drop = false;
+    std::string body;  // "", "non_json", "non_utf8"
+  };
+  void handle(const httplib::Request& req, httplib::Response& res);
+  void handleControl(const httplib::Request& req, httplib::Response& res);
+  bool authorize(const httplib::Request& req, httplib::Response& res);
+  void serve(const std::string& path, const Json& body, httplib::Response& res);
+  Json issueTokens(const std::string& userId);
+  std::optional<std::string> userOfToken(const std::string& token);
+  std::optional<Fault> takeFault(const std::string& path);
+  void logRequest(const httplib::Request& req, int status);
+
+  Options options_;
+  Info info_;
+  std::string tempDir_;
+  std::unique_ptr<EmulatorStore> store_;
+  std::unique_ptr<httplib::Server> server_;
+  std::thread thread_;
+  std::mutex mutex_;
+  std::map<std::string, std::vector<Fault>> faults_;
+  std::vector<Json> requests_;
+  std::map<std::string, int> pinReminders_;
+  int bounces_ = 0;
+  std::atomic<int> counter_{0};
+};
+
+}  // namespace ostrel::emulator

@@ -1,0 +1,229 @@
+// The emulator driven through the library's own connector over real HTTPS.
+#include "emulator/emulator.h"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <chrono>
+#include <future>
+
+#include "platform/defaults.h"
+#include "platform/runtime.h"
+#include "support/test_platform.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel {
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Answer {
+  std::optional<OLError> error;
+  int64_t status = 0;
+  std::optional<Json> body;
+  std::string code() const { return error ? error->code() : ""; }
+};
+
+class EmulatorTest : public ::testing::Test {
+ protected:
+  void SetUp() override { startEmulator(); }
+
+  void startEmulator(std::string dataDir = "") {
+    emulator::Options options;
+    options.dataDir = std::move(dataDir);
+    options.maxPinReminders = 2;
+    options.keepAliveSecs = 1;
+    emulator_ = std::make_unique<emulator::Emulator>(options);
+    auto started = emulator_->start();
+    ASSERT_TRUE(started) << started.error().description();
+    Platform p = platform_.platform();
+    p.clock = platform::makeSystemClock();
+    p.deployment.domain = started->domain;
+    p.http = platform::makeCurlHttpClient(
+        NetworkOverrides{"127.0.0.1:" + std::to_string(started->port), started->caFile});
+    runtime::install(p);
+  }
+
+  Answer send(OstrelAPIEndpoint endpoint, const Json& body,
+              const std::string& secret = "demo-secret", const std::string& app = "demo",
+              int64_t timeout = 15) {
+    ConnectorBuilder builder(app, secret, false, false, false, timeout, runtime::deployment());
+    std::promise<Answer> done;
+    builder.buildConnector().send(endpoint, body,
+                                  [&](std::optional<OLError> e, int64_t s, std::optional<Json> b) {
+                                    done.set_value(Answer{std::move(e), s, std::move(b)});
+                                  });
+    auto f = done.get_future();
+    EXPECT_EQ(f.wait_for(30s), std::future_status::ready);
+    return f.get();
+  }
+
+  Json control(const std::string& path, const std::optional<Json>& post = std::nullopt) {
+    httplib::SSLClient client("127.0.0.1", emulator_->info().port);
+    client.set_ca_cert_path(emulator_->info().caFile.c_str());
+    client.enable_server_certificate_verification(false);  // a control call to loopback by address
+    auto res = post ? client.Post(path.c_str(), dumpJson(*post), "application/json")
+                    : client.Get(path.c_str());
+    if (!res) return Json();
+    return parseJson(res->body).value_or(Json(res->body));
+  }
+
+  test::TestPlatform platform_;
+  std::unique_ptr<emulator::Emulator> emulator_;
+};
+
+TEST_F(EmulatorTest, SignaturesAreChecked) {
+  EXPECT_FALSE(send(OstrelAPIEndpoint::RichPush, Json::object()).error);
+  // The library signs with its device identifier: a known secret is enough.
+  EXPECT_FALSE(send(OstrelAPIEndpoint::RichPush, Json::object(), "demo-secret", "DEVICE-1").error);
+  struct Case {
+    std::string secret, app;
+  };
+  for (const auto& c : {Case{"wrong", "demo"}, Case{"wrong", "unknown-app"}}) {
+    auto a = send(OstrelAPIEndpoint::RichPush, Json::object(), c.secret, c.app);
+    EXPECT_EQ(a.status, 401);
+    EXPECT_EQ(a.code(), "UNAUTHORIZED");
+  }
+  // A stale timestamp.
+  Platform p = runtime::current();
+  auto stale = std::make_shared<test::FakeClock>(1000);
+  p.clock = stale;
+  runtime::install(p);
+  EXPECT_EQ(send(OstrelAPIEndpoint::RichPush, Json::object()).status, 401);
+}
+
+TEST_F(EmulatorTest, EmailAccountsFromSignUpToDeletion) {
+  const Json credentials = {{"email", "ann@ostrel.test"}, {"password", "pw"}};
+  auto signup = send(OstrelAPIEndpoint::EmailSignup, credentials);
+  ASSERT_FALSE(signup.error) << signup.error->description();
+  EXPECT_TRUE((*signup.body)["session_token"].get<std::string>().starts_with("O_"));
+  EXPECT_EQ(send(OstrelAPIEndpoint::EmailSignup, credentials).code(), "IDENTITY_ALREADY_USED");
+  EXPECT_EQ(
+      send(OstrelAPIEndpoint::EmailLogin, Json{{"email", "ann@ostrel.test"}, {"password", "no"}})
+          .code(),
+      "WRONG_EMAIL_PASSWORD");
+  auto login = send(OstrelAPIEndpoint::EmailLogin, credentials);
+  ASSERT_FALSE(login.error);
+  const std::string session = (*login.body)["session_token"];
+  const std::string autologin = (*login.body)["autologin_token"];
+  EXPECT_EQ(autologin.size(), 2u + 14 + 24);
+  EXPECT_FALSE(send(OstrelAPIEndpoint::EmailForgot, Json{{"email", "ann@ostrel.test"}}).error);
+  EXPECT_EQ(send(OstrelAPIEndpoint::EmailForgot, Json{{"email", "nobody@x"}}).code(),
+            "WRONG_IDENTITY");
+  EXPECT_FALSE(send(OstrelAPIEndpoint::RefreshToken, Json{{"user_id", autologin}}).error);
+  EXPECT_EQ(send(OstrelAPIEndpoint::RefreshToken, Json{{"user_id", "L_bogus"}}).status, 400);
+  auto info = send(OstrelAPIEndpoint::UserInfo, Json{{"user_id", session}});
+  ASSERT_FALSE(info.error);
+  EXPECT_TRUE(info.body->contains("meta"));
+  auto transient = send(OstrelAPIEndpoint::GenerateTransientToken, Json{{"user_id", session}});
+  EXPECT_TRUE(transient.body->contains("transient"));
+  EXPECT_FALSE(send(OstrelAPIEndpoint::UserDelete, Json{{"user_id", session}}).error);
+  EXPECT_EQ(send(OstrelAPIEndpoint::UserInfo, Json{{"user_id", session}}).status, 401);
+  EXPECT_EQ(send(OstrelAPIEndpoint::EmailLogin, credentials).code(), "WRONG_EMAIL_PASSWORD");
+}
+
+TEST_F(EmulatorTest, MsisdnPinsRemindersAndPayments) {
+  const Json pinLogin = {{"msisdn", "393331234567"}, {"pin", "1234"}};
+  auto first = send(OstrelAPIEndpoint::MSISDNLogin, pinLogin);
+  ASSERT_FALSE(first.error);
+  EXPECT_EQ(
+      send(OstrelAPIEndpoint::MSISDNLogin, Json{{"msisdn", "393331234567"}, {"pin", "0"}}).code(),
+      "WRONG_PIN");
+  const Json forgot = {{"msisdn", "393331234567"}};
+  EXPECT_FALSE(send(OstrelAPIEndpoint::MSISDNForgot, forgot).error);
+  EXPECT_FALSE(send(OstrelAPIEndpoint::MSISDNForgot, forgot).error);
+  EXPECT_EQ(send(OstrelAPIEndpoint::MSISDNForgot, forgot).code(), "MAX_PIN_LIMIT_REACHED");
+
+  const std::string user = (*first.body)["session_token"];
+  auto offer =
+      send(OstrelAPIEndpoint::PaymentGetOfferFor,
+           Json{{"user_id", user}, {"native_item_id", "gold"}, {"marketplace", "appleStore"}});
+  ASSERT_FALSE(offer.error);
+  const std::string offerId = (*offer.body)["offer"]["offer_id"];
+  const Json add = {{"user_id", user},
+                    {"serialized_receipt", {{"offerId", offerId}, {"receipt", "UkVDRUlQVA=="}}}};
+  EXPECT_FALSE(send(OstrelAPIEndpoint::PaymentReceiptAdd, add).error);
+  EXPECT_EQ(send(OstrelAPIEndpoint::PaymentReceiptAdd, add).code(), "ITEM_ALREADY_PAID");
+  Json other = add;
+  other["user_id"] = "O_someone_else";
+  EXPECT_EQ(send(OstrelAPIEndpoint::PaymentReceiptAdd, other).code(),
+            "OFFER_PAYMENT_USER_MISMATCH");
+  EXPECT_EQ((*send(OstrelAPIEndpoint::PaymentIsPayingForDefault, Json{{"user_id", user}})
+                  .body)["is_paying"],
+            false);
+  EXPECT_FALSE(send(OstrelAPIEndpoint::PushRegistration,
+                    Json{{"user_id", user}, {"token", "ab12"}, {"os_type", "ios"}})
+                   .error);
+  EXPECT_EQ(control("/_emulator/push")["registrations"].size(), 1u);
+}
+
+TEST_F(EmulatorTest, OperatorRecognitionGoesOutsideTheDomain) {
+  auto first = send(OstrelAPIEndpoint::MSISDNUR, Json::object());
+  ASSERT_TRUE(first.error);
+  EXPECT_TRUE(first.error->is(LocalErrorCodes::ConnectionDomainWarning));
+  auto forwarded = send(OstrelAPIEndpoint::MSISDNURBody, Json{{"mno_response", "cGFnZQ=="}});
+  ASSERT_FALSE(forwarded.error) << forwarded.error->description();
+  EXPECT_TRUE(forwarded.body->contains("session_token"));
+}
+
+TEST_F(EmulatorTest, InjectedFaultsComeBackAsAsked) {
+  const Json bulk = Json::array({{{"event_type", "custom event"},
+                                  {"session_id", "s"},
+                                  {"creation_date", "2026-11-22T10:00:00Z"},
+                                  {"user_id", "A_1"}}});
+  struct Case {
+    Json fault;
+    std::function<void(const Answer&)> check;
+  };
+  const Case cases[] = {
+      {Json{{"status", 503}}, [](const Answer& a) { EXPECT_EQ(a.status, 503); }},
+      {Json{{"status", 205}},
+       [](const Answer& a) {
+         EXPECT_EQ(a.status, 205);
+         EXPECT_FALSE(a.error);
+       }},
+      {Json{{"body", "non_json"}},
+       [](const Answer& a) { EXPECT_TRUE(a.body->contains("__parsed_string__")); }},
+      {Json{{"body", "non_utf8"}},
+       [](const Answer& a) { EXPECT_EQ((*a.body)["__parsed_hex__"], "fffe0001"); }},
+      {Json{{"drop", true}},
+       [](const Answer& a) {
+         EXPECT_TRUE(a.error && a.error->is(LocalErrorCodes::ConnectionError));
+       }},
+      {Json{{"delay_ms", 2500}},
+       [](const Answer& a) {
+         EXPECT_TRUE(a.error && a.error->is(LocalErrorCodes::ConnectionError));
+       }},
+  };
+  for (const auto& c : cases) {
+    Json fault = c.fault;
+    fault["endpoint"] = "TrackBulk";
+    control("/_emulator/faults", fault);
+    c.check(send(OstrelAPIEndpoint::TrackBulk, bulk, "demo-secret", "demo", /*timeout=*/1));
+  }
+  EXPECT_EQ(send(OstrelAPIEndpoint::TrackBulk, bulk).status, 200) << "faults are used up";
+  auto unknown = send(OstrelAPIEndpoint::TrackBulk, Json::array({{{"event_type", "x"}}}));
+  EXPECT_EQ(unknown.status, 400);
+}
+
+TEST_F(EmulatorTest, EventsPersistAcrossARestartAndShowOnThePage) {
+  test::TempDir data;
+  emulator_.reset();
+  startEmulator(data.path());
+  const Json bulk = Json::array({{{"event_type", "custom event"},
+                                  {"session_id", "s"},
+                                  {"creation_date", "2026-11-22T10:00:00Z"},
+                                  {"user_id", "A_1"},
+                                  {"name", "persisted_one"}}});
+  ASSERT_FALSE(send(OstrelAPIEndpoint::TrackBulk, bulk).error);
+  emulator_.reset();
+  startEmulator(data.path());
+  auto events = control("/_emulator/events");
+  EXPECT_EQ(events["count"], 1);
+  EXPECT_EQ(events["events"][0]["event"]["name"], "persisted_one");
+  auto page = control("/");
+  EXPECT_NE(dumpJson(page).find("ostrel-emulator"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace ostrel
