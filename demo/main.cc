@@ -1,6 +1,5 @@
 // ostrel-demo: a small host application that exercises the library end to end
 // against a service on loopback.
-#include <httplib.h>
 
 #include <unistd.h>
 
@@ -12,10 +11,13 @@
 
 #include "core/device_information.h"
 #include "core/ostrel_facade_impl.h"
+#include "emulator/emulator.h"
 #include "events/content_events.h"
 #include "events/event_archive.h"
 #include "events/flow_events.h"
 #include "events/internal_events.h"
+#include "login/email_flows.h"
+#include "login/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
@@ -24,47 +26,6 @@
 namespace {
 
 constexpr const char* kSecret = "demo-secret";
-
-// Until the full emulator is wired in, a minimal loopback service that checks
-// the request's signature the way the real service does.
-class LoopbackService {
- public:
-  LoopbackService() {
-    server_.Post(".*", [](const httplib::Request& req, httplib::Response& res) {
-      const std::string auth = req.get_header_value("Authorization");
-      auto field = [&](const std::string& name) {
-        auto at = auth.find(name + "=\"");
-        if (at == std::string::npos) return std::string();
-        at += name.size() + 2;
-        return auth.substr(at, auth.find('"', at) - at);
-      };
-      const std::string host = req.get_header_value("Host");
-      const std::string expected =
-          ostrel::OLConnector::getImeldStr(kSecret, host.substr(0, host.find(':')) + req.path,
-                                           "POST", req.body, "", field("timestamp"));
-      const bool valid = expected == field("signature");
-      std::printf("service: %s %s%s, signature %s\n", req.method.c_str(), host.c_str(),
-                  req.path.c_str(), valid ? "valid" : "INVALID");
-      res.status = valid ? 200 : 401;
-      res.set_content(valid ? R"({"received":true})"
-                            : R"({"error":{"code":"UNAUTHORIZED","message":"bad signature"}})",
-                      "application/json");
-    });
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  ~LoopbackService() {
-    server_.stop();
-    thread_.join();
-  }
-  int port() const { return port_; }
-
- private:
-  httplib::Server server_;
-  std::thread thread_;
-  int port_ = 0;
-};
 
 }  // namespace
 
@@ -97,14 +58,20 @@ void printEventSamples(const std::string& sessionId, const std::string& userId) 
 }
 
 int main() {
-  LoopbackService service;
-  std::printf("Loopback service on 127.0.0.1:%d\n", service.port());
+  ostrel::emulator::Options options;
+  options.keepAliveSecs = 1;
+  ostrel::emulator::Emulator emulator(options);
+  auto started = emulator.start();
+  if (!started) {
+    std::printf("Cannot start the emulator: %s\n", started.error().description().c_str());
+    return 1;
+  }
+  std::printf("Emulator: %s\n", ostrel::dumpJson(started->toJson()).c_str());
 
   ostrel::Platform platform;
-  platform.deployment.domain = "ostrel.test";
-  platform.deployment.scheme = "http";
+  platform.deployment.domain = started->domain;
   platform.http = ostrel::platform::makeCurlHttpClient(
-      ostrel::NetworkOverrides{"127.0.0.1:" + std::to_string(service.port()), std::nullopt});
+      ostrel::NetworkOverrides{"127.0.0.1:" + std::to_string(started->port), started->caFile});
   // A fresh storage folder per run unless the caller chose one.
   if (std::getenv("OSTREL_STORAGE_DIR") == nullptr) {
     char folder[] = "/tmp/ostrel-demo-XXXXXX";
@@ -152,11 +119,36 @@ int main() {
   (void)ostrel.rankContent("article-7", ostrel::RankingScope(ostrel::_RankingScope::social), 2.0f);
   (void)ostrel.attachSession("other-session", std::string("U_42"), ostrel::AttachType::peer);
   std::promise<void> flushed;
-  ostrel.flushEvents([&](std::optional<ostrel::OLError> error, std::optional<ostrel::Json> details) {
-    std::printf("flush: %s\n", error ? error->description().c_str()
-                                     : ostrel::dumpJson(details.value_or(nullptr)).c_str());
-    flushed.set_value();
-  });
+  ostrel.flushEvents(
+      [&](std::optional<ostrel::OLError> error, std::optional<ostrel::Json> details) {
+        std::printf("flush: %s\n", error ? error->description().c_str()
+                                         : ostrel::dumpJson(details.value_or(nullptr)).c_str());
+        flushed.set_value();
+      });
   flushed.get_future().wait();
-  return 0;
+
+  // A user signs up, then the events the emulator received.
+  auto builder = *ostrel.getLoginBuilder();
+  std::promise<std::optional<ostrel::OLError>> signedUp;
+  builder->setEmail("demo@ostrel.test").setPassword("demo-password");
+  builder->setOnFlowCompleteCallback(
+      [&](std::optional<ostrel::OLError> e) { signedUp.set_value(e); });
+  if (auto flow = builder->getEmailSignupFlow()) (*flow)->startLoginFlow();
+  auto signupError = signedUp.get_future().get();
+  std::printf("sign-up: %s, user token %s\n",
+              signupError ? signupError->description().c_str() : "ok",
+              ostrel.getUserToken()->c_str());
+  std::promise<void> again;
+  ostrel.flushEvents(
+      [&](std::optional<ostrel::OLError>, std::optional<ostrel::Json>) { again.set_value(); });
+  again.get_future().wait();
+  auto received = emulator.store().events(1000);
+  std::printf("The emulator received %zu events:\n", emulator.store().eventCount());
+  for (auto it = received.rbegin(); it != received.rend(); ++it) {
+    const auto& e = (*it)["event"];
+    std::printf("  %-16s %s\n", e.value("event_type", "").c_str(), e.value("name", "").c_str());
+  }
+  std::fflush(stdout);
+  // Everything is delivered; skip tearing down the process-wide library.
+  std::_Exit(0);
 }

@@ -433,6 +433,8 @@ void Emulator::serve(const std::string& path, const Json& body, httplib::Respons
     }
   } else if (path == "/payment/is_paying_for") {
     reply(res, 200, Json{{"is_paying", false}});
+  } else if (path == "/v1/rich") {
+    reply(res, 200, Json{{"rich", Json::array()}});
   } else {
     // The remaining logins (OAuth convert, payment receipt, partner credentials) log a new user in.
     EmulatorStore::User u{"U_" + randomText(16), "", "", "", "", true};
