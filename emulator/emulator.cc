@@ -4,6 +4,7 @@
 #include <openssl/rand.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -132,6 +133,29 @@ void Emulator::stop() {
   server_->stop();
   if (thread_.joinable()) thread_.join();
   server_.reset();
+}
+
+void Emulator::injectFault(const std::string& endpoint, int status, int count) {
+  std::string target = endpoint;
+  if (auto e = endpointFromName(target)) target = std::string(endpointPath(*e));
+  std::lock_guard lock(mutex_);
+  for (int i = 0; i < count; ++i) faults_[target].push_back(Fault{status, 0, false, ""});
+}
+
+int Emulator::requestCount(const std::string& path) {
+  std::lock_guard lock(mutex_);
+  return static_cast<int>(std::count_if(requests_.begin(), requests_.end(),
+                                        [&](const Json& r) { return r["path"] == path; }));
+}
+
+void Emulator::setOperatorBounces(int bounces) {
+  std::lock_guard lock(mutex_);
+  options_.operatorBounces = bounces;
+}
+
+void Emulator::setAutologinLifetime(double secs) {
+  std::lock_guard lock(mutex_);
+  options_.autologinLifetime = secs;
 }
 
 void Emulator::logRequest(const httplib::Request& req, int status) {

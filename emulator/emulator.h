@@ -67,6 +67,14 @@ class Emulator {
   Result<Info> start();
   void stop();
   const Info& info() const { return info_; }
+
+  // The next `count` replies to an endpoint (name or path) get `status`
+  // (205 answers normally but with that status).
+  void injectFault(const std::string& endpoint, int status, int count = 1);
+  // Requests received so far on a path.
+  int requestCount(const std::string& path);
+  void setOperatorBounces(int bounces);
+  void setAutologinLifetime(double secs);
   EmulatorStore& store() { return *store_; }
   static constexpr const char* kOperatorHost = "operator.mno.test";
 

@@ -13,7 +13,7 @@
 #include "platform/defaults.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
-#include "support/fake_service.h"
+#include "support/emulator_service.h"
 
 namespace ostrel {
 namespace {
@@ -40,7 +40,7 @@ class PipelineTest : public ::testing::Test {
   }
 
   std::shared_ptr<Ostrel> start() {
-    auto made = Ostrel::makeUnshared("secret", nullptr, std::nullopt, platform());
+    auto made = Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, platform());
     EXPECT_TRUE(made) << made.error().description();
     return *made;
   }
@@ -62,7 +62,7 @@ class PipelineTest : public ::testing::Test {
   }
 
   test::TestPlatform platform_;
-  test::FakeService service_;
+  test::EmulatorService service_;
 };
 
 TEST_F(PipelineTest, EventsArriveInOrderWithTheirDictionaries) {
@@ -98,10 +98,10 @@ TEST_F(PipelineTest, PermanentRefusalsDropAChunkTransientFailuresKeepIt) {
   for (const auto& c :
        {Case{404, false}, Case{400, false}, Case{408, true}, Case{500, true}, Case{503, true}}) {
     test::TestPlatform platform;
-    test::FakeService service;
+    test::EmulatorService service;
     Platform p = service.platformFor(platform);
     p.clock = platform::makeSystemClock();
-    auto o = *Ostrel::makeUnshared("secret", nullptr, std::nullopt, p);
+    auto o = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, p);
     ASSERT_TRUE(o->sendEvent("victim"));
     service.failNext("/events/track_bulk", c.status);
     auto error = flush(*o);
@@ -179,8 +179,8 @@ TEST_F(PipelineTest, A205ReplyStartsAnAutologin) {
   auto o = start();
   auto builder = *o->getLoginBuilder();
   std::promise<std::optional<OLError>> loggedIn;
-  builder->setEmail(test::FakeService::kEmail)
-      .setPassword(test::FakeService::kPassword)
+  builder->setEmail(test::EmulatorService::kEmail)
+      .setPassword(test::EmulatorService::kPassword)
       .setOnFlowCompleteCallback([&](std::optional<OLError> e) { loggedIn.set_value(e); });
   (*builder->getEmailLoginFlow())->startLoginFlow();
   ASSERT_FALSE(loggedIn.get_future().get());

@@ -1,0 +1,36 @@
+#include "support/emulator_service.h"
+
+#include <algorithm>
+
+#include "platform/defaults.h"
+
+namespace ostrel::test {
+
+EmulatorService::EmulatorService() {
+  emulator::Options options;
+  options.keepAliveSecs = 1;
+  emulator_ = std::make_unique<emulator::Emulator>(options);
+  (void)emulator_->start();
+  emulator_->store().saveUser({"U_email", kEmail, kPassword, "", "", true});
+  emulator_->store().saveUser({"U_msisdn", "", "", kMsisdn, kPin, true});
+}
+
+std::vector<Json> EmulatorService::events() const {
+  Json newestFirst = emulator_->store().events(100000);
+  std::vector<Json> out;
+  for (auto it = newestFirst.rbegin(); it != newestFirst.rend(); ++it)
+    out.push_back((*it)["event"]);
+  return out;
+}
+
+Platform EmulatorService::platformFor(const TestPlatform& base) const {
+  Platform p = base.platform();
+  p.deployment.domain = emulator_->info().domain;
+  p.deployment.scheme = emulator_->info().scheme;
+  p.http = platform::makeCurlHttpClient(NetworkOverrides{
+      "127.0.0.1:" + std::to_string(emulator_->info().port), emulator_->info().caFile});
+  p.clock = platform::makeSystemClock();
+  return p;
+}
+
+}  // namespace ostrel::test

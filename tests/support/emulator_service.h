@@ -1,0 +1,37 @@
+#pragma once
+// An in-process ostrel-emulator for the library's tests, with two accounts made
+// up front: e-mail "user@ostrel.test" / "secret" and MSISDN "393331234567" / PIN "1234".
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "emulator/emulator.h"
+#include "support/test_platform.h"
+
+namespace ostrel::test {
+
+class EmulatorService {
+ public:
+  EmulatorService();
+
+  void failNext(const std::string& path, int status, int count = 1) {
+    emulator_->injectFault(path, status, count);
+  }
+  std::vector<Json> events() const;
+  int requestsTo(const std::string& path) const { return emulator_->requestCount(path); }
+  void setOperatorBounces(int bounces) { emulator_->setOperatorBounces(bounces); }
+  void setAutologinLifetime(double secs) { emulator_->setAutologinLifetime(secs); }
+  // A platform that reaches this emulator (real clock, its CA trusted).
+  Platform platformFor(const TestPlatform& base) const;
+  emulator::Emulator& emulator() { return *emulator_; }
+
+  static constexpr const char* kEmail = "user@ostrel.test";
+  static constexpr const char* kPassword = "secret";
+  static constexpr const char* kMsisdn = "393331234567";
+  static constexpr const char* kPin = "1234";
+
+ private:
+  std::unique_ptr<emulator::Emulator> emulator_;
+};
+
+}  // namespace ostrel::test
