@@ -9,6 +9,7 @@
 
 #include "core/fatal.h"
 #include "events/grapheme.h"
+#include "transport/ol_connector.h"
 
 namespace ostrel {
 namespace {
@@ -57,30 +58,17 @@ std::string_view utf16Prefix(std::string_view text, std::size_t units) {
   return text.substr(0, offset);
 }
 
-bool validUtf8(std::string_view text) {
-  auto* p = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-  auto left = static_cast<utf8proc_ssize_t>(text.size());
-  while (left > 0) {
-    utf8proc_int32_t cp;
-    utf8proc_ssize_t n = utf8proc_iterate(p, left, &cp);
-    if (n <= 0) return false;
-    p += n;
-    left -= n;
-  }
-  return true;
-}
-
 }  // namespace
 
 bool matchesEventNameRule(const std::string& name) {
   static const auto* pattern = new Pattern("^[\\w-]{1,32}$", PCRE2_MULTILINE);
-  if (!validUtf8(name)) return false;
+  if (!isValidUtf8(name)) return false;
   return pattern->matches(utf16Prefix(name, graphemeCount(name)));
 }
 
 bool matchesAttachedUserRule(const std::string& userId) {
   static const auto* pattern = new Pattern("^[CAOUE]_\\S+$", 0);
-  if (!validUtf8(userId)) return false;
+  if (!isValidUtf8(userId)) return false;
   return pattern->matches(userId);
 }
 

@@ -4,11 +4,11 @@
 #include <openssl/x509.h>
 
 #include <condition_variable>
-#include <deque>
 #include <cstdlib>
+#include <deque>
 #include <map>
-#include <set>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "platform/defaults.h"

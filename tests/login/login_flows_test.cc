@@ -25,15 +25,10 @@ using namespace std::chrono_literals;
 
 class LoginTest : public ::testing::Test {
  protected:
-  Platform platform() const {
-    Platform p = service_.platformFor(platform_);
-    p.clock = platform::makeSystemClock();
-    return p;
-  }
   std::shared_ptr<Ostrel> start() {
-    auto made = Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, platform());
-    EXPECT_TRUE(made) << made.error().description();
-    return *made;
+    auto made = service_.startFacade(platform_);
+    EXPECT_TRUE(made);
+    return made;
   }
   // Runs a flow from a fresh builder and answers how it ended.
   template <class Getter>
@@ -97,8 +92,8 @@ TEST_F(LoginTest, ServiceRefusalsMapToLocalCodes) {
     std::string serviceCode;
   };
   const Case cases[] = {
-      {[](OLLoginBuilder& b) { b.setEmail(test::EmulatorService::kEmail).setPassword("wrong"); }, false,
-       LocalErrorCodes::EMAILLoginWrongPasswordError, "WRONG_EMAIL_PASSWORD"},
+      {[](OLLoginBuilder& b) { b.setEmail(test::EmulatorService::kEmail).setPassword("wrong"); },
+       false, LocalErrorCodes::EMAILLoginWrongPasswordError, "WRONG_EMAIL_PASSWORD"},
       {[](OLLoginBuilder& b) { b.setMSISDN(test::EmulatorService::kMsisdn).setPIN("0000"); }, true,
        LocalErrorCodes::MSISDNLoginWrongPINError, "WRONG_PIN"},
       {[](OLLoginBuilder& b) { b.setMSISDN(test::EmulatorService::kMsisdn).setNOPIN(); }, true,
@@ -176,9 +171,7 @@ TEST_F(LoginTest, OperatorRecognitionForwardsAtMostThreeTimes) {
     test::TestPlatform platform;
     test::EmulatorService service;
     service.setOperatorBounces(c.bounces);
-    Platform p = service.platformFor(platform);
-    p.clock = platform::makeSystemClock();
-    auto o = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, p);
+    auto o = service.startFacade(platform);
     auto builder = *o->getLoginBuilder();
     std::promise<std::optional<OLError>> done;
     builder->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
@@ -200,10 +193,8 @@ TEST_F(LoginTest, StartUpAutologinRefusedLogsOutWithTheMatchingType) {
   for (const auto& c : {Case{401, "refresh"}, Case{400, "invalid"}, Case{500, "error"}}) {
     test::TestPlatform platform;
     test::EmulatorService service;
-    Platform p = service.platformFor(platform);
-    p.clock = platform::makeSystemClock();
     {
-      auto o = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, p);
+      auto o = service.startFacade(platform);
       auto b = *o->getLoginBuilder();
       std::promise<void> done;
       b->setEmail(test::EmulatorService::kEmail).setPassword(test::EmulatorService::kPassword);
@@ -212,7 +203,7 @@ TEST_F(LoginTest, StartUpAutologinRefusedLogsOutWithTheMatchingType) {
       done.get_future().wait();
     }
     service.failNext("/handling/direct/refreshtoken", c.status);
-    auto o = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, p);
+    auto o = service.startFacade(platform);
     for (int i = 0; i < 400 && *o->isUserLogged(); ++i) std::this_thread::sleep_for(10ms);
     EXPECT_FALSE(*o->isUserLogged()) << c.status;
     std::promise<void> flushed;

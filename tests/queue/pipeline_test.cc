@@ -33,16 +33,10 @@ bool eventually(Pred pred, std::chrono::milliseconds limit = 10000ms) {
 class PipelineTest : public ::testing::Test {
  protected:
   // Real time: signatures carry it and events are ordered by it.
-  Platform platform() const {
-    Platform p = service_.platformFor(platform_);
-    p.clock = platform::makeSystemClock();
-    return p;
-  }
-
   std::shared_ptr<Ostrel> start() {
-    auto made = Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, platform());
-    EXPECT_TRUE(made) << made.error().description();
-    return *made;
+    auto made = service_.startFacade(platform_);
+    EXPECT_TRUE(made);
+    return made;
   }
 
   std::optional<OLError> flush(Ostrel& o) {
@@ -99,9 +93,7 @@ TEST_F(PipelineTest, PermanentRefusalsDropAChunkTransientFailuresKeepIt) {
        {Case{404, false}, Case{400, false}, Case{408, true}, Case{500, true}, Case{503, true}}) {
     test::TestPlatform platform;
     test::EmulatorService service;
-    Platform p = service.platformFor(platform);
-    p.clock = platform::makeSystemClock();
-    auto o = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, p);
+    auto o = service.startFacade(platform);
     ASSERT_TRUE(o->sendEvent("victim"));
     service.failNext("/events/track_bulk", c.status);
     auto error = flush(*o);

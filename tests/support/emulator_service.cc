@@ -33,4 +33,9 @@ Platform EmulatorService::platformFor(const TestPlatform& base) const {
   return p;
 }
 
+std::shared_ptr<Ostrel> EmulatorService::startFacade(const TestPlatform& base) const {
+  auto made = Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, platformFor(base));
+  return made ? *made : nullptr;
+}
+
 }  // namespace ostrel::test

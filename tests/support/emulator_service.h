@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "emulator/emulator.h"
+#include "ostrel/ostrel.h"
 #include "support/test_platform.h"
 
 namespace ostrel::test {
@@ -24,6 +25,8 @@ class EmulatorService {
   // A platform that reaches this emulator (real clock, its CA trusted).
   Platform platformFor(const TestPlatform& base) const;
   emulator::Emulator& emulator() { return *emulator_; }
+  // A facade (not the process-wide one) signed with the emulator's demo secret.
+  std::shared_ptr<Ostrel> startFacade(const TestPlatform& base) const;
 
   static constexpr const char* kEmail = "user@ostrel.test";
   static constexpr const char* kPassword = "secret";
