@@ -1,0 +1,73 @@
+// The queue manager's timers: the heartbeat lists running timers, the expire
+// timer flushes without being asked, and an overdue expire timer fires at once.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "core/device_information.h"
+#include "core/ol_status.h"
+#include "platform/runtime.h"
+#include "queue/ol_queue_manager.h"
+#include "support/emulator_service.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel {
+namespace {
+
+using namespace std::chrono_literals;
+
+template <class Pred>
+bool eventually(Pred pred, std::chrono::milliseconds limit = 10000ms) {
+  auto deadline = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (pred()) return true;
+    std::this_thread::sleep_for(5ms);
+  }
+  return pred();
+}
+
+TEST(QueueManagerTimersTest, HeartbeatAndExpiryWork) {
+  test::TestPlatform platform;
+  test::EmulatorService service;
+  runtime::install(service.platformFor(platform));
+  OstrelConfiguration config;
+  config.heartbeatPeriodSec = 0.05;
+  config.expireTimeSec = 0.1;
+  auto device = std::make_shared<DeviceInformation>();
+  auto connectors = std::make_shared<ConnectorBuilder>(device->deviceId, "demo-secret", false,
+                                                       false, false, 15, runtime::deployment());
+  auto status = OLStatus::make(config, device, connectors, nullptr);
+  ASSERT_TRUE(status);
+  auto manager = OLQueueManager::make(connectors, config, status);
+  ASSERT_TRUE(manager->addEvent("watch", EventType(_EventType::TimerStart), nullptr));
+  // Nobody flushes: the expire timer does, and the heartbeat names the running timer.
+  EXPECT_TRUE(eventually([&] {
+    for (const auto& e : service.events()) {
+      if (e["event_type"] == "timer heartbeat" && e["timers"] == Json::array({"watch"}))
+        return true;
+    }
+    return false;
+  }));
+  EXPECT_TRUE(platform.log().contains("expire handler called"));
+  EXPECT_TRUE(platform.log().contains("heartbeat handler called"));
+
+  // In the background nothing leaves; back in the foreground a flush is forced.
+  manager->libraryGoToBackground();
+  std::this_thread::sleep_for(200ms);
+  const auto before = service.events().size();
+  ASSERT_TRUE(manager->addEvent("while_away", EventType(_EventType::Custom), nullptr));
+  std::this_thread::sleep_for(300ms);
+  EXPECT_EQ(service.events().size(), before);
+  manager->libraryGoToForeground();
+  EXPECT_TRUE(eventually([&] {
+    for (const auto& e : service.events()) {
+      if (e.value("name", "") == "while_away") return true;
+    }
+    return false;
+  }));
+  ASSERT_TRUE(manager->addEvent("watch", EventType(_EventType::TimerStop), nullptr));
+}
+
+}  // namespace
+}  // namespace ostrel
