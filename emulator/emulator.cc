@@ -474,7 +474,7 @@ void Emulator::handleControl(const httplib::Request& req, httplib::Response& res
   }
   const std::string& p = req.path;
   if (p == "/") {
-    res.set_content(emulatorPage(), "text/html");
+    res.set_content(emulatorPage(store_->events(200)), "text/html");
   } else if (p == "/_emulator/events") {
     reply(res, 200, Json{{"count", store_->eventCount()}, {"events", store_->events(1000)}});
   } else if (p == "/_emulator/users") {

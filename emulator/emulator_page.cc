@@ -2,7 +2,32 @@
 
 namespace ostrel::emulator {
 
-const std::string& emulatorPage() {
+namespace {
+
+std::string escapeHtml(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    switch (c) {
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '&':
+        out += "&amp;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+const std::string& pageTemplate() {
   static const std::string page = R"HTML(<!doctype html>
 <html lang="en"><head><meta charset="utf-8"><title>ostrel-emulator</title>
 <style>
@@ -17,7 +42,7 @@ const std::string& emulatorPage() {
 <p id="summary">Loading…</p>
 <h2>Events, newest first</h2>
 <table><thead><tr><th>arrived</th><th>type</th><th>name</th><th>user</th><th>event</th></tr></thead>
-<tbody id="events"></tbody></table>
+<tbody id="events"><!--EVENTS--></tbody></table>
 <h2>Users</h2>
 <table><thead><tr><th>id</th><th>e-mail</th><th>MSISDN</th></tr></thead><tbody id="users"></tbody></table>
 <script>
@@ -46,6 +71,23 @@ refresh(); setInterval(refresh, 1000);
 </script>
 </body></html>
 )HTML";
+  return page;
+}
+
+}  // namespace
+
+std::string emulatorPage(const Json& newestEvents) {
+  std::string rows;
+  for (const auto& e : newestEvents) {
+    const Json& event = e["event"];
+    rows += "<tr><td>" + std::to_string(e.value("arrived", 0.0)) + "</td><td>" +
+            escapeHtml(event.value("event_type", "")) + "</td><td>" +
+            escapeHtml(event.value("name", "")) + "</td><td>" +
+            escapeHtml(event.value("user_id", "")) + "</td><td><code>" +
+            escapeHtml(dumpJson(event)) + "</code></td></tr>\n";
+  }
+  std::string page = pageTemplate();
+  page.replace(page.find("<!--EVENTS-->"), 13, rows);
   return page;
 }
 
