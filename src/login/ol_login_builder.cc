@@ -5,6 +5,7 @@
 #include "login/msisdn_flows.h"
 #include "login/ol_auto_login_flow.h"
 #include "login/ol_user_status.h"
+#include "login/other_flows.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "transport/connector_builder.h"
@@ -252,6 +253,74 @@ Result<std::shared_ptr<OLMSISDNUserRecognitionLoginFlow>> OLLoginBuilder::getMSI
   auto flow = std::make_shared<OLMSISDNUserRecognitionLoginFlow>(
       _ostrelState, _buildConnector->buildConnector(), std::nullopt, 0, kOperatorPagePattern);
   OSTREL_WIRE_FINALIZE(flow, LoginType::msisdnUR);
+  return flow;
+}
+
+OLLoginBuilder& OLLoginBuilder::setReceiptUrl(std::string path) {
+  _receiptUrl = std::move(path);
+  return *this;
+}
+
+Result<std::shared_ptr<OLCustomLoginFlow>> OLLoginBuilder::getCustomLoginFlow() {
+  if (auto ok = checkRequirements(); !ok) return ok.error();
+  if (!_customId) return builderError("Missing customID");
+  auto flow = std::make_shared<OLCustomLoginFlow>(_ostrelState, _buildConnector->buildConnector(),
+                                                  *_customId);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::custom);
+  return flow;
+}
+
+Result<std::shared_ptr<OLExternalLoginFlow>> OLLoginBuilder::getExternalLoginFlow() {
+  if (auto ok = checkRequirements(); !ok) return ok.error();
+  if (!_externalId) return builderError("Missing externalID");
+  auto flow = std::make_shared<OLExternalLoginFlow>(_ostrelState, _buildConnector->buildConnector(),
+                                                    *_externalId);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::external);
+  return flow;
+}
+
+Result<std::shared_ptr<OLPaymentReceiptLoginFlow>> OLLoginBuilder::getPaymentReceiptLoginFlow() {
+  if (auto ok = checkRequirements(); !ok) return ok.error();
+  const Json offer = {{"offerId", describeOptional(_offerId)}};
+  if (!_offerId) return builderError("Missing OfferId", offer);
+  if (_offerId->size() != 32) return builderError("Invalid OfferId", offer);
+  auto flow = std::make_shared<OLPaymentReceiptLoginFlow>(
+      _ostrelState, _buildConnector->buildConnector(), *_offerId, _receiptUrl, _emailParams);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::paymentReceipt);
+  return flow;
+}
+
+Result<std::shared_ptr<OLMFPLoginFlow>> OLLoginBuilder::getMFPLoginFlow() {
+  if (auto ok = checkRequirements(); !ok) return ok.error();
+  auto decoded = _pony ? _ostrelState->decodePony(*_pony) : std::nullopt;
+  if (!decoded) {
+    return OLError::LocalError(LocalErrorCodes::LoginBuilderError,
+                               "Unable to retrieve Mobile Fingerprint", std::nullopt,
+                               Json{{"pony", describeOptional(_pony)}});
+  }
+  auto flow = std::make_shared<OLMFPLoginFlow>(_ostrelState, _buildConnector->buildConnector(),
+                                               decoded->value("session_id", ""),
+                                               decoded->value("user_id", ""));
+  if (decoded->contains("custom_data")) {
+    if (auto data = OLSimpleObject::fromDictionary((*decoded)["custom_data"])) _customData = data;
+  }
+  OSTREL_WIRE_FINALIZE(flow, LoginType::mfp);
+  return flow;
+}
+
+Result<std::shared_ptr<OLUO2CredentialsLoginFlow>> OLLoginBuilder::getUO2CredentialsLoginFlow() {
+  if (auto ok = checkRequirements(); !ok) return ok.error();
+  if (!_infoUtente) {
+    return builderError("Missing InfoUtente parameter",
+                        Json{{"infoUtente", describeOptional(_infoUtente)}});
+  }
+  if (!_brivolaUser) {
+    return builderError("Missing BrivolaUser parameter",
+                        Json{{"brivolaUser", describeOptional(_brivolaUser)}});
+  }
+  auto flow = std::make_shared<OLUO2CredentialsLoginFlow>(
+      _ostrelState, _buildConnector->buildConnector(), *_brivolaUser, *_infoUtente);
+  OSTREL_WIRE_FINALIZE(flow, LoginType::withUO20credentials);
   return flow;
 }
 

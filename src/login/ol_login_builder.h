@@ -24,6 +24,11 @@ class OLEmailForgotFlow;
 class OLEmailResendFlow;
 class OLMSISDNPINLoginFlow;
 class OLMSISDNUserRecognitionLoginFlow;
+class OLCustomLoginFlow;
+class OLExternalLoginFlow;
+class OLPaymentReceiptLoginFlow;
+class OLMFPLoginFlow;
+class OLUO2CredentialsLoginFlow;
 
 class OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
  public:
@@ -62,6 +67,13 @@ class OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
   Result<std::shared_ptr<OLEmailSignupLoginFlow>> getEmailSignupFlow();
   Result<std::shared_ptr<OLMSISDNPINLoginFlow>> getMSISDPINLoginFlow();
   Result<std::shared_ptr<OLMSISDNUserRecognitionLoginFlow>> getMSISDNURLoginFlow();
+  Result<std::shared_ptr<OLCustomLoginFlow>> getCustomLoginFlow();
+  Result<std::shared_ptr<OLExternalLoginFlow>> getExternalLoginFlow();
+  Result<std::shared_ptr<OLPaymentReceiptLoginFlow>> getPaymentReceiptLoginFlow();
+  Result<std::shared_ptr<OLMFPLoginFlow>> getMFPLoginFlow();
+  Result<std::shared_ptr<OLUO2CredentialsLoginFlow>> getUO2CredentialsLoginFlow();
+  // Where the payment-receipt login reads the store receipt.
+  OLLoginBuilder& setReceiptUrl(std::string path);
 
   // The finalize step of every flow but the autologin.
   void fireFinalizeFlowActions(std::optional<OLError> error,
@@ -94,6 +106,7 @@ class OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
   std::weak_ptr<OLQueueManager> _eventManager;
   std::optional<std::string> _brivolaUser;
   std::optional<std::string> _infoUtente;
+  std::optional<std::string> _receiptUrl;
 };
 
 }  // namespace ostrel

@@ -1,0 +1,103 @@
+// The custom, external, payment-receipt, fingerprint and partner logins.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <future>
+
+#include "login/ol_login_builder.h"
+#include "login/other_flows.h"
+#include "ostrel/ostrel.h"
+#include "support/emulator_service.h"
+
+namespace ostrel {
+namespace {
+
+class OtherFlowsTest : public ::testing::Test {
+ protected:
+  template <class Getter>
+  std::optional<OLError> run(const std::function<void(OLLoginBuilder&)>& configure, Getter getter) {
+    auto builder = *facade_->getLoginBuilder();
+    configure(*builder);
+    std::promise<std::optional<OLError>> done;
+    builder->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
+    auto flow = ((*builder).*getter)();
+    if (!flow) return flow.error();
+    (*flow)->startLoginFlow();
+    return done.get_future().get();
+  }
+
+  test::TestPlatform platform_;
+  test::EmulatorService service_;
+  std::shared_ptr<Ostrel> facade_ = service_.startFacade(platform_);
+};
+
+TEST_F(OtherFlowsTest, BuilderChecks) {
+  auto b = *facade_->getLoginBuilder();
+  auto message = [](auto result) { return result ? std::string("ok") : result.error().message(); };
+  EXPECT_EQ(message(b->getCustomLoginFlow()), "Missing customID");
+  EXPECT_EQ(message(b->getExternalLoginFlow()), "Missing externalID");
+  EXPECT_EQ(message(b->getPaymentReceiptLoginFlow()), "Missing OfferId");
+  for (std::size_t length : {31u, 33u}) {
+    b->setOfferId(std::string(length, 'o'));
+    EXPECT_EQ(message(b->getPaymentReceiptLoginFlow()), "Invalid OfferId") << length;
+  }
+  b->setOfferId(std::string(32, 'o'));
+  EXPECT_EQ(message(b->getPaymentReceiptLoginFlow()), "ok");
+  EXPECT_EQ(message(b->getMFPLoginFlow()), "Unable to retrieve Mobile Fingerprint");
+  b->setPony("not json");
+  EXPECT_EQ(message(b->getMFPLoginFlow()), "Unable to retrieve Mobile Fingerprint");
+  EXPECT_EQ(message(b->getUO2CredentialsLoginFlow()), "Missing InfoUtente parameter");
+  b->setInfoUtente("info");
+  EXPECT_EQ(message(b->getUO2CredentialsLoginFlow()), "Missing BrivolaUser parameter");
+}
+
+TEST_F(OtherFlowsTest, CustomUserIsLocalAndCannotBeDeleted) {
+  ASSERT_FALSE(run([](OLLoginBuilder& b) { b.setCustomID("host-42"); },
+                   &OLLoginBuilder::getCustomLoginFlow));
+  EXPECT_EQ(*facade_->getUserToken(), "C_host-42");
+  std::promise<std::optional<Json>> info;
+  facade_->getUserMetaInfo(
+      [&](std::optional<OLError>, std::optional<Json> i) { info.set_value(i); });
+  EXPECT_EQ((*info.get_future().get())["login"]["flow"], "custom");
+  std::promise<std::optional<OLError>> deleted;
+  facade_->__temporaryUserDelete([&](std::optional<OLError> e) { deleted.set_value(e); });
+  auto error = deleted.get_future().get();
+  ASSERT_TRUE(error);
+  EXPECT_TRUE(error->is(LocalErrorCodes::UserDeleteError, "User cannot be custom"));
+  EXPECT_TRUE(*facade_->isUserLogged());
+}
+
+TEST_F(OtherFlowsTest, ServiceLoginsAgainstTheEmulator) {
+  ASSERT_FALSE(run([](OLLoginBuilder& b) { b.setBrivolaUser("partner").setInfoUtente("info"); },
+                   &OLLoginBuilder::getUO2CredentialsLoginFlow));
+  EXPECT_EQ(facade_->getUserToken()->substr(0, 2), "O_");
+  ASSERT_TRUE(facade_->userLogout());
+
+  auto missing = run([](OLLoginBuilder& b) { b.setOfferId(std::string(32, 'o')); },
+                     &OLLoginBuilder::getPaymentReceiptLoginFlow);
+  ASSERT_TRUE(missing);
+  EXPECT_EQ(missing->message(), "Unable to retrieve appStoreReceipt");
+
+  test::TempDir dir;
+  const std::string receipt = dir.path() + "/receipt.bin";
+  std::ofstream(receipt, std::ios::binary) << "RECEIPT-BYTES";
+  ASSERT_FALSE(
+      run([&](OLLoginBuilder& b) { b.setOfferId(std::string(32, 'o')).setReceiptUrl(receipt); },
+          &OLLoginBuilder::getPaymentReceiptLoginFlow));
+  EXPECT_TRUE(*facade_->isUserLogged());
+  ASSERT_TRUE(facade_->userLogout());
+
+  ASSERT_FALSE(run(
+      [](OLLoginBuilder& b) {
+        b.setPony(R"({"cookieData":{"ostrel":{"session_id":"s1","user_id":"O_fp"}}})");
+      },
+      &OLLoginBuilder::getMFPLoginFlow));
+  EXPECT_EQ(*facade_->getUserToken(), "O_fp");
+  ASSERT_TRUE(facade_->userLogout());
+  ASSERT_FALSE(run([](OLLoginBuilder& b) { b.setExternalID("O_external"); },
+                   &OLLoginBuilder::getExternalLoginFlow));
+  EXPECT_EQ(*facade_->getUserToken(), "O_external");
+}
+
+}  // namespace
+}  // namespace ostrel
