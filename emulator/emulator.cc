@@ -135,11 +135,11 @@ void Emulator::stop() {
   server_.reset();
 }
 
-void Emulator::injectFault(const std::string& endpoint, int status, int count) {
+void Emulator::injectFault(const std::string& endpoint, int status, int count, int delayMs) {
   std::string target = endpoint;
   if (auto e = endpointFromName(target)) target = std::string(endpointPath(*e));
   std::lock_guard lock(mutex_);
-  for (int i = 0; i < count; ++i) faults_[target].push_back(Fault{status, 0, false, ""});
+  for (int i = 0; i < count; ++i) faults_[target].push_back(Fault{status, delayMs, false, ""});
 }
 
 int Emulator::requestCount(const std::string& path) {

@@ -70,7 +70,7 @@ class Emulator {
 
   // The next `count` replies to an endpoint (name or path) get `status`
   // (205 answers normally but with that status).
-  void injectFault(const std::string& endpoint, int status, int count = 1);
+  void injectFault(const std::string& endpoint, int status, int count = 1, int delayMs = 0);
   // Requests received so far on a path.
   int requestCount(const std::string& path);
   void setOperatorBounces(int bounces);

@@ -2,6 +2,7 @@
 // reports its absence with OstrelNotInitialized.
 #include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
+#include "login/ol_identity_manager.h"
 #include "login/ol_login_builder.h"
 #include "login/ol_user_status.h"
 #include "platform/runtime.h"
@@ -78,7 +79,13 @@ Result<std::string> Ostrel::getSessionId() {
 }
 
 Result<std::shared_ptr<OLIdentityManager>> Ostrel::getIdentityManager() {
-  return missingInternalStatus();
+  OSTREL_NEED_STATUS();
+  std::lock_guard lock(impl_->managersMutex);
+  if (!impl_->identityManager) {
+    impl_->identityManager =
+        std::make_shared<OLIdentityManager>(impl_->_ostrelStatus, impl_->_connetionBuilder);
+  }
+  return impl_->identityManager;
 }
 Result<std::shared_ptr<OLPushManager>> Ostrel::getPushManager() {
   return missingInternalStatus();

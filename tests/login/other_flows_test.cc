@@ -4,6 +4,8 @@
 #include <fstream>
 #include <future>
 
+#include "login/msisdn_flows.h"
+#include "login/ol_identity_manager.h"
 #include "login/ol_login_builder.h"
 #include "login/other_flows.h"
 #include "ostrel/ostrel.h"
@@ -97,6 +99,40 @@ TEST_F(OtherFlowsTest, ServiceLoginsAgainstTheEmulator) {
   ASSERT_FALSE(run([](OLLoginBuilder& b) { b.setExternalID("O_external"); },
                    &OLLoginBuilder::getExternalLoginFlow));
   EXPECT_EQ(*facade_->getUserToken(), "O_external");
+}
+
+}  // namespace
+}  // namespace ostrel
+
+namespace ostrel {
+namespace {
+
+TEST_F(OtherFlowsTest, AnEmailIdentityIsAddedToALoggedUser) {
+  auto manager = *facade_->getIdentityManager();
+  EXPECT_EQ(manager.get(), facade_->getIdentityManager()->get()) << "made once";
+  auto anonymous =
+      manager->getIdentityBuilder().setEmail("x@y.z").setPassword("p").getAddEmailIdentityFlow();
+  ASSERT_FALSE(anonymous);
+  EXPECT_TRUE(anonymous.error().is(LocalErrorCodes::IdentityBuilderError, "User Not Logged"));
+
+  ASSERT_FALSE(run([](OLLoginBuilder& b) { b.setMSISDN("393339999999").setPIN("7"); },
+                   &OLLoginBuilder::getMSISDPINLoginFlow));
+  auto add = [&](const std::string& email) {
+    std::promise<std::optional<OLError>> done;
+    auto flow = manager->getIdentityBuilder()
+                    .setEmail(email)
+                    .setPassword("pw")
+                    .setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); })
+                    .getAddEmailIdentityFlow();
+    EXPECT_TRUE(flow);
+    (*flow)->startLoginFlow();
+    return done.get_future().get();
+  };
+  EXPECT_FALSE(add("new@ostrel.test"));
+  auto taken = add(test::EmulatorService::kEmail);
+  ASSERT_TRUE(taken);
+  EXPECT_EQ(taken->localCode(), LocalErrorCodes::AddEmailIdentityFlowError);
+  EXPECT_EQ((*taken->extra())["code"], "IDENTITY_ALREADY_USED");
 }
 
 }  // namespace

@@ -18,6 +18,10 @@ class EmulatorService {
   void failNext(const std::string& path, int status, int count = 1) {
     emulator_->injectFault(path, status, count);
   }
+  // The next reply to `path` comes after a pause (and otherwise as usual).
+  void delayNext(const std::string& path, int delayMs) {
+    emulator_->injectFault(path, 0, 1, delayMs);
+  }
   std::vector<Json> events() const;
   int requestsTo(const std::string& path) const { return emulator_->requestCount(path); }
   void setOperatorBounces(int bounces) { emulator_->setOperatorBounces(bounces); }

@@ -1,0 +1,61 @@
+#pragma once
+// Identity management: a logged user adds an e-mail identity (address and
+// password) to the account the service knows.
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "login/ol_login_flow_base.h"
+#include "ostrel/ostrel.h"
+
+namespace ostrel {
+
+class ConnectorBuilder;
+class OLStatus;
+
+class OLAddEmailIdentityFlow : public OLLoginFlowBase {
+ public:
+  OLAddEmailIdentityFlow(std::shared_ptr<OLStatus> state, OLConnector connector, std::string email,
+                         std::string password)
+      : OLLoginFlowBase(std::move(state), std::move(connector)),
+        _email(std::move(email)),
+        _password(std::move(password)) {}
+  // Needs a logged user; takes the running slot like a login.
+  Result<void> checkStartRequirements() override;
+  void startLoginFlow() override;
+  std::string className() const override { return "OLAddEmailIdentityFlow"; }
+  std::string _email;
+  std::string _password;
+};
+
+class OLIdentityBuilder {
+ public:
+  OLIdentityBuilder(std::shared_ptr<OLStatus> state, std::shared_ptr<ConnectorBuilder> connectors)
+      : state_(std::move(state)), connectors_(std::move(connectors)) {}
+  OLIdentityBuilder& setEmail(std::string email);
+  OLIdentityBuilder& setPassword(std::string password);
+  OLIdentityBuilder& setOnFlowCompleteCallback(ErrorCallback callback);
+  // Fails with IdentityBuilderError without touching the network.
+  Result<std::shared_ptr<OLAddEmailIdentityFlow>> getAddEmailIdentityFlow();
+
+ private:
+  std::shared_ptr<OLStatus> state_;
+  std::shared_ptr<ConnectorBuilder> connectors_;
+  std::optional<std::string> email_;
+  std::optional<std::string> password_;
+  ErrorCallback callback_;
+};
+
+class OLIdentityManager {
+ public:
+  OLIdentityManager(std::shared_ptr<OLStatus> state, std::shared_ptr<ConnectorBuilder> connectors)
+      : state_(std::move(state)), connectors_(std::move(connectors)) {}
+  OLIdentityBuilder getIdentityBuilder() const { return OLIdentityBuilder(state_, connectors_); }
+
+ private:
+  std::shared_ptr<OLStatus> state_;
+  std::shared_ptr<ConnectorBuilder> connectors_;
+};
+
+}  // namespace ostrel

@@ -1,0 +1,119 @@
+// The run-time status: session renewal, the first-start flag and the single
+// running-login slot; the user's meta-info cache.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "core/device_information.h"
+#include "core/ol_status.h"
+#include "login/email_flows.h"
+#include "login/msisdn_flows.h"
+#include "login/ol_login_builder.h"
+#include "login/ol_user_status.h"
+#include "support/emulator_service.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel {
+namespace {
+
+class StatusTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<OLStatus> makeStatus() {
+    auto device = std::make_shared<DeviceInformation>();
+    auto connectors =
+        std::make_shared<ConnectorBuilder>("id", "demo-secret", false, false, false, 15);
+    return OLStatus::make(OstrelConfiguration{}, device, connectors, nullptr);
+  }
+  test::TestPlatform platform_;
+};
+
+TEST_F(StatusTest, AnExpiredSessionIsRenewedWithOneSessionStartNamingTheOld) {
+  auto status = makeStatus();
+  ASSERT_TRUE(status);
+  std::vector<std::optional<std::string>> starts;
+  std::vector<bool> firstStarts;
+  std::mutex m;
+  status->setSessionStartGenerator(
+      [&](const std::string&, const DeviceInformation&, bool first, std::shared_ptr<OLSimpleObject>,
+          const std::optional<std::string>& refreshed) -> Result<void> {
+        std::lock_guard lock(m);
+        starts.push_back(refreshed);
+        firstStarts.push_back(first);
+        return {};
+      });
+  status->generateSessionStart(std::nullopt);
+  const std::string first = status->sessionId();
+  platform_.clock().advance(1800);
+  EXPECT_EQ(status->sessionId(), first) << "exactly at the limit the session holds";
+  platform_.clock().advance(0.5);
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 8; ++i) readers.emplace_back([&] { (void)status->sessionId(); });
+  for (auto& r : readers) r.join();
+  const std::string second = status->sessionId();
+  EXPECT_NE(second, first);
+  ASSERT_EQ(starts.size(), 2u) << "one renewal, one session start";
+  EXPECT_EQ(starts[1], first);
+  EXPECT_EQ(firstStarts, (std::vector<bool>{true, false}));
+}
+
+TEST_F(StatusTest, TwoFlowsStartedAtOnceOnlyOneWinsTheSlot) {
+  auto status = makeStatus();
+  auto connector = ConnectorBuilder("id", "s", false, false, false, 15).buildConnector();
+  std::vector<std::shared_ptr<OLLoginFlowBase>> flows;
+  for (int i = 0; i < 8; ++i) {
+    flows.push_back(std::make_shared<OLMSISDNPINLoginFlow>(status, connector, "39", std::nullopt));
+  }
+  std::atomic<int> winners{0};
+  std::promise<void> go;
+  auto start = go.get_future().share();
+  std::vector<std::thread> threads;
+  for (auto& f : flows) {
+    threads.emplace_back([&, f] {
+      start.wait();
+      if (status->setCurrentRunningFlow(f)) winners++;
+    });
+  }
+  go.set_value();
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(winners, 1);
+  auto holder = status->runningFlow();
+  ASSERT_TRUE(holder);
+  for (auto& f : flows) {
+    if (f != holder) status->freeCurrentRunningFlow(f.get());
+  }
+  EXPECT_EQ(status->runningFlow(), holder) << "only the holder frees the slot";
+  status->freeCurrentRunningFlow(holder.get());
+  EXPECT_FALSE(status->hasRunningFlow());
+}
+
+TEST(MetaInfoTest, TheServiceIsAskedOnceWithinTheCacheTime) {
+  test::TestPlatform platform;
+  test::EmulatorService service;
+  {
+    auto o = service.startFacade(platform);
+    auto b = *o->getLoginBuilder();
+    std::promise<void> done;
+    b->setEmail(test::EmulatorService::kEmail).setPassword(test::EmulatorService::kPassword);
+    b->setOnFlowCompleteCallback([&](std::optional<OLError>) { done.set_value(); });
+    (*b->getEmailLoginFlow())->startLoginFlow();
+    done.get_future().wait();
+  }
+  // After a restart the user is known by the autologin token; the stored meta
+  // info from the login answers without a request. (The start-up autologin is
+  // held back, so the user stays logged by the autologin token meanwhile.)
+  service.delayNext("/handling/direct/refreshtoken", 1500);
+  auto o = service.startFacade(platform);
+  ASSERT_TRUE(*o->isUserLogged());
+  for (int i = 0; i < 2; ++i) {
+    std::promise<std::optional<Json>> info;
+    o->getUserMetaInfo([&](std::optional<OLError>, std::optional<Json> m) { info.set_value(m); });
+    ASSERT_TRUE(info.get_future().get());
+  }
+  EXPECT_EQ(service.requestsTo("/handling/direct/userinfo"), 0);
+  EXPECT_TRUE(platform.log().contains("Cached Meta Info"));
+}
+
+}  // namespace
+}  // namespace ostrel
