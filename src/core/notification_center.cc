@@ -1,4 +1,4 @@
-#include "core/notification_center.h"
+#include "ostrel/notification_center.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "core/ol_notification.h"
+#include "ostrel/ol_notification.h"
 
 #include <array>
 

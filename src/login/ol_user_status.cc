@@ -1,6 +1,6 @@
 #include "login/ol_user_status.h"
 
-#include "core/ol_notification.h"
+#include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
 #include "transport/connector_builder.h"
 

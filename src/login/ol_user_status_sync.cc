@@ -1,7 +1,7 @@
 // Re-synchronising the user's state with the service through an autologin.
 #include <atomic>
 
-#include "core/ol_notification.h"
+#include "ostrel/ol_notification.h"
 #include "core/ol_status.h"
 #include "login/ol_auto_login_flow.h"
 #include "login/ol_login_builder.h"

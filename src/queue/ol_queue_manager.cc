@@ -1,7 +1,7 @@
 #include "queue/ol_queue_manager.h"
 
 #include "core/device_information.h"
-#include "core/ol_notification.h"
+#include "ostrel/ol_notification.h"
 #include "core/ol_status.h"
 #include "events/content_events.h"
 #include "events/internal_events.h"

@@ -1,6 +1,6 @@
 #include "queue/queue_operations.h"
 
-#include "core/ol_notification.h"
+#include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
 
 namespace ostrel {

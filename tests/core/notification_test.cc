@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "core/ol_notification.h"
+#include "ostrel/ol_notification.h"
 
 namespace ostrel {
 namespace {

@@ -11,7 +11,7 @@
 #include <future>
 #include <string>
 
-#include "core/notification_center.h"
+#include "ostrel/notification_center.h"
 #include "core/ostrel_facade_impl.h"
 #include "ostrel/ostrel.h"
 

@@ -2,7 +2,7 @@
 // The names of the notifications the library posts and observes.
 #include <string_view>
 
-#include "core/notification_center.h"
+#include "ostrel/notification_center.h"
 
 namespace ostrel {
 
