@@ -243,6 +243,10 @@ TEST_F(EmulatorTest, InjectedFaultsComeBackAsAsked) {
     c.check(send(OstrelAPIEndpoint::TrackBulk, bulk, "demo-secret", "demo", /*timeout=*/1));
   }
   EXPECT_EQ(send(OstrelAPIEndpoint::TrackBulk, bulk).status, 200) << "faults are used up";
+  // The last request is read back first, with its signed header.
+  auto last = control("/_emulator/requests?limit=1")["requests"];
+  ASSERT_EQ(last.size(), 1u);
+  EXPECT_NE(dumpJson(last[0]).find("iMeld"), std::string::npos);
   auto unknown = send(OstrelAPIEndpoint::TrackBulk, Json::array({{{"event_type", "x"}}}));
   EXPECT_EQ(unknown.status, 400);
 }
