@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
@@ -174,6 +175,11 @@ std::optional<Emulator::Fault> Emulator::takeFault(const std::string& path) {
 }
 
 void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
+  // Control calls are not recorded: reading the requests back must not show itself.
+  if (req.path.starts_with("/_emulator/") || (req.method == "GET" && req.path == "/")) {
+    handleControl(req, res);
+    return;
+  }
   {
     std::lock_guard lock(mutex_);
     Json headers = Json::object();
@@ -183,11 +189,7 @@ void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
                              {"headers", headers},
                              {"body", req.body},
                              {"at", nowSecs()}});
-    if (requests_.size() > 1000) requests_.erase(requests_.begin());
-  }
-  if (req.path.starts_with("/_emulator/") || (req.method == "GET" && req.path == "/")) {
-    handleControl(req, res);
-    return;
+    if (requests_.size() > 1000) requests_.pop_front();
   }
   const std::string host =
       req.get_header_value("Host").substr(0, req.get_header_value("Host").find(':'));
@@ -482,8 +484,19 @@ void Emulator::handleControl(const httplib::Request& req, httplib::Response& res
   } else if (p == "/_emulator/push") {
     reply(res, 200, Json{{"registrations", store_->pushRegistrations()}});
   } else if (p == "/_emulator/requests") {
+    // Newest first, as many as asked (all that are kept by default).
+    std::size_t limit = SIZE_MAX;
+    if (req.has_param("limit")) {
+      const std::string text = req.get_param_value("limit");
+      if (!text.empty() && text.size() < 7 &&
+          std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }))
+        limit = static_cast<std::size_t>(std::stoul(text));
+    }
     std::lock_guard lock(mutex_);
-    reply(res, 200, Json{{"requests", requests_}});
+    Json list = Json::array();
+    for (auto it = requests_.rbegin(); it != requests_.rend() && list.size() < limit; ++it)
+      list.push_back(*it);
+    reply(res, 200, Json{{"requests", std::move(list)}});
   } else if (p == "/_emulator/reset" && req.method == "POST") {
     store_->reset();
     std::lock_guard lock(mutex_);

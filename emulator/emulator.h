@@ -12,6 +12,7 @@
 // under /_emulator/ (loopback only, unsigned), a page showing events and
 // users at "/".
 #include <atomic>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -102,7 +103,7 @@ class Emulator {
   std::thread thread_;
   std::mutex mutex_;
   std::map<std::string, std::vector<Fault>> faults_;
-  std::vector<Json> requests_;
+  std::deque<Json> requests_;  // the last 1000, oldest first
   std::map<std::string, int> pinReminders_;
   int bounces_ = 0;
   std::atomic<int> counter_{0};

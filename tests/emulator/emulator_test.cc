@@ -11,6 +11,7 @@
 #include "platform/runtime.h"
 #include "support/test_platform.h"
 #include "transport/connector_builder.h"
+#include "transport/ol_connector.h"
 
 namespace ostrel {
 namespace {
@@ -90,6 +91,46 @@ TEST_F(EmulatorTest, SignaturesAreChecked) {
   p.clock = stale;
   runtime::install(p);
   EXPECT_EQ(send(OstrelAPIEndpoint::RichPush, Json::object()).status, 401);
+}
+
+// Refusals the library's connector cannot produce on its own: hand-signed
+// requests with a wrong version, an unknown path, a body that is not JSON,
+// and one over the size limit.
+TEST_F(EmulatorTest, MalformedRequestsAreRefusedWithTheErrorObject) {
+  struct Case {
+    std::string path, body, version;
+    int status;
+    std::string code;
+  };
+  const std::string big(2 << 20, 'x');
+  const Case cases[] = {
+      {std::string(endpointPath(OstrelAPIEndpoint::RichPush)), "{}", "2.0", 401, "UNAUTHORIZED"},
+      {"/no/such/endpoint", "{}", "2.1", 404, "NOT_FOUND"},
+      {std::string(endpointPath(OstrelAPIEndpoint::EmailLogin)), "{not json", "2.1", 400,
+       "BAD_REQUEST"},
+      {std::string(endpointPath(OstrelAPIEndpoint::TrackBulk)), big, "2.1", 413, "TOO_LARGE"},
+  };
+  const auto& info = emulator_->info();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.path + " " + std::to_string(c.status));
+    const std::string host = "client." + info.domain;
+    const std::string ts = OLConnector::timestampText(
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
+    const std::string sig =
+        OLConnector::getImeldStr("demo-secret", host + c.path, "POST", c.body, "", ts);
+    std::string auth = OLConnector::authorizationHeader("demo", std::nullopt, sig, ts);
+    if (auto at = auth.find("version=\"2.1\""); at != std::string::npos)
+      auth.replace(at, 13, "version=\"" + c.version + "\"");
+    httplib::SSLClient client("127.0.0.1", info.port);
+    client.enable_server_certificate_verification(false);
+    auto res = client.Post(c.path.c_str(), {{"Host", host}, {"Authorization", auth}}, c.body,
+                           "application/json");
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, c.status);
+    auto body = parseJson(res->body);
+    ASSERT_TRUE(body && body->contains("error")) << res->body;
+    EXPECT_EQ((*body)["error"]["code"], c.code);
+  }
 }
 
 TEST_F(EmulatorTest, EmailAccountsFromSignUpToDeletion) {
@@ -202,6 +243,10 @@ TEST_F(EmulatorTest, InjectedFaultsComeBackAsAsked) {
     c.check(send(OstrelAPIEndpoint::TrackBulk, bulk, "demo-secret", "demo", /*timeout=*/1));
   }
   EXPECT_EQ(send(OstrelAPIEndpoint::TrackBulk, bulk).status, 200) << "faults are used up";
+  // The last request is read back first, with its signed header.
+  auto last = control("/_emulator/requests?limit=1")["requests"];
+  ASSERT_EQ(last.size(), 1u);
+  EXPECT_NE(dumpJson(last[0]).find("iMeld"), std::string::npos);
   auto unknown = send(OstrelAPIEndpoint::TrackBulk, Json::array({{{"event_type", "x"}}}));
   EXPECT_EQ(unknown.status, 400);
 }
