@@ -1,12 +1,12 @@
 // The facade's start-up steps after its components exist: external parameters,
 // the session start and its refresh, the start-up autologin, the life cycle.
 #include "core/device_information.h"
-#include "ostrel/notification_center.h"
 #include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
 #include "login/ol_auto_login_flow.h"
 #include "login/ol_login_builder.h"
 #include "login/ol_user_status.h"
+#include "ostrel/notification_center.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 

@@ -1,11 +1,11 @@
 // Re-synchronising the user's state with the service through an autologin.
 #include <atomic>
 
-#include "ostrel/ol_notification.h"
 #include "core/ol_status.h"
 #include "login/ol_auto_login_flow.h"
 #include "login/ol_login_builder.h"
 #include "login/ol_user_status.h"
+#include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
 
 namespace ostrel {

@@ -1,11 +1,11 @@
 #include "queue/ol_queue_manager.h"
 
 #include "core/device_information.h"
-#include "ostrel/ol_notification.h"
 #include "core/ol_status.h"
 #include "events/content_events.h"
 #include "events/internal_events.h"
 #include "login/ol_user_status.h"
+#include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
 #include "transport/connector_builder.h"
 

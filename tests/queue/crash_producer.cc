@@ -11,8 +11,8 @@
 #include <future>
 #include <string>
 
-#include "ostrel/notification_center.h"
 #include "core/ostrel_facade_impl.h"
+#include "ostrel/notification_center.h"
 #include "ostrel/ostrel.h"
 
 int main(int argc, char** argv) {
