@@ -2,8 +2,8 @@
 // reports its absence with OstrelNotInitialized.
 #include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
-#include "login/ol_identity_manager.h"
-#include "login/ol_login_builder.h"
+#include "ostrel/ol_identity_manager.h"
+#include "ostrel/ol_login_builder.h"
 #include "login/ol_user_status.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"

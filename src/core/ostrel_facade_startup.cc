@@ -4,7 +4,7 @@
 #include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
 #include "login/ol_auto_login_flow.h"
-#include "login/ol_login_builder.h"
+#include "ostrel/ol_login_builder.h"
 #include "login/ol_user_status.h"
 #include "ostrel/notification_center.h"
 #include "platform/runtime.h"

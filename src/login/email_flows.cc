@@ -7,14 +7,14 @@
 
 namespace ostrel {
 
-OLEmailPasswordLoginFlow::OLEmailPasswordLoginFlow(std::shared_ptr<OLStatus> state,
-                                                   OLConnector connector, std::string email,
-                                                   std::optional<std::string> password)
+OLEmailPasswordLoginFlowImpl::OLEmailPasswordLoginFlowImpl(std::shared_ptr<OLStatus> state,
+                                                           OLConnector connector, std::string email,
+                                                           std::optional<std::string> password)
     : OLLoginFlowBase(std::move(state), std::move(connector)),
       _email(std::move(email)),
       _password(std::move(password)) {}
 
-void OLEmailPasswordLoginFlow::startLoginFlow() {
+void OLEmailPasswordLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   Json body = {{"email", _email}};
   if (_password) body["password"] = *_password;
@@ -26,16 +26,15 @@ void OLEmailPasswordLoginFlow::startLoginFlow() {
       LocalErrorCodes::EMAILLoginError, /*logsIn=*/true, /*holdsSlot=*/true);
 }
 
-OLEmailSignupLoginFlow::OLEmailSignupLoginFlow(std::shared_ptr<OLStatus> state,
-                                               OLConnector connector, std::string email,
-                                               std::optional<std::string> password,
-                                               std::shared_ptr<OLSimpleObject> userProperties)
+OLEmailSignupLoginFlowImpl::OLEmailSignupLoginFlowImpl(
+    std::shared_ptr<OLStatus> state, OLConnector connector, std::string email,
+    std::optional<std::string> password, std::shared_ptr<OLSimpleObject> userProperties)
     : OLLoginFlowBase(std::move(state), std::move(connector)),
       _email(std::move(email)),
       _password(std::move(password)),
       _userProperties(std::move(userProperties)) {}
 
-void OLEmailSignupLoginFlow::startLoginFlow() {
+void OLEmailSignupLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   Json body = {{"email", _email}};
   if (_password) body["password"] = *_password;
@@ -48,11 +47,11 @@ void OLEmailSignupLoginFlow::startLoginFlow() {
       LocalErrorCodes::EMAILLoginError, /*logsIn=*/true, /*holdsSlot=*/true);
 }
 
-OLEmailForgotFlow::OLEmailForgotFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
-                                     std::string email)
+OLEmailForgotFlowImpl::OLEmailForgotFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                                             std::string email)
     : OLLoginFlowBase(std::move(state), std::move(connector)), _email(std::move(email)) {}
 
-Result<void> OLEmailForgotFlow::checkStartRequirements() {
+Result<void> OLEmailForgotFlowImpl::checkStartRequirements() {
   const std::string token = user().currentUserToken();
   if (token == user().anonymousToken()) return {};
   freeSlot();  // only affects a slot this flow would hold
@@ -60,7 +59,7 @@ Result<void> OLEmailForgotFlow::checkStartRequirements() {
                              std::nullopt, Json{{"userToken", token}});
 }
 
-void OLEmailForgotFlow::startForgotFlow() {
+void OLEmailForgotFlowImpl::startForgotFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   runRequest(OstrelAPIEndpoint::EmailForgot, Json{{"email", _email}},
              {{OstrelErrorCodes::WRONG_EMAIL_PASSWORD, LocalErrorCodes::EMAILForgotWrongEmailError},
@@ -68,11 +67,11 @@ void OLEmailForgotFlow::startForgotFlow() {
              LocalErrorCodes::EMAILForgotError, /*logsIn=*/false, /*holdsSlot=*/false);
 }
 
-OLEmailResendFlow::OLEmailResendFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
-                                     std::string email)
+OLEmailResendFlowImpl::OLEmailResendFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                                             std::string email)
     : OLLoginFlowBase(std::move(state), std::move(connector)), _email(std::move(email)) {}
 
-void OLEmailResendFlow::startLoginFlow() {
+void OLEmailResendFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   runRequest(OstrelAPIEndpoint::EmailResend, Json{{"email", _email}}, {},
              LocalErrorCodes::EMAILResendError, /*logsIn=*/false, /*holdsSlot=*/true);

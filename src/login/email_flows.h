@@ -6,10 +6,10 @@ namespace ostrel {
 
 class OLSimpleObject;
 
-class OLEmailPasswordLoginFlow : public OLLoginFlowBase {
+class OLEmailPasswordLoginFlowImpl : public OLLoginFlowBase, public OLEmailPasswordLoginFlow {
  public:
-  OLEmailPasswordLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
-                           std::string email, std::optional<std::string> password);
+  OLEmailPasswordLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                               std::string email, std::optional<std::string> password);
   void startLoginFlow() override;
   std::string className() const override { return "OLEmailPasswordLoginFlow"; }
 
@@ -17,11 +17,11 @@ class OLEmailPasswordLoginFlow : public OLLoginFlowBase {
   std::optional<std::string> _password;
 };
 
-class OLEmailSignupLoginFlow : public OLLoginFlowBase {
+class OLEmailSignupLoginFlowImpl : public OLLoginFlowBase, public OLEmailSignupLoginFlow {
  public:
-  OLEmailSignupLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector, std::string email,
-                         std::optional<std::string> password,
-                         std::shared_ptr<OLSimpleObject> userProperties);
+  OLEmailSignupLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                             std::string email, std::optional<std::string> password,
+                             std::shared_ptr<OLSimpleObject> userProperties);
   void startLoginFlow() override;
   std::string className() const override { return "OLEmailSignupLoginFlow"; }
 
@@ -31,9 +31,9 @@ class OLEmailSignupLoginFlow : public OLLoginFlowBase {
 };
 
 // Asks for a password reminder; may run beside another flow.
-class OLEmailForgotFlow : public OLLoginFlowBase, public OLForgotFlow {
+class OLEmailForgotFlowImpl : public OLLoginFlowBase, public OLEmailForgotFlow {
  public:
-  OLEmailForgotFlow(std::shared_ptr<OLStatus> state, OLConnector connector, std::string email);
+  OLEmailForgotFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector, std::string email);
   // Succeeds while nobody is logged; takes no slot.
   Result<void> checkStartRequirements() override;
   void startLoginFlow() override { startForgotFlow(); }
@@ -44,9 +44,9 @@ class OLEmailForgotFlow : public OLLoginFlowBase, public OLForgotFlow {
 };
 
 // Asks the service to send the confirmation message again.
-class OLEmailResendFlow : public OLLoginFlowBase {
+class OLEmailResendFlowImpl : public OLLoginFlowBase, public OLEmailResendFlow {
  public:
-  OLEmailResendFlow(std::shared_ptr<OLStatus> state, OLConnector connector, std::string email);
+  OLEmailResendFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector, std::string email);
   void startLoginFlow() override;
   std::string className() const override { return "OLEmailResendFlow"; }
 

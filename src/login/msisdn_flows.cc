@@ -6,13 +6,14 @@
 
 namespace ostrel {
 
-OLMSISDNPINLoginFlow::OLMSISDNPINLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
-                                           std::string msisdn, std::optional<std::string> pin)
+OLMSISDNPINLoginFlowImpl::OLMSISDNPINLoginFlowImpl(std::shared_ptr<OLStatus> state,
+                                                   OLConnector connector, std::string msisdn,
+                                                   std::optional<std::string> pin)
     : OLLoginFlowBase(std::move(state), std::move(connector)),
       _msisdn(std::move(msisdn)),
       _pin(std::move(pin)) {}
 
-void OLMSISDNPINLoginFlow::startLoginFlow() {
+void OLMSISDNPINLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   if (!_pin) {
     freeSlot();
@@ -24,7 +25,7 @@ void OLMSISDNPINLoginFlow::startLoginFlow() {
              LocalErrorCodes::MSISDNLoginError, /*logsIn=*/true, /*holdsSlot=*/true);
 }
 
-void OLMSISDNPINLoginFlow::startForgotFlow() {
+void OLMSISDNPINLoginFlowImpl::startForgotFlow() {
   if (auto ready = checkForgotRequirements(); !ready) return failStart(ready.error());
   runRequest(
       OstrelAPIEndpoint::MSISDNForgot, Json{{"msisdn", _msisdn}},
@@ -32,29 +33,28 @@ void OLMSISDNPINLoginFlow::startForgotFlow() {
       LocalErrorCodes::MSISDNForgotError, /*logsIn=*/false, /*holdsSlot=*/false);
 }
 
-OLMSISDNUserRecognitionLoginFlow::OLMSISDNUserRecognitionLoginFlow(std::shared_ptr<OLStatus> state,
-                                                                   OLConnector connector,
-                                                                   std::optional<std::string> imsi,
-                                                                   int bounces, std::string pattern)
+OLMSISDNUserRecognitionLoginFlowImpl::OLMSISDNUserRecognitionLoginFlowImpl(
+    std::shared_ptr<OLStatus> state, OLConnector connector, std::optional<std::string> imsi,
+    int bounces, std::string pattern)
     : OLLoginFlowBase(std::move(state), std::move(connector)),
       _imsi(std::move(imsi)),
       bounces(bounces),
       pattern(std::move(pattern)) {}
 
-void OLMSISDNUserRecognitionLoginFlow::startLoginFlow() {
+void OLMSISDNUserRecognitionLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   Json body = Json::object();
   if (_imsi) body["imsi"] = *_imsi;
-  auto self = std::static_pointer_cast<OLMSISDNUserRecognitionLoginFlow>(shared_from_this());
+  auto self = std::static_pointer_cast<OLMSISDNUserRecognitionLoginFlowImpl>(shared_from_this());
   connector.send(OstrelAPIEndpoint::MSISDNUR, body,
                  [self](std::optional<OLError> error, int64_t status, std::optional<Json> reply) {
                    self->parseOstrelResponse(std::move(error), status, std::move(reply));
                  });
 }
 
-void OLMSISDNUserRecognitionLoginFlow::parseOstrelResponse(std::optional<OLError> error,
-                                                           int64_t statusCode,
-                                                           std::optional<Json> body) {
+void OLMSISDNUserRecognitionLoginFlowImpl::parseOstrelResponse(std::optional<OLError> error,
+                                                               int64_t statusCode,
+                                                               std::optional<Json> body) {
   if (!error) {
     freeSlot();
     parseUserStatus(body);
@@ -83,7 +83,7 @@ void OLMSISDNUserRecognitionLoginFlow::parseOstrelResponse(std::optional<OLError
   }
   bounces += 1;
   (void)statusCode;
-  auto self = std::static_pointer_cast<OLMSISDNUserRecognitionLoginFlow>(shared_from_this());
+  auto self = std::static_pointer_cast<OLMSISDNUserRecognitionLoginFlowImpl>(shared_from_this());
   connector.send(OstrelAPIEndpoint::MSISDNURBody,
                  Json{{"mno_response", runtime::crypto().base64Encode(raw)}},
                  [self](std::optional<OLError> e, int64_t status, std::optional<Json> reply) {

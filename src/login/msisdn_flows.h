@@ -8,10 +8,10 @@ namespace ostrel {
 // The PIN placeholder that tells the service the user has no PIN.
 inline constexpr const char* kNoPinSentinel = "__NO_PIN_SENTINEL__";
 
-class OLMSISDNPINLoginFlow : public OLLoginFlowBase, public OLForgotFlow {
+class OLMSISDNPINLoginFlowImpl : public OLLoginFlowBase, public OLMSISDNPINLoginFlow {
  public:
-  OLMSISDNPINLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector, std::string msisdn,
-                       std::optional<std::string> pin);
+  OLMSISDNPINLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                           std::string msisdn, std::optional<std::string> pin);
   void startLoginFlow() override;
   // Asks for a new PIN; needs only the number and may run beside another flow.
   void startForgotFlow() override;
@@ -21,11 +21,12 @@ class OLMSISDNPINLoginFlow : public OLLoginFlowBase, public OLForgotFlow {
   std::optional<std::string> _pin;
 };
 
-class OLMSISDNUserRecognitionLoginFlow : public OLLoginFlowBase {
+class OLMSISDNUserRecognitionLoginFlowImpl : public OLLoginFlowBase,
+                                             public OLMSISDNUserRecognitionLoginFlow {
  public:
-  OLMSISDNUserRecognitionLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
-                                   std::optional<std::string> imsi, int bounces,
-                                   std::string pattern);
+  OLMSISDNUserRecognitionLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                                       std::optional<std::string> imsi, int bounces,
+                                       std::string pattern);
   void startLoginFlow() override;
   std::string className() const override { return "OLMSISDNUserRecognitionLoginFlow"; }
 

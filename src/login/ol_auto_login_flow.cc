@@ -5,7 +5,7 @@
 
 namespace ostrel {
 
-Result<void> OLAutoLoginFlow::checkStartRequirements() {
+Result<void> OLAutoLoginFlowImpl::checkStartRequirements() {
   if (!_ostrelState->setCurrentRunningFlow(shared_from_this())) {
     return OLError::LocalError(LocalErrorCodes::LoginBuilderError, "Another Flow is in progress",
                                std::nullopt, Json::object());
@@ -18,7 +18,7 @@ Result<void> OLAutoLoginFlow::checkStartRequirements() {
                              Json{{"userToken", token}});
 }
 
-void OLAutoLoginFlow::startLoginFlow() {
+void OLAutoLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) {
     failStart(ready.error());
     return;
@@ -30,7 +30,7 @@ void OLAutoLoginFlow::startLoginFlow() {
   } else if (auto service = user().ostrelToken()) {
     token = *service;
   }
-  auto self = std::static_pointer_cast<OLAutoLoginFlow>(shared_from_this());
+  auto self = std::static_pointer_cast<OLAutoLoginFlowImpl>(shared_from_this());
   post(OstrelAPIEndpoint::RefreshToken, Json{{bhandleKey, token}},
        [self](std::optional<OLError> error, int64_t status, std::optional<Json> reply,
               const Json& input) {

@@ -4,10 +4,10 @@
 namespace ostrel {
 
 // Renews the session of an already known user from its stored token.
-class OLAutoLoginFlow : public OLLoginFlowBase {
+class OLAutoLoginFlowImpl : public OLLoginFlowBase, public OLAutoLoginFlow {
  public:
-  OLAutoLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
-                  std::string bhandleKey = "user_id")
+  OLAutoLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                      std::string bhandleKey = "user_id")
       : OLLoginFlowBase(std::move(state), std::move(connector)),
         bhandleKey(std::move(bhandleKey)) {}
 

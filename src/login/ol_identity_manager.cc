@@ -1,6 +1,7 @@
-#include "login/ol_identity_manager.h"
+#include "ostrel/ol_identity_manager.h"
 
 #include "core/ol_status.h"
+#include "login/add_email_identity_flow.h"
 #include "login/ol_user_status.h"
 #include "login/service_error_mapping.h"
 #include "transport/connector_builder.h"
@@ -13,7 +14,7 @@ OLError identityBuilderError(std::string message, std::optional<Json> extra = st
 }
 }  // namespace
 
-Result<void> OLAddEmailIdentityFlow::checkStartRequirements() {
+Result<void> OLAddEmailIdentityFlowImpl::checkStartRequirements() {
   if (!_ostrelState->setCurrentRunningFlow(shared_from_this())) {
     return OLError::LocalError(LocalErrorCodes::IdentityFlowError, "Another Flow is in progress");
   }
@@ -24,7 +25,7 @@ Result<void> OLAddEmailIdentityFlow::checkStartRequirements() {
                              Json{{"userToken", token}});
 }
 
-void OLAddEmailIdentityFlow::startLoginFlow() {
+void OLAddEmailIdentityFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   runRequest(
       OstrelAPIEndpoint::EmailIdentify,
@@ -58,14 +59,14 @@ Result<std::shared_ptr<OLAddEmailIdentityFlow>> OLIdentityBuilder::getAddEmailId
   if (email_->empty())
     return identityBuilderError("Wrong EMAIL credential", Json{{"email", *email_}});
   if (!password_) return identityBuilderError("Missing PASSWORD credential");
-  auto flow = std::make_shared<OLAddEmailIdentityFlow>(state_, connectors_->buildConnector(),
-                                                       *email_, *password_);
+  auto flow = std::make_shared<OLAddEmailIdentityFlowImpl>(state_, connectors_->buildConnector(),
+                                                           *email_, *password_);
   auto callback = callback_;
   flow->setInternalCompletionCallback(
       [callback](std::optional<OLError> e, std::optional<std::string>) {
         if (callback) callback(std::move(e));
       });
-  return flow;
+  return {std::move(flow)};
 }
 
 }  // namespace ostrel

@@ -1,4 +1,4 @@
-#include "login/ol_login_builder.h"
+#include "ostrel/ol_login_builder.h"
 
 #include "core/ol_status.h"
 #include "login/email_flows.h"
@@ -188,14 +188,15 @@ void OLLoginBuilder::autologinCompleted(std::optional<OLError> error,
 }
 
 Result<std::shared_ptr<OLAutoLoginFlow>> OLLoginBuilder::getAutoLoginFlow() {
-  auto flow = std::make_shared<OLAutoLoginFlow>(_ostrelState, _buildConnector->buildConnector());
+  auto flow =
+      std::make_shared<OLAutoLoginFlowImpl>(_ostrelState, _buildConnector->buildConnector());
   std::weak_ptr<OLLoginBuilder> weak = weak_from_this();
   auto self = shared_from_this();  // the builder lives while its flow runs
   flow->setInternalCompletionCallback(
       [self](std::optional<OLError> e, std::optional<std::string> t) {
         self->autologinCompleted(std::move(e), std::move(t));
       });
-  return flow;
+  return {std::move(flow)};
 }
 
 #define OSTREL_WIRE_FINALIZE(flow, loginType)                                   \
@@ -209,51 +210,51 @@ Result<std::shared_ptr<OLAutoLoginFlow>> OLLoginBuilder::getAutoLoginFlow() {
 
 Result<std::shared_ptr<OLEmailPasswordLoginFlow>> OLLoginBuilder::getEmailLoginFlow() {
   if (auto ok = checkEmail(true); !ok) return ok.error();
-  auto flow = std::make_shared<OLEmailPasswordLoginFlow>(
+  auto flow = std::make_shared<OLEmailPasswordLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_email, _password);
   OSTREL_WIRE_FINALIZE(flow, LoginType::email);
-  return flow;
+  return {std::move(flow)};
 }
 
 Result<std::shared_ptr<OLEmailSignupLoginFlow>> OLLoginBuilder::getEmailSignupFlow() {
   if (auto ok = checkEmail(true); !ok) return ok.error();
-  auto flow = std::make_shared<OLEmailSignupLoginFlow>(
+  auto flow = std::make_shared<OLEmailSignupLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_email, _password, _userProperties);
   OSTREL_WIRE_FINALIZE(flow, LoginType::emailSignup);
-  return flow;
+  return {std::move(flow)};
 }
 
 Result<std::shared_ptr<OLEmailForgotFlow>> OLLoginBuilder::getEmailForgotFlow() {
   if (auto ok = checkEmail(false); !ok) return ok.error();
-  auto flow =
-      std::make_shared<OLEmailForgotFlow>(_ostrelState, _buildConnector->buildConnector(), *_email);
+  auto flow = std::make_shared<OLEmailForgotFlowImpl>(_ostrelState,
+                                                      _buildConnector->buildConnector(), *_email);
   OSTREL_WIRE_FINALIZE(flow, LoginType::email);
-  return flow;
+  return {std::move(flow)};
 }
 
 Result<std::shared_ptr<OLEmailResendFlow>> OLLoginBuilder::getEmailResendFlow() {
   if (auto ok = checkEmail(false); !ok) return ok.error();
-  auto flow =
-      std::make_shared<OLEmailResendFlow>(_ostrelState, _buildConnector->buildConnector(), *_email);
+  auto flow = std::make_shared<OLEmailResendFlowImpl>(_ostrelState,
+                                                      _buildConnector->buildConnector(), *_email);
   OSTREL_WIRE_FINALIZE(flow, LoginType::emailConfirm);
-  return flow;
+  return {std::move(flow)};
 }
 
 Result<std::shared_ptr<OLMSISDNPINLoginFlow>> OLLoginBuilder::getMSISDPINLoginFlow() {
   if (auto ok = checkRequirements(); !ok) return ok.error();
   if (!_msisdn) return builderError("Missing MSISDN credential");
-  auto flow = std::make_shared<OLMSISDNPINLoginFlow>(
+  auto flow = std::make_shared<OLMSISDNPINLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_msisdn, _pin);
   OSTREL_WIRE_FINALIZE(flow, LoginType::msisdnPin);
-  return flow;
+  return {std::move(flow)};
 }
 
 Result<std::shared_ptr<OLMSISDNUserRecognitionLoginFlow>> OLLoginBuilder::getMSISDNURLoginFlow() {
   if (auto ok = checkRequirements(); !ok) return ok.error();
-  auto flow = std::make_shared<OLMSISDNUserRecognitionLoginFlow>(
+  auto flow = std::make_shared<OLMSISDNUserRecognitionLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), std::nullopt, 0, kOperatorPagePattern);
   OSTREL_WIRE_FINALIZE(flow, LoginType::msisdnUR);
-  return flow;
+  return {std::move(flow)};
 }
 
 OLLoginBuilder& OLLoginBuilder::setReceiptUrl(std::string path) {
@@ -264,19 +265,19 @@ OLLoginBuilder& OLLoginBuilder::setReceiptUrl(std::string path) {
 Result<std::shared_ptr<OLCustomLoginFlow>> OLLoginBuilder::getCustomLoginFlow() {
   if (auto ok = checkRequirements(); !ok) return ok.error();
   if (!_customId) return builderError("Missing customID");
-  auto flow = std::make_shared<OLCustomLoginFlow>(_ostrelState, _buildConnector->buildConnector(),
-                                                  *_customId);
+  auto flow = std::make_shared<OLCustomLoginFlowImpl>(
+      _ostrelState, _buildConnector->buildConnector(), *_customId);
   OSTREL_WIRE_FINALIZE(flow, LoginType::custom);
-  return flow;
+  return {std::move(flow)};
 }
 
 Result<std::shared_ptr<OLExternalLoginFlow>> OLLoginBuilder::getExternalLoginFlow() {
   if (auto ok = checkRequirements(); !ok) return ok.error();
   if (!_externalId) return builderError("Missing externalID");
-  auto flow = std::make_shared<OLExternalLoginFlow>(_ostrelState, _buildConnector->buildConnector(),
-                                                    *_externalId);
+  auto flow = std::make_shared<OLExternalLoginFlowImpl>(
+      _ostrelState, _buildConnector->buildConnector(), *_externalId);
   OSTREL_WIRE_FINALIZE(flow, LoginType::external);
-  return flow;
+  return {std::move(flow)};
 }
 
 Result<std::shared_ptr<OLPaymentReceiptLoginFlow>> OLLoginBuilder::getPaymentReceiptLoginFlow() {
@@ -284,10 +285,10 @@ Result<std::shared_ptr<OLPaymentReceiptLoginFlow>> OLLoginBuilder::getPaymentRec
   const Json offer = {{"offerId", describeOptional(_offerId)}};
   if (!_offerId) return builderError("Missing OfferId", offer);
   if (_offerId->size() != 32) return builderError("Invalid OfferId", offer);
-  auto flow = std::make_shared<OLPaymentReceiptLoginFlow>(
+  auto flow = std::make_shared<OLPaymentReceiptLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_offerId, _receiptUrl, _emailParams);
   OSTREL_WIRE_FINALIZE(flow, LoginType::paymentReceipt);
-  return flow;
+  return {std::move(flow)};
 }
 
 Result<std::shared_ptr<OLMFPLoginFlow>> OLLoginBuilder::getMFPLoginFlow() {
@@ -298,14 +299,14 @@ Result<std::shared_ptr<OLMFPLoginFlow>> OLLoginBuilder::getMFPLoginFlow() {
                                "Unable to retrieve Mobile Fingerprint", std::nullopt,
                                Json{{"pony", describeOptional(_pony)}});
   }
-  auto flow = std::make_shared<OLMFPLoginFlow>(_ostrelState, _buildConnector->buildConnector(),
-                                               decoded->value("session_id", ""),
-                                               decoded->value("user_id", ""));
+  auto flow = std::make_shared<OLMFPLoginFlowImpl>(_ostrelState, _buildConnector->buildConnector(),
+                                                   decoded->value("session_id", ""),
+                                                   decoded->value("user_id", ""));
   if (decoded->contains("custom_data")) {
     if (auto data = OLSimpleObject::fromDictionary((*decoded)["custom_data"])) _customData = data;
   }
   OSTREL_WIRE_FINALIZE(flow, LoginType::mfp);
-  return flow;
+  return {std::move(flow)};
 }
 
 Result<std::shared_ptr<OLUO2CredentialsLoginFlow>> OLLoginBuilder::getUO2CredentialsLoginFlow() {
@@ -318,10 +319,10 @@ Result<std::shared_ptr<OLUO2CredentialsLoginFlow>> OLLoginBuilder::getUO2Credent
     return builderError("Missing BrivolaUser parameter",
                         Json{{"brivolaUser", describeOptional(_brivolaUser)}});
   }
-  auto flow = std::make_shared<OLUO2CredentialsLoginFlow>(
+  auto flow = std::make_shared<OLUO2CredentialsLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_brivolaUser, *_infoUtente);
   OSTREL_WIRE_FINALIZE(flow, LoginType::withUO20credentials);
-  return flow;
+  return {std::move(flow)};
 }
 
 }  // namespace ostrel

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "ostrel/json.h"
+#include "ostrel/ol_login_flow.h"
 #include "ostrel/result.h"
 #include "transport/ol_connector.h"
 
@@ -20,21 +21,8 @@ class OLUserStatus;
 // (error, session token) — exactly one call ends a flow.
 using InternalCompletion = std::function<void(std::optional<OLError>, std::optional<std::string>)>;
 
-class OLLoginFlow {
- public:
-  virtual ~OLLoginFlow() = default;
-  virtual void startLoginFlow() = 0;
-  virtual std::string description() const = 0;
-};
-
-// Flows that only ask the service for a reminder or a new PIN; no login follows.
-class OLForgotFlow {
- public:
-  virtual ~OLForgotFlow() = default;
-  virtual void startForgotFlow() = 0;
-};
-
-class OLLoginFlowBase : public OLLoginFlow, public std::enable_shared_from_this<OLLoginFlowBase> {
+class OLLoginFlowBase : public virtual OLLoginFlow,
+                        public std::enable_shared_from_this<OLLoginFlowBase> {
  public:
   OLLoginFlowBase(std::shared_ptr<OLStatus> state, OLConnector connector);
 

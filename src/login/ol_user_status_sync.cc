@@ -3,8 +3,8 @@
 
 #include "core/ol_status.h"
 #include "login/ol_auto_login_flow.h"
-#include "login/ol_login_builder.h"
 #include "login/ol_user_status.h"
+#include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
 

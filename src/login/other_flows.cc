@@ -7,7 +7,7 @@
 
 namespace ostrel {
 
-void OLCustomLoginFlow::startLoginFlow() {
+void OLCustomLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   const std::string token = "C_" + _customId;
   user().loginUser(token, std::nullopt);
@@ -15,14 +15,14 @@ void OLCustomLoginFlow::startLoginFlow() {
   finish(std::nullopt, token);
 }
 
-void OLExternalLoginFlow::startLoginFlow() {
+void OLExternalLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   user().loginUser(_externalId, std::nullopt);
   freeSlot();
   finish(std::nullopt, _externalId);
 }
 
-void OLPaymentReceiptLoginFlow::startLoginFlow() {
+void OLPaymentReceiptLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   auto receipt = _ostrelState->getSerializedReceipt(_offerId, _receiptUrl);
   if (!receipt) {
@@ -37,7 +37,7 @@ void OLPaymentReceiptLoginFlow::startLoginFlow() {
              LocalErrorCodes::PaymentError, /*logsIn=*/true, /*holdsSlot=*/true);
 }
 
-void OLMFPLoginFlow::startLoginFlow() {
+void OLMFPLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   if (_userId.empty()) {
     freeSlot();
@@ -50,7 +50,7 @@ void OLMFPLoginFlow::startLoginFlow() {
   finish(std::nullopt, _userId);
 }
 
-void OLUO2CredentialsLoginFlow::startLoginFlow() {
+void OLUO2CredentialsLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   runRequest(OstrelAPIEndpoint::UO2CredentialsTo3,
              Json{{"brivolauser", _brivolaUser}, {"info_utente", _infoUtente}}, {},

@@ -11,19 +11,20 @@ namespace ostrel {
 
 class OLSimpleObject;
 
-class OLCustomLoginFlow : public OLLoginFlowBase {
+class OLCustomLoginFlowImpl : public OLLoginFlowBase, public OLCustomLoginFlow {
  public:
-  OLCustomLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector, std::string customId)
+  OLCustomLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                        std::string customId)
       : OLLoginFlowBase(std::move(state), std::move(connector)), _customId(std::move(customId)) {}
   void startLoginFlow() override;
   std::string className() const override { return "OLCustomLoginFlow"; }
   std::string _customId;
 };
 
-class OLExternalLoginFlow : public OLLoginFlowBase {
+class OLExternalLoginFlowImpl : public OLLoginFlowBase, public OLExternalLoginFlow {
  public:
-  OLExternalLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
-                      std::string externalId)
+  OLExternalLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                          std::string externalId)
       : OLLoginFlowBase(std::move(state), std::move(connector)),
         _externalId(std::move(externalId)) {}
   void startLoginFlow() override;
@@ -31,11 +32,11 @@ class OLExternalLoginFlow : public OLLoginFlowBase {
   std::string _externalId;
 };
 
-class OLPaymentReceiptLoginFlow : public OLLoginFlowBase {
+class OLPaymentReceiptLoginFlowImpl : public OLLoginFlowBase, public OLPaymentReceiptLoginFlow {
  public:
-  OLPaymentReceiptLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
-                            std::string offerId, std::optional<std::string> receiptUrl,
-                            std::shared_ptr<OLSimpleObject> emailParams)
+  OLPaymentReceiptLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                                std::string offerId, std::optional<std::string> receiptUrl,
+                                std::shared_ptr<OLSimpleObject> emailParams)
       : OLLoginFlowBase(std::move(state), std::move(connector)),
         _offerId(std::move(offerId)),
         _receiptUrl(std::move(receiptUrl)),
@@ -47,10 +48,10 @@ class OLPaymentReceiptLoginFlow : public OLLoginFlowBase {
   std::shared_ptr<OLSimpleObject> _emailParams;
 };
 
-class OLMFPLoginFlow : public OLLoginFlowBase {
+class OLMFPLoginFlowImpl : public OLLoginFlowBase, public OLMFPLoginFlow {
  public:
-  OLMFPLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector, std::string sessionId,
-                 std::string userId)
+  OLMFPLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector, std::string sessionId,
+                     std::string userId)
       : OLLoginFlowBase(std::move(state), std::move(connector)),
         _sessionId(std::move(sessionId)),
         _userId(std::move(userId)) {}
@@ -60,10 +61,10 @@ class OLMFPLoginFlow : public OLLoginFlowBase {
   std::string _userId;
 };
 
-class OLUO2CredentialsLoginFlow : public OLLoginFlowBase {
+class OLUO2CredentialsLoginFlowImpl : public OLLoginFlowBase, public OLUO2CredentialsLoginFlow {
  public:
-  OLUO2CredentialsLoginFlow(std::shared_ptr<OLStatus> state, OLConnector connector,
-                            std::string brivolaUser, std::string infoUtente)
+  OLUO2CredentialsLoginFlowImpl(std::shared_ptr<OLStatus> state, OLConnector connector,
+                                std::string brivolaUser, std::string infoUtente)
       : OLLoginFlowBase(std::move(state), std::move(connector)),
         _brivolaUser(std::move(brivolaUser)),
         _infoUtente(std::move(infoUtente)) {}

@@ -11,8 +11,8 @@
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
 #include "login/ol_auto_login_flow.h"
-#include "login/ol_login_builder.h"
 #include "login/ol_user_status.h"
+#include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
@@ -138,14 +138,14 @@ TEST_F(LoginTest, BuilderChecksComeBeforeTheNetwork) {
   EXPECT_TRUE(platform_.log().contains("Dummy method setReturnUrl"));
 
   // A flow holding the slot: every login getter refuses, a forgot request still runs.
-  auto forgot = *b->getMSISDPINLoginFlow();
-  auto holder = *b->getMSISDNURLoginFlow();
+  auto forgot = std::dynamic_pointer_cast<OLLoginFlowBase>(*b->getMSISDPINLoginFlow());
+  auto holder = std::dynamic_pointer_cast<OLLoginFlowBase>(*b->getMSISDNURLoginFlow());
   ASSERT_TRUE(o->impl()._ostrelStatus->setCurrentRunningFlow(holder));
   EXPECT_EQ(voidOf(b->getEmailLoginFlow()).error().message(), "Another Flow is in progress");
   std::promise<std::optional<OLError>> done;
   forgot->setInternalCompletionCallback(
       [&](std::optional<OLError> e, std::optional<std::string>) { done.set_value(e); });
-  forgot->startForgotFlow();
+  std::dynamic_pointer_cast<OLForgotFlow>(forgot)->startForgotFlow();
   EXPECT_FALSE(done.get_future().get());
   EXPECT_EQ(service_.requestsTo("/login/direct/msisdn/PINforgot"), 1);
   o->impl()._ostrelStatus->freeCurrentRunningFlow(holder.get());

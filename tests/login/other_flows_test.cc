@@ -5,9 +5,9 @@
 #include <future>
 
 #include "login/msisdn_flows.h"
-#include "login/ol_identity_manager.h"
-#include "login/ol_login_builder.h"
 #include "login/other_flows.h"
+#include "ostrel/ol_identity_manager.h"
+#include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "support/emulator_service.h"
 

@@ -10,8 +10,8 @@
 #include "core/ol_status.h"
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
-#include "login/ol_login_builder.h"
 #include "login/ol_user_status.h"
+#include "ostrel/ol_login_builder.h"
 #include "support/emulator_service.h"
 #include "transport/connector_builder.h"
 
@@ -63,7 +63,8 @@ TEST_F(StatusTest, TwoFlowsStartedAtOnceOnlyOneWinsTheSlot) {
   auto connector = ConnectorBuilder("id", "s", false, false, false, 15).buildConnector();
   std::vector<std::shared_ptr<OLLoginFlowBase>> flows;
   for (int i = 0; i < 8; ++i) {
-    flows.push_back(std::make_shared<OLMSISDNPINLoginFlow>(status, connector, "39", std::nullopt));
+    flows.push_back(
+        std::make_shared<OLMSISDNPINLoginFlowImpl>(status, connector, "39", std::nullopt));
   }
   std::atomic<int> winners{0};
   std::promise<void> go;

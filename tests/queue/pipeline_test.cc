@@ -7,8 +7,7 @@
 #include <thread>
 
 #include "core/ostrel_facade_impl.h"
-#include "login/email_flows.h"
-#include "login/ol_login_builder.h"
+#include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"

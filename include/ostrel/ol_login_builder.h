@@ -8,6 +8,7 @@
 #include <string>
 
 #include "ostrel/event_types.h"
+#include "ostrel/ol_login_flow.h"
 #include "ostrel/ol_simple_object.h"
 #include "ostrel/ostrel.h"
 #include "ostrel/result.h"
@@ -17,18 +18,6 @@ namespace ostrel {
 class ConnectorBuilder;
 class OLStatus;
 class OLQueueManager;
-class OLAutoLoginFlow;
-class OLEmailPasswordLoginFlow;
-class OLEmailSignupLoginFlow;
-class OLEmailForgotFlow;
-class OLEmailResendFlow;
-class OLMSISDNPINLoginFlow;
-class OLMSISDNUserRecognitionLoginFlow;
-class OLCustomLoginFlow;
-class OLExternalLoginFlow;
-class OLPaymentReceiptLoginFlow;
-class OLMFPLoginFlow;
-class OLUO2CredentialsLoginFlow;
 
 class OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
  public:
