@@ -6,9 +6,10 @@
 
 namespace ostrel::test {
 
-EmulatorService::EmulatorService() {
+EmulatorService::EmulatorService(const std::function<void(emulator::Options&)>& tweak) {
   emulator::Options options;
   options.keepAliveSecs = 1;
+  if (tweak) tweak(options);
   emulator_ = std::make_unique<emulator::Emulator>(options);
   (void)emulator_->start();
   emulator_->store().saveUser({"U_email", kEmail, kPassword, "", "", true});

@@ -1,6 +1,7 @@
 #pragma once
 // An in-process ostrel-emulator for the library's tests, with two accounts made
 // up front: e-mail "user@ostrel.test" / "secret" and MSISDN "393331234567" / PIN "1234".
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,7 +14,8 @@ namespace ostrel::test {
 
 class EmulatorService {
  public:
-  EmulatorService();
+  // `tweak` adjusts the emulator's options before it starts.
+  explicit EmulatorService(const std::function<void(emulator::Options&)>& tweak = {});
 
   void failNext(const std::string& path, int status, int count = 1) {
     emulator_->injectFault(path, status, count);
