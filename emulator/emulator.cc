@@ -25,6 +25,16 @@ double nowSecs() {
   return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
+// "YYYY-MM-DDTHH:MM:SSZ"
+std::string isoDate(int64_t secs) {
+  const std::time_t t = secs;
+  std::tm tm{};
+  gmtime_r(&t, &tm);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm);
+  return text;
+}
+
 std::string randomText(int n) {
   static const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
   std::string bytes(static_cast<std::size_t>(n), '\0');
@@ -448,17 +458,39 @@ void Emulator::serve(const std::string& path, const Json& body, httplib::Respons
   } else if (path == "/payment/receipt/add") {
     const Json& receipt = body["serialized_receipt"];
     const std::string offer = receipt.is_object() ? receipt.value("offerId", "") : text("offerId");
+    // Receipts belong to the user behind the token, whichever token it uses today.
+    const std::string payer = userOfToken(text("user_id")).value_or(text("user_id"));
     auto owner = store_->receiptOwner(offer);
-    if (owner && *owner == text("user_id")) {
+    if (owner && *owner == payer) {
       refuse(res, 409, "ITEM_ALREADY_PAID", "Item already paid");
     } else if (owner) {
       refuse(res, 409, "OFFER_PAYMENT_USER_MISMATCH", "Offer paid by another user");
     } else {
-      store_->saveReceipt(text("user_id"), offer, receipt);
+      store_->saveReceipt(payer, offer, receipt);
       reply(res, 200, Json{{"added", true}});
     }
   } else if (path == "/payment/is_paying_for") {
-    reply(res, 200, Json{{"is_paying", false}});
+    const std::string payer = userOfToken(text("user_id")).value_or(text("user_id"));
+    auto offer = store_->offerPaidBy(payer);
+    if (!offer) {
+      reply(res, 200, Json{{"is_paying", false}});
+      return;
+    }
+    const auto now = static_cast<int64_t>(nowSecs());
+    reply(res, 200,
+          Json{{"is_paying", true},
+               {"payment",
+                {{"product", "premium"},
+                 {"item", *offer},
+                 {"provider", "store"},
+                 {"state", "active"},
+                 {"type", "recurrent"},
+                 {"type_recurrent_extra",
+                  {{"start_billing_date", isoDate(now)},
+                   {"last_billing_date", isoDate(now)},
+                   {"next_billing_date", isoDate(now + 30 * 24 * 3600)}}},
+                 {"provider_carrier_extra",
+                  {{"mno_country", "IT"}, {"mno_operator", "Ostrel Mobile"}}}}}});
   } else if (path == "/v1/rich") {
     reply(res, 200, Json{{"rich", Json::array()}});
   } else {

@@ -223,6 +223,14 @@ std::optional<std::string> EmulatorStore::receiptOwner(const std::string& offerI
   return s.text(0);
 }
 
+std::optional<std::string> EmulatorStore::offerPaidBy(const std::string& userId) const {
+  std::lock_guard lock(mutex_);
+  Statement s(db_, "SELECT offer_id FROM receipts WHERE user_id = ? ORDER BY rowid LIMIT 1");
+  s.bind(1, userId);
+  if (!s.step()) return std::nullopt;
+  return s.text(0);
+}
+
 bool EmulatorStore::receiptExists(const std::string& offerId) const {
   return receiptOwner(offerId).has_value();
 }

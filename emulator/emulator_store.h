@@ -46,6 +46,8 @@ class EmulatorStore {
   Json pushRegistrations() const;
   void saveReceipt(const std::string& userId, const std::string& offerId, const Json& receipt);
   bool receiptExists(const std::string& offerId) const;
+  // The offer of the user's first receipt, if the user has any.
+  std::optional<std::string> offerPaidBy(const std::string& userId) const;
   std::optional<std::string> receiptOwner(const std::string& offerId) const;
   void reset();
 

@@ -9,8 +9,12 @@
 #include "ostrel/platform/http_client.h"
 #include "ostrel/platform/key_value_store.h"
 #include "ostrel/platform/life_cycle.h"
+#include "ostrel/platform/local_notifications.h"
 #include "ostrel/platform/log_sink.h"
+#include "ostrel/platform/receipt_source.h"
+#include "ostrel/platform/remote_notifications.h"
 #include "ostrel/platform/scheduler.h"
+#include "ostrel/platform/web_view.h"
 
 namespace ostrel {
 
@@ -26,11 +30,16 @@ struct Platform {
   std::shared_ptr<platform::Scheduler> scheduler;
   std::shared_ptr<platform::AppLifeCycle> lifeCycle;
   std::shared_ptr<platform::DeviceFacts> deviceFacts;
+  std::shared_ptr<platform::RemoteNotifications> remoteNotifications;
+  std::shared_ptr<platform::LocalNotifications> localNotifications;
+  std::shared_ptr<platform::WebView> webView;
+  std::shared_ptr<platform::ReceiptSource> receipts;
   Deployment deployment = Deployment::fromEnvironment();
 
   // The defaults for this machine (Linux/desktop): libcurl, OpenSSL, the storage
   // root ($OSTREL_STORAGE_DIR, else $XDG_DATA_HOME or ~/.local/share, + "/Ostrel"),
-  // settings in a file under it, stdout for the log.
+  // settings in a file under it, stdout for the log, local notifications kept
+  // under the storage root, the store receipt from a file.
   static Platform defaults();
   // Fills every empty member with its default.
   Platform completed() const;

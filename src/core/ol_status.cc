@@ -135,11 +135,7 @@ std::optional<Json> OLStatus::decodePony(const std::string& pony) const {
 
 Result<Json> OLStatus::getSerializedReceipt(const std::string& fromOffer,
                                             const std::optional<std::string>& receiptUrl) const {
-  if (!receiptUrl) {
-    return OLError::LocalError(LocalErrorCodes::PaymentSerializationError,
-                               "No store receipt location");
-  }
-  auto bytes = runtime::files().readFile(*receiptUrl);
+  auto bytes = runtime::receipts().readReceipt(receiptUrl);
   if (!bytes) return bytes.error();
   const std::string receipt = runtime::crypto().base64Encode(*bytes);
   char size[64];

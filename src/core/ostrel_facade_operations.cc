@@ -2,9 +2,11 @@
 // reports its absence with OstrelNotInitialized.
 #include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
+#include "login/ol_user_status.h"
 #include "ostrel/ol_identity_manager.h"
 #include "ostrel/ol_login_builder.h"
-#include "login/ol_user_status.h"
+#include "ostrel/ol_payment_manager.h"
+#include "ostrel/ol_push_manager.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 
@@ -88,10 +90,24 @@ Result<std::shared_ptr<OLIdentityManager>> Ostrel::getIdentityManager() {
   return impl_->identityManager;
 }
 Result<std::shared_ptr<OLPushManager>> Ostrel::getPushManager() {
-  return missingInternalStatus();
+  OSTREL_NEED_STATUS();
+  if (!impl_->eventManager) return missingEventQueueManager();
+  std::lock_guard lock(impl_->managersMutex);
+  if (!impl_->pushManager) {
+    impl_->pushManager =
+        OLPushManager::make(impl_->_ostrelStatus, impl_->_connetionBuilder, impl_->eventManager);
+  }
+  return impl_->pushManager;
 }
 Result<std::shared_ptr<OLPaymentManager>> Ostrel::getPaymentManager() {
-  return missingInternalStatus();
+  OSTREL_NEED_STATUS();
+  std::lock_guard lock(impl_->managersMutex);
+  if (!impl_->paymentManager) {
+    impl_->paymentManager = std::make_shared<OLPaymentManager>(
+        impl_->_ostrelStatus,
+        std::make_shared<OLConnector>(impl_->_connetionBuilder->buildConnector()));
+  }
+  return impl_->paymentManager;
 }
 
 Result<void> Ostrel::sendEvent(const std::string& name,

@@ -4,9 +4,10 @@
 #include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
 #include "login/ol_auto_login_flow.h"
-#include "ostrel/ol_login_builder.h"
 #include "login/ol_user_status.h"
 #include "ostrel/notification_center.h"
+#include "ostrel/ol_login_builder.h"
+#include "ostrel/ol_push_manager.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 
@@ -60,7 +61,7 @@ void OstrelFacadeImpl::observeLifeCycle() {
   terminateQueue = runtime::scheduler().makeSerialQueue("io.ostrel.AppWillTerminate");
   std::weak_ptr<OLQueueManager> manager = eventManager;
   lifeCycleObserver = runtime::current().lifeCycle->addObserver(
-      [manager, queue = terminateQueue](platform::LifeCycleEvent event) {
+      [this, manager, queue = terminateQueue](platform::LifeCycleEvent event) {
         auto m = manager.lock();
         if (!m) return;
         switch (event) {
@@ -71,12 +72,19 @@ void OstrelFacadeImpl::observeLifeCycle() {
           case platform::LifeCycleEvent::DidFinishLaunching:
             m->libraryGoToForeground();
             break;
-          case platform::LifeCycleEvent::WillTerminate:
+          case platform::LifeCycleEvent::WillTerminate: {
+            std::shared_ptr<OLPushManager> push;
+            {
+              std::lock_guard lock(managersMutex);
+              push = pushManager;
+            }
+            if (push) push->terminationActions();
             // Whatever is queued is already on disk; give a last flush a chance.
             queue->async([manager] {
               if (auto mm = manager.lock()) mm->OperationQueueResume(true);
             });
             break;
+          }
         }
       });
 }

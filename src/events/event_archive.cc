@@ -5,6 +5,7 @@
 #include "events/content_events.h"
 #include "events/flow_events.h"
 #include "events/internal_events.h"
+#include "events/push_events.h"
 
 namespace ostrel {
 namespace {
@@ -20,6 +21,8 @@ void registerEventClasses() {
   r.registerClass("Ostrel.OLTimedEvent", OLTimedEvent::decode);
   r.registerClass("Ostrel.OLRankingContentEvent", OLRankingContentEvent::decode);
   r.registerClass("Ostrel.OLAttachSessionEvent", OLAttachSessionEvent::decode);
+  r.registerClass("Ostrel.OLPushReceivedEvent", OLPushReceivedEvent::decode);
+  r.registerClass("Ostrel.OLPushRegisteredEvent", OLPushRegisteredEvent::decode);
 }
 
 }  // namespace

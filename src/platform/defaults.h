@@ -22,5 +22,15 @@ std::shared_ptr<Scheduler> makeThreadScheduler();
 // Facts of this Linux machine; the device identifier is kept in the settings.
 std::shared_ptr<DeviceFacts> makeLinuxDeviceFacts(std::shared_ptr<KeyValueStore> settings,
                                                   std::shared_ptr<Crypto> crypto);
+// No push service on a desktop: registration reports that it is unavailable.
+std::shared_ptr<RemoteNotifications> makeDesktopRemoteNotifications();
+// Scheduled notifications kept as files under the storage root, delivered at their instant.
+std::shared_ptr<LocalNotifications> makeDesktopLocalNotifications(
+    std::shared_ptr<FileSystem> files, std::shared_ptr<Scheduler> scheduler,
+    std::shared_ptr<Clock> clock);
+// Names the page in the log instead of drawing it.
+std::shared_ptr<WebView> makeLoggingWebView(std::shared_ptr<LogSink> log);
+// The receipt file named by the host, else $OSTREL_RECEIPT_FILE.
+std::shared_ptr<ReceiptSource> makeFileReceiptSource(std::shared_ptr<FileSystem> files);
 
 }  // namespace ostrel::platform

@@ -19,6 +19,12 @@ Platform Platform::completed() const {
   if (!p.scheduler) p.scheduler = platform::makeThreadScheduler();
   if (!p.deviceFacts) p.deviceFacts = platform::makeLinuxDeviceFacts(p.settings, p.crypto);
   if (!p.lifeCycle) p.lifeCycle = std::make_shared<platform::AppLifeCycle>();
+  if (!p.remoteNotifications) p.remoteNotifications = platform::makeDesktopRemoteNotifications();
+  if (!p.localNotifications) {
+    p.localNotifications = platform::makeDesktopLocalNotifications(p.files, p.scheduler, p.clock);
+  }
+  if (!p.webView) p.webView = platform::makeLoggingWebView(p.log);
+  if (!p.receipts) p.receipts = platform::makeFileReceiptSource(p.files);
   if (!p.http) p.http = platform::makeCurlHttpClient(NetworkOverrides::fromEnvironment());
   return p;
 }

@@ -31,6 +31,9 @@ inline platform::Scheduler& scheduler() {
 inline platform::HttpClient& http() {
   return *current().http;
 }
+inline platform::ReceiptSource& receipts() {
+  return *current().receipts;
+}
 inline const Deployment& deployment() {
   return current().deployment;
 }

@@ -4,6 +4,7 @@
 #include "core/ol_status.h"
 #include "events/content_events.h"
 #include "events/internal_events.h"
+#include "events/push_events.h"
 #include "login/ol_user_status.h"
 #include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
@@ -295,6 +296,19 @@ Result<void> OLQueueManager::generateLogout(const std::string& ofUserId,
   }
   return queued(*this, OLLogoutEvent::make(_ostrelStatus->sessionId(), ofUserId,
                                            std::get<LogoutType>(logoutType.type)));
+}
+
+Result<void> OLQueueManager::generatePushReceived(const std::string& pushId,
+                                                  PushNotificationEventType pushType,
+                                                  bool isLocal) {
+  return queued(*this, OLPushReceivedEvent::make(pushId, pushType, isLocal,
+                                                 _ostrelStatus->sessionId(), currentUserId()));
+}
+
+Result<void> OLQueueManager::generatePushRegistered(bool succeeded,
+                                                    const std::optional<std::string>& reason) {
+  return queued(*this, OLPushRegisteredEvent::make(succeeded, reason, _ostrelStatus->sessionId(),
+                                                   currentUserId()));
 }
 
 bool OLQueueManager::isTimedEventRunning(const std::string& name) {

@@ -12,6 +12,7 @@
 #include "core/ostrel_configuration.h"
 #include "events/flow_events.h"
 #include "ostrel/event_types.h"
+#include "ostrel/ol_push.h"
 #include "ostrel/ol_simple_object.h"
 #include "ostrel/platform/scheduler.h"
 #include "queue/ol_chunked_queue.h"
@@ -47,6 +48,9 @@ class OLQueueManager : public std::enable_shared_from_this<OLQueueManager> {
   Result<void> generateIdentify(const std::string& userId, std::shared_ptr<OLSimpleObject> cData,
                                 const IdentificationType& loginType);
   Result<void> generateLogout(const std::string& ofUserId, const IdentificationType& logoutType);
+  Result<void> generatePushReceived(const std::string& pushId, PushNotificationEventType pushType,
+                                    bool isLocal);
+  Result<void> generatePushRegistered(bool succeeded, const std::optional<std::string>& reason);
 
   void queueEvent(std::shared_ptr<OLBaseEvent> event);
   bool isQueueReady();

@@ -20,6 +20,7 @@ struct DeviceFactsSnapshot {
   std::string countryCode;
   std::string appIdentifier = "unknown";
   std::string appVersion = "unknown";
+  std::string appBuild = "unknown";
   std::string simCountryCode;
   std::string simOperator;
   // Offset of the local time zone from UTC, in seconds, now.

@@ -1,0 +1,18 @@
+#pragma once
+#include <functional>
+#include <string>
+
+#include "ostrel/result.h"
+
+namespace ostrel::platform {
+
+// Asks the operating system's push service for permission and a device token.
+class RemoteNotifications {
+ public:
+  // The token's bytes, or why the device cannot receive pushes.
+  using Completion = std::function<void(Result<std::string>)>;
+  virtual ~RemoteNotifications() = default;
+  virtual void registerForRemoteNotifications(Completion completion) = 0;
+};
+
+}  // namespace ostrel::platform

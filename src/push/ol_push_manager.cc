@@ -1,0 +1,313 @@
+#include "ostrel/ol_push_manager.h"
+
+#include "core/device_information.h"
+#include "core/ol_status.h"
+#include "login/ol_user_status.h"
+#include "ostrel/ol_notification.h"
+#include "ostrel/ostrel.h"
+#include "platform/runtime.h"
+#include "push/push_archive.h"
+#include "queue/ol_queue_manager.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel {
+namespace {
+
+constexpr const char* kUserStateObserver = "io.ostrel.pushNotification";
+// Pushes waiting for the host's callback, one archive per push.
+std::string pendingFolder() {
+  return runtime::files().storageRoot() + "/PendingPushes";
+}
+
+std::string lowercase(std::string text) {
+  for (auto& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+}  // namespace
+
+std::shared_ptr<OLPushManager> OLPushManager::make(std::shared_ptr<OLStatus> ostrelState,
+                                                   std::shared_ptr<ConnectorBuilder> buildConnector,
+                                                   std::weak_ptr<OLQueueManager> eventManager) {
+  auto m = std::shared_ptr<OLPushManager>(new OLPushManager());
+  m->_ostrelState = std::move(ostrelState);
+  m->_buildConnector = std::move(buildConnector);
+  m->_eventManager = std::move(eventManager);
+  std::weak_ptr<OLPushManager> weak = m;
+  runtime::current().localNotifications->setDeliveryHandler(
+      [weak](const platform::LocalNotification& n) {
+        if (auto self = weak.lock()) (void)self->processLocalNotification(n);
+      });
+  return m;
+}
+
+OLPushManager::~OLPushManager() {
+  if (_syncNotification) clearObserver(OLNotification::UserLoginStateChanged, kUserStateObserver);
+}
+
+void OLPushManager::registerDevice() {
+  std::weak_ptr<OLPushManager> weak = weak_from_this();
+  runtime::current().remoteNotifications->registerForRemoteNotifications(
+      [weak](Result<std::string> token) {
+        auto self = weak.lock();
+        if (!self) return;
+        if (!token) {
+          self->didFailToRegisterForRemoteNotificationsWithError(token.error());
+        } else if (auto set = self->setDeviceToken(*token); !set) {
+          self->didFailToRegisterForRemoteNotificationsWithError(set.error());
+        }
+      });
+}
+
+std::optional<std::string> OLPushManager::parseToken(const std::string& tokenBytes) {
+  if (tokenBytes.empty()) return std::nullopt;
+  return hexString(tokenBytes);
+}
+
+Result<void> OLPushManager::setDeviceToken(const std::string& tokenBytes) {
+  auto token = parseToken(tokenBytes);
+  if (!token) {
+    return OLError::LocalError(LocalErrorCodes::PushNotificationError, "Token not recognized",
+                               std::nullopt, Json{{"deviceToken", hexString(tokenBytes)}});
+  }
+  {
+    std::lock_guard lock(mutex_);
+    _deviceToken = *token;
+  }
+  logLine("Device Token: " + *token);
+  registerDeviceToOstrel();
+  return {};
+}
+
+std::optional<std::string> OLPushManager::deviceToken() const {
+  std::lock_guard lock(mutex_);
+  return _deviceToken;
+}
+
+void OLPushManager::didFailToRegisterForRemoteNotificationsWithError(const OLError& error) {
+  setRegistered(false);
+  recordRegistration(false, error.description());
+}
+
+void OLPushManager::setRegistrationError(const OLError& error) {
+  logLine("Push Registration Error sent " + error.description());
+  recordRegistration(false, error.description());
+}
+
+void OLPushManager::recordRegistration(bool succeeded, const std::optional<std::string>& reason) {
+  auto manager = _eventManager.lock();
+  if (!manager) return;
+  if (auto queued = manager->generatePushRegistered(succeeded, reason); !queued) {
+    logLine("Error in push registered event " + queued.error().description());
+  }
+}
+
+void OLPushManager::registerDeviceToOstrel() {
+  auto token = deviceToken();
+  if (!token) return;
+  const auto facts = runtime::current().deviceFacts->snapshot();
+  const DeviceInformation& device = _ostrelState->deviceInfo();
+  Json body = {{"user_id", _ostrelState->userState()->currentUserToken()},
+               {"token", *token},
+               {"os_type", lowercase(device.os.value_or("unknown"))},
+               {"app_version", device.appVersion},
+               {"app_build", facts.appBuild},
+               {"language", device.languageCode},
+               {"timezone", device.timezone},
+               {"os_version", device.systemVersion},
+               {"ostrel_build", Ostrel::buildNumber},
+               {"device_type", device.getDeviceTypeStr()},
+               {"model", device.model}};
+  std::weak_ptr<OLPushManager> weak = weak_from_this();
+  _buildConnector->buildConnector().send(
+      OstrelAPIEndpoint::PushRegistration, body,
+      [weak](std::optional<OLError> error, int64_t, std::optional<Json>) {
+        auto self = weak.lock();
+        if (!self) return;
+        if (error) {
+          logLine("Error in device registration " + error->description());
+          self->recordRegistration(false, error->description());
+          return;
+        }
+        logLine("Registration of Device Token on Client End went well");
+        self->setRegistered(true);
+      });
+}
+
+void OLPushManager::setRegistered(bool value) {
+  if (registered_.exchange(value) == value) return;
+  if (value) {
+    std::lock_guard lock(mutex_);
+    if (!_syncNotification) {
+      _syncNotification = true;
+      std::weak_ptr<OLPushManager> weak = weak_from_this();
+      // Every login and logout: the service links the token to the new user.
+      addNamedObserver(OLNotification::UserLoginStateChanged, kUserStateObserver,
+                       _ostrelState->userState().get(), [weak](const Notification&) {
+                         auto self = weak.lock();
+                         if (!self) return;
+                         auto user = self->_ostrelState->userState();
+                         logLine(std::string(user->isLogged() ? "Login" : "Logout") +
+                                 " has been made. Register to Ostrel with the new userId " +
+                                 user->currentUserToken());
+                         self->registerDeviceToOstrel();
+                       });
+    }
+  }
+  // Only a note in the log: the re-registration itself follows the user's logins.
+  runtime::scheduler().after(10.0, [] { logLine("Trying again to register token on Ostrel..."); });
+}
+
+OLPushManager& OLPushManager::setPushCallback(PushCallback callback) {
+  {
+    std::lock_guard lock(mutex_);
+    _onPushReceivedCallback = std::move(callback);
+  }
+  deliverPending();
+  return *this;
+}
+
+void OLPushManager::deliverPending() {
+  PushCallback callback;
+  {
+    std::lock_guard lock(mutex_);
+    callback = _onPushReceivedCallback;
+  }
+  if (!callback) return;
+  auto& files = runtime::files();
+  auto names = files.listDirectory(pendingFolder());
+  if (!names) return;
+  for (const auto& name : *names) {
+    const std::string path = pendingFolder() + "/" + name;
+    auto bytes = files.readFile(path);
+    (void)files.remove(path);
+    if (!bytes) continue;
+    if (auto push = decodePush(*bytes)) callback(*push);
+  }
+}
+
+void OLPushManager::setNotifyLaunchOptions(const LaunchOptions& launchOptions) {
+  std::shared_ptr<OLPushBase> push;
+  if (launchOptions.remoteNotification) {
+    auto built = OLPushBuilder::buildPushObject(*launchOptions.remoteNotification, true);
+    if (!built) {
+      logLine("Launch notification not recognized " + built.error().description());
+      return;
+    }
+    push = *built;
+  } else if (launchOptions.localNotification) {
+    auto built = OLPushBuilder::buildPushObject(*launchOptions.localNotification, true);
+    if (!built) return;
+    push = *built;
+  } else {
+    return;
+  }
+  // The user launched the app from the notification: it was opened.
+  if (auto handled = handlePushNotificationReceive(push, true); !handled) {
+    logLine("Launch notification not handled " + handled.error().description());
+  }
+}
+
+Result<void> OLPushManager::processRemoteNotification(const Json& userInfo, bool appIsBackground) {
+  auto push = OLPushBuilder::buildPushObject(userInfo, false);
+  if (!push) return push.error();
+  return handlePushNotificationReceive(*push, appIsBackground);
+}
+
+Result<void> OLPushManager::processLocalNotification(const platform::LocalNotification& n,
+                                                     bool appIsBackground) {
+  auto push = OLPushBuilder::buildPushObject(n, false);
+  if (!push) return push.error();
+  return handlePushNotificationReceive(*push, appIsBackground);
+}
+
+void OLPushManager::recordReceived(const OLPushBase& push, PushReceiveAction action) {
+  auto manager = _eventManager.lock();
+  if (!manager) return;
+  auto queued = manager->generatePushReceived(
+      push.pushId, PushNotificationEventType(receiveTypeOf(push), action), push.isLocal);
+  if (!queued) logLine("Error in push received event " + queued.error().description());
+}
+
+Result<void> OLPushManager::handlePushNotificationReceive(std::shared_ptr<OLPushBase> push,
+                                                          bool appIsBackground) {
+  if (!push) {
+    return OLError::LocalError(LocalErrorCodes::PushNotificationError, "Missing push");
+  }
+  auto manager = _eventManager.lock();
+  if (!manager) {
+    return OLError::LocalError(LocalErrorCodes::InvalidQueueHandler, "Missing event manager");
+  }
+  const auto action = appIsBackground ? PushReceiveAction::opened : PushReceiveAction::notified;
+  auto queued = manager->generatePushReceived(
+      push->pushId, PushNotificationEventType(receiveTypeOf(*push), action), push->isLocal);
+  if (!queued) return queued.error();
+  if (auto url = std::dynamic_pointer_cast<OLUrlPush>(push)) {
+    std::lock_guard lock(mutex_);
+    _ostrelState->urlPush = url;
+  }
+  notify(OLNotification::PushNotificationReceived, this, Json{{"push_id", push->pushId}}, push);
+  PushCallback callback;
+  {
+    std::lock_guard lock(mutex_);
+    callback = _onPushReceivedCallback;
+  }
+  if (callback) {
+    callback(push);
+    return {};
+  }
+  // No callback yet (typically the push that launched the app): kept until one is set.
+  auto& files = runtime::files();
+  if (auto made = files.createDirectories(pendingFolder()); !made) return made.error();
+  const std::string name = hexString(runtime::crypto().randomBytes(8));
+  return files.writeFileAtomic(pendingFolder() + "/" + name, archivePush(*push));
+}
+
+Result<void> OLPushManager::showInterstitialContent(void* onViewController,
+                                                    void* navigationDelegate) {
+  std::shared_ptr<OLUrlPush> push;
+  {
+    std::lock_guard lock(mutex_);
+    push = _ostrelState->urlPush;
+  }
+  if (!push) {
+    return OLError::LocalError(LocalErrorCodes::PushNotificationError, "No URL push to show");
+  }
+  auto shown = runtime::current().webView->show(push->url, onViewController, navigationDelegate);
+  if (!shown) return shown.error();
+  {
+    std::lock_guard lock(mutex_);
+    if (_ostrelState->urlPush == push) _ostrelState->urlPush.reset();
+  }
+  recordReceived(*push, PushReceiveAction::urlShown);
+  return {};
+}
+
+OLPushBuilder OLPushManager::getPushBuilder() {
+  std::weak_ptr<OLPushManager> weak = weak_from_this();
+  return OLPushBuilder([weak](const OLPushBase& push) {
+    if (auto self = weak.lock()) self->recordReceived(push, PushReceiveAction::scheduled);
+  });
+}
+
+void OLPushManager::terminationActions() {
+  std::shared_ptr<OLUrlPush> unseen;
+  {
+    std::lock_guard lock(mutex_);
+    unseen = _ostrelState->urlPush;
+  }
+  // A URL push whose page was never shown comes back as a reminder a minute later.
+  auto builder = getPushBuilder();
+  builder.setDate(runtime::now() + 60.0);
+  if (unseen) {
+    builder.setBody(unseen->body).setUrl(unseen->url);
+    if (unseen->badge) builder.setBadgeCounter(*unseen->badge);
+    if (unseen->sound) builder.setSound(*unseen->sound);
+  }
+  (void)builder.scheduleLocalUrlPush();
+  clearObserver(OLNotification::UserLoginStateChanged, kUserStateObserver);
+  std::lock_guard lock(mutex_);
+  _syncNotification = false;
+}
+
+}  // namespace ostrel
