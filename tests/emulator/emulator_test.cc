@@ -189,9 +189,14 @@ TEST_F(EmulatorTest, MsisdnPinsRemindersAndPayments) {
   other["user_id"] = "O_someone_else";
   EXPECT_EQ(send(OstrelAPIEndpoint::PaymentReceiptAdd, other).code(),
             "OFFER_PAYMENT_USER_MISMATCH");
-  EXPECT_EQ((*send(OstrelAPIEndpoint::PaymentIsPayingForDefault, Json{{"user_id", user}})
-                  .body)["is_paying"],
-            false);
+  // The user who added the receipt is paying for that offer; a stranger is not.
+  auto state = *send(OstrelAPIEndpoint::PaymentIsPayingForDefault, Json{{"user_id", user}}).body;
+  EXPECT_EQ(state["is_paying"], true);
+  EXPECT_EQ(state["payment"]["item"], offerId);
+  EXPECT_EQ(
+      (*send(OstrelAPIEndpoint::PaymentIsPayingForDefault, Json{{"user_id", "O_someone_else"}})
+            .body)["is_paying"],
+      false);
   EXPECT_FALSE(send(OstrelAPIEndpoint::PushRegistration,
                     Json{{"user_id", user}, {"token", "ab12"}, {"os_type", "ios"}})
                    .error);

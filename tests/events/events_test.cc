@@ -6,6 +6,7 @@
 #include "events/event_archive.h"
 #include "events/flow_events.h"
 #include "events/internal_events.h"
+#include "events/push_events.h"
 #include "support/test_platform.h"
 
 namespace ostrel {
@@ -228,6 +229,10 @@ TEST_F(EventsTest, EveryClassRoundTripsThroughItsArchive) {
       timer,
       *OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::consumption), 2.5f),
       *OLAttachSessionEvent::make("s", "u", AttachType::master, "x", "C_9", data),
+      *OLPushReceivedEvent::make(
+          "p", PushNotificationEventType(PushReceiveType::ping, PushReceiveAction::notified), true,
+          "s", "u"),
+      *OLPushRegisteredEvent::make(false, std::string("no token"), "s", "u"),
   };
   for (const auto& e : events) {
     auto back = decodeEvent(archivedBytes(*e));

@@ -1,0 +1,196 @@
+// Offers, store receipts and the paying state, against the emulator over HTTPS
+// (and a loopback server for replies the service should never give).
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <future>
+
+#include "ostrel/ol_login_builder.h"
+#include "ostrel/ol_payment_manager.h"
+#include "ostrel/ostrel.h"
+#include "support/emulator_service.h"
+#include "support/loopback_server.h"
+
+namespace ostrel {
+namespace {
+
+TEST(PaymentBuilderTest, Shapes) {
+  struct Case {
+    const char* reply;
+    bool valid;
+  };
+  const Case cases[] = {
+      {R"({"is_paying":false})", true},
+      {R"({"is_paying":true,"payment":null})", true},
+      {R"({"is_paying":true,"payment":{"product":"p","item":"i","provider":"v","state":"s",)"
+       R"("type":"t"}})",
+       true},
+      {R"({})", false},
+      {R"([])", false},
+      {R"({"is_paying":"yes"})", false},
+      {R"({"is_paying":true,"payment":[]})", false},
+      {R"({"is_paying":true,"payment":{"product":"p","item":"i","provider":"v","type":"t"}})",
+       false},
+      {R"({"is_paying":true,"payment":{"product":"p","item":"i","provider":"v","state":"s",)"
+       R"("type":"t","type_recurrent_extra":"x"}})",
+       false},
+  };
+  for (const auto& c : cases) {
+    auto built = PaymentBuilder::buildPaymentObject(*parseJson(c.reply));
+    EXPECT_EQ(static_cast<bool>(built), c.valid) << c.reply;
+    if (!built) {
+      EXPECT_EQ(built.error().message(), "Invalid payment JSON");
+    }
+  }
+}
+
+TEST(PaymentBuilderTest, DerivedBillingAndOperatorFields) {
+  auto built = PaymentBuilder::buildPaymentObject(*parseJson(
+      R"({"is_paying":true,"payment":{"product":"p","item":"i","provider":"carrier","state":"on",)"
+      R"("type":"recurrent","type_recurrent_extra":{"next_billing_date":"2026-12-22T10:00:00Z",)"
+      R"("last_billing_date":1795341600,"start_billing_date":"someday"},)"
+      R"("provider_carrier_extra":{"mno_country":"IT","mno_operator":7}}})"));
+  ASSERT_TRUE(built);
+  const auto& r = *built->paymentReceipt;
+  EXPECT_EQ(r.nextBillingDate(), 1797933600.0);
+  EXPECT_EQ(r.lastBillingDate(), 1795341600.0);
+  EXPECT_FALSE(r.startBillingDate());
+  EXPECT_EQ(r.mnoCountry(), "IT");
+  EXPECT_FALSE(r.mnoOperator());
+  EXPECT_EQ(built->description().rfind("isPaying: true, paymentReceipt: [type: recurrent, "
+                                       "provider: carrier, product: p, item: i, state: on, "
+                                       "typeExtra: ",
+                                       0),
+            0u)
+      << built->description();
+  EXPECT_EQ(OLPaymentObject{}.description(), "isPaying: false");
+}
+
+class PaymentTest : public ::testing::Test {
+ protected:
+  void login() {
+    auto b = *facade_->getLoginBuilder();
+    b->setEmail(test::EmulatorService::kEmail).setPassword(test::EmulatorService::kPassword);
+    std::promise<std::optional<OLError>> done;
+    b->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
+    (*b->getEmailLoginFlow())->startLoginFlow();
+    ASSERT_FALSE(done.get_future().get());
+  }
+  std::optional<OLError> add(const std::string& offer, const std::optional<std::string>& receipt) {
+    std::promise<std::optional<OLError>> done;
+    payments_->addPayment(offer, receipt, [&](std::optional<OLError> e) { done.set_value(e); });
+    return done.get_future().get();
+  }
+  std::pair<std::optional<OLError>, std::optional<OLPaymentObject>> paying() {
+    std::promise<std::pair<std::optional<OLError>, std::optional<OLPaymentObject>>> done;
+    payments_->isUserPayingForDefault(
+        [&](std::optional<OLError> e, std::optional<OLPaymentObject> o) {
+          done.set_value({e, o});
+        });
+    return done.get_future().get();
+  }
+  std::string receiptFile() {
+    const std::string path = platform_.root() + "/receipt.bin";
+    std::ofstream(path) << "store receipt bytes";
+    return path;
+  }
+
+  test::TestPlatform platform_;
+  test::EmulatorService service_;
+  std::shared_ptr<Ostrel> facade_ = service_.startFacade(platform_);
+  std::shared_ptr<OLPaymentManager> payments_ = *facade_->getPaymentManager();
+};
+
+TEST_F(PaymentTest, OfferForAStoreItem) {
+  for (auto market : {MarketPlace::GooglePlay, MarketPlace::AppleStore}) {
+    std::promise<std::pair<std::optional<OLError>, std::optional<std::string>>> done;
+    payments_->getOfferFor("gold-coins", market,
+                           [&](std::optional<OLError> e, std::optional<std::string> offer) {
+                             done.set_value({e, offer});
+                           });
+    auto [error, offer] = done.get_future().get();
+    ASSERT_FALSE(error) << error->description();
+    EXPECT_EQ(offer, std::string(32, 'a'));
+    // The emulator echoes the marketplace it was sent.
+    EXPECT_TRUE(platform_.log().contains(rawValue(market)));
+  }
+  EXPECT_TRUE(platform_.log().contains("for nativeItem gold-coins"));
+}
+
+TEST_F(PaymentTest, AddingAReceiptMakesTheUserPaying) {
+  const std::string offer(32, 'o');
+  // Anonymous: refused locally, nothing sent.
+  auto anonymous = add(offer, receiptFile());
+  ASSERT_TRUE(anonymous);
+  EXPECT_TRUE(
+      anonymous->is(LocalErrorCodes::PaymentError, "User must be logged in to add a Payment"));
+  EXPECT_EQ(service_.requestsTo("/payment/receipt/add"), 0);
+
+  login();
+  EXPECT_FALSE(paying().second->isPaying);
+  const std::string missing = platform_.root() + "/no-such-receipt";
+  auto unreadable = add(offer, missing);
+  ASSERT_TRUE(unreadable);
+  EXPECT_TRUE(unreadable->is(LocalErrorCodes::PaymentSerializationError,
+                             "Unable to retrieve or serialize payment receipt"));
+  EXPECT_EQ((*unreadable->extra())["offerId"], offer);
+  EXPECT_EQ((*unreadable->extra())["receiptUrl"], missing);
+  EXPECT_EQ(service_.requestsTo("/payment/receipt/add"), 0);
+  EXPECT_FALSE(payments_->serializePayment(offer, missing));
+
+  auto serialized = payments_->serializePayment(offer, receiptFile());
+  ASSERT_TRUE(serialized);
+  auto map = *parseJson(*serialized);
+  EXPECT_EQ(map["offerId"], offer);
+  EXPECT_EQ(map["receipt"], "c3RvcmUgcmVjZWlwdCBieXRlcw==");
+
+  auto added = add(offer, receiptFile());
+  EXPECT_FALSE(added) << added->description();
+  auto [error, state] = paying();
+  ASSERT_FALSE(error);
+  ASSERT_TRUE(state->isPaying);
+  EXPECT_EQ(state->paymentReceipt->item, offer);
+  ASSERT_TRUE(state->paymentReceipt->nextBillingDate());
+  EXPECT_GT(*state->paymentReceipt->nextBillingDate(), *state->paymentReceipt->lastBillingDate());
+  EXPECT_EQ(state->paymentReceipt->mnoOperator(), "Ostrel Mobile");
+
+  auto again = add(offer, receiptFile());
+  ASSERT_TRUE(again);
+  EXPECT_EQ(again->code(), "ITEM_ALREADY_PAID");
+}
+
+TEST(PaymentRepliesTest, RepliesOfTheWrongShape) {
+  test::TestPlatform platform;
+  test::LoopbackServer server;
+  server.setHandler([](const httplib::Request& req, httplib::Response& res) {
+    if (req.path == "/payment/offer/get") {
+      res.set_content(R"({"offer":{"native_item_id":"x"}})", "application/json");
+    } else if (req.path == "/payment/is_paying_for") {
+      res.status = 200;  // no body at all
+    } else {
+      res.set_content("{}", "application/json");
+    }
+  });
+  auto facade =
+      *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, server.platformFor(platform));
+  auto payments = *facade->getPaymentManager();
+  std::promise<std::optional<OLError>> offer;
+  payments->getOfferFor(
+      "x", MarketPlace::AppleStore,
+      [&](std::optional<OLError> e, std::optional<std::string>) { offer.set_value(e); });
+  auto missing = offer.get_future().get();
+  ASSERT_TRUE(missing);
+  EXPECT_EQ(missing->message(), "Missing Offer in response");
+  EXPECT_EQ((*missing->extra())["statusCode"], 200);
+
+  std::promise<std::optional<OLError>> state;
+  payments->isUserPayingForDefault(
+      [&](std::optional<OLError> e, std::optional<OLPaymentObject>) { state.set_value(e); });
+  auto empty = state.get_future().get();
+  ASSERT_TRUE(empty);
+  EXPECT_EQ(empty->message(), "Invalid payment JSON");
+  EXPECT_EQ((*empty->extra())["json"], Json::object());
+}
+
+}  // namespace
+}  // namespace ostrel

@@ -1,0 +1,143 @@
+// Local pushes: the builder's checks, what a scheduled notification holds,
+// and delivery at the fire date, also by a later run of the app.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+
+#include "ostrel/ol_push_builder.h"
+#include "platform/defaults.h"
+#include "platform/runtime.h"
+#include "support/test_platform.h"
+
+namespace ostrel {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(LocalPushTest, SchedulingChecks) {
+  test::TestPlatform platform;
+  struct Case {
+    std::function<Result<void>(OLPushBuilder&)> schedule;
+    std::function<void(OLPushBuilder&)> configure;
+    const char* message;
+  };
+  const Case cases[] = {
+      {&OLPushBuilder::scheduleLocalBackgroundPush,
+       [](OLPushBuilder& b) { b.setBody("b").setUrl("https://x.y"); },
+       "Local push cannot be silent"},
+      {&OLPushBuilder::scheduleLocalStandardPush, [](OLPushBuilder& b) { b.setSound("s"); },
+       "An alert body must be specified"},
+      {&OLPushBuilder::scheduleLocalUrlPush, [](OLPushBuilder& b) { b.setBody("b"); },
+       "An url must be specified"},
+      {&OLPushBuilder::scheduleLocalUrlPush, [](OLPushBuilder& b) { b.setUrl("https://x.y"); },
+       "An alert body must be specified"},
+  };
+  for (const auto& c : cases) {
+    OLPushBuilder builder;
+    c.configure(builder);
+    auto scheduled = c.schedule(builder);
+    ASSERT_FALSE(scheduled) << c.message;
+    EXPECT_TRUE(scheduled.error().is(LocalErrorCodes::PushNotificationError, c.message));
+  }
+  EXPECT_TRUE(runtime::current().localNotifications->pending().empty());
+}
+
+TEST(LocalPushTest, ScheduledPushesComeBackAsLocalPushes) {
+  test::TestPlatform platform;
+  platform.clock().set(1000);
+  OLPushBuilder builder;
+  builder.setTitle("ignored").setBody("see this").setBadgeCounter(2).setSound("chime");
+  builder.setDate(5000).setUrl("https://ostrel.test/page");
+  EXPECT_TRUE(platform.log().contains("Dummy Method for SDK compliance"));
+  ASSERT_TRUE(builder.scheduleLocalUrlPush());
+  OLPushBuilder standard;
+  standard.setBody("plain").setDate(6000).setCustomFields(
+      OLSimpleObject::fromDictionary(Json{{"level", 3}}));
+  ASSERT_TRUE(standard.scheduleLocalStandardPush());
+
+  auto pending = runtime::current().localNotifications->pending();
+  ASSERT_EQ(pending.size(), 2u);
+  EXPECT_EQ(pending[0].fireDate, 5000);
+  EXPECT_FALSE(pending[0].toJson().contains("title"));
+  auto url = OLPushBuilder::buildPushObject(pending[0], false);
+  ASSERT_TRUE(url);
+  auto u = std::dynamic_pointer_cast<OLUrlPush>(*url);
+  ASSERT_TRUE(u);
+  EXPECT_TRUE(u->isLocal);
+  EXPECT_EQ(u->url, "https://ostrel.test/page");
+  EXPECT_EQ(u->body, "see this");
+  EXPECT_EQ(u->badge, 2);
+  EXPECT_EQ(u->sound, "chime");
+  EXPECT_EQ(u->pushId, pending[0].userInfo["push_id"]);
+
+  auto s = OLPushBuilder::buildPushObject(pending[1], true);
+  ASSERT_TRUE(s);
+  EXPECT_EQ((*s)->type(), PushNotificationType::Standard);
+  EXPECT_TRUE((*s)->shown);
+  EXPECT_EQ(std::dynamic_pointer_cast<OLStandardPush>(*s)->customFields->getDictionary()["level"],
+            3);
+
+  platform::LocalNotification foreign;
+  foreign.identifier = "other";
+  foreign.userInfo = Json{{"from", "another library"}};
+  auto refused = OLPushBuilder::buildPushObject(foreign, false);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ((*refused.error().extra())["userInfo"], foreign.userInfo);
+}
+
+TEST(LocalPushTest, ANotificationDueWhileTheAppWasClosedIsDeliveredOnTheNextRun) {
+  test::TestPlatform platform;
+  const std::string root = platform.root();
+  platform.clock().set(100);
+  {
+    // First run: scheduled, then the app ends before the fire date.
+    auto store = platform::makeDesktopLocalNotifications(platform::makePosixFileSystem(root),
+                                                         platform::makeThreadScheduler(),
+                                                         platform.platform().clock);
+    platform::LocalNotification n;
+    n.identifier = "reminder-1";
+    n.fireDate = 160;
+    n.alertBody = "come back";
+    n.userInfo = Json{{"push_id", "reminder-1"}};
+    ASSERT_TRUE(store->schedule(n));
+  }
+  // Second run, after the fire date: delivered once a handler listens, and only once.
+  platform.clock().set(200);
+  auto store = platform::makeDesktopLocalNotifications(platform::makePosixFileSystem(root),
+                                                       platform::makeThreadScheduler(),
+                                                       platform.platform().clock);
+  ASSERT_EQ(store->pending().size(), 1u);
+  std::promise<platform::LocalNotification> delivered;
+  std::atomic<int> count{0};
+  store->setDeliveryHandler([&](const platform::LocalNotification& n) {
+    if (count++ == 0) delivered.set_value(n);
+  });
+  auto f = delivered.get_future();
+  ASSERT_EQ(f.wait_for(10s), std::future_status::ready);
+  EXPECT_EQ(f.get().alertBody, "come back");
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(count.load(), 1);
+  EXPECT_TRUE(store->pending().empty());
+}
+
+TEST(LocalPushTest, AFutureNotificationWaitsForItsInstant) {
+  test::TestPlatform platform;
+  auto clock = platform::makeSystemClock();
+  auto store = platform::makeDesktopLocalNotifications(
+      platform::makePosixFileSystem(platform.root()), platform::makeThreadScheduler(), clock);
+  std::promise<double> delivered;
+  store->setDeliveryHandler(
+      [&](const platform::LocalNotification&) { delivered.set_value(clock->now()); });
+  platform::LocalNotification n;
+  n.identifier = "soon";
+  n.fireDate = clock->now() + 0.3;
+  n.userInfo = Json{{"push_id", "soon"}};
+  ASSERT_TRUE(store->schedule(n));
+  auto f = delivered.get_future();
+  ASSERT_EQ(f.wait_for(10s), std::future_status::ready);
+  EXPECT_GE(f.get(), n.fireDate);
+}
+
+}  // namespace
+}  // namespace ostrel
