@@ -20,6 +20,7 @@
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
+#include "push_and_payments.h"
 #include "transport/ol_connector.h"
 
 namespace {
@@ -137,6 +138,8 @@ int main() {
   std::printf("sign-up: %s, user token %s\n",
               signupError ? signupError->description().c_str() : "ok",
               ostrel.getUserToken()->c_str());
+  demoPushAndPayments(ostrel, emulator);
+
   std::promise<void> again;
   ostrel.flushEvents(
       [&](std::optional<ostrel::OLError>, std::optional<ostrel::Json>) { again.set_value(); });

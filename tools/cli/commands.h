@@ -1,6 +1,10 @@
 #pragma once
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "ostrel/ostrel.h"
 
 namespace ostrel::cli {
 
@@ -10,5 +14,12 @@ int runSend(const std::vector<std::string>& argv);
 int runEvent(const std::vector<std::string>& argv);
 int runQueue(const std::vector<std::string>& argv);
 int runLogin(const std::vector<std::string>& argv);
+int runPush(const std::vector<std::string>& argv);
+int runPay(const std::vector<std::string>& argv);
+
+// The library started with this secret on the installed platform.
+Result<std::shared_ptr<Ostrel>> startFacade(const std::string& secret);
+// Prints the error's description (answers 1) or the success as JSON (answers 0).
+int printOutcome(const std::optional<OLError>& error, const Json& success);
 
 }  // namespace ostrel::cli

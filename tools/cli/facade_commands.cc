@@ -13,7 +13,6 @@
 #include "platform/runtime.h"
 
 namespace ostrel::cli {
-namespace {
 
 Result<std::shared_ptr<Ostrel>> startFacade(const std::string& secret) {
   Platform platform = runtime::current();
@@ -28,8 +27,6 @@ int printOutcome(const std::optional<OLError>& error, const Json& success) {
   std::printf("%s\n", dumpJson(success).c_str());
   return 0;
 }
-
-}  // namespace
 
 int runEvent(const std::vector<std::string>& argv) {
   std::string problem;

@@ -25,6 +25,12 @@ void printHelp() {
       "  login email|signup|pin|logout|info --secret S [--email E --password P] [--msisdn M --pin "
       "P]\n"
       "      runs a login flow (or logs out, or prints the user) and prints the outcome\n"
+      "  push parse FILE\n"
+      "      prints the push object that the JSON payload in FILE becomes, or the exact error\n"
+      "  pay offer|add|paying --secret S [--item ID --market appleStore|googlePlay]\n"
+      "       [--offer OFFER --receipt FILE]\n"
+      "      asks for the offer of a store item, adds a store receipt (the logged user's),\n"
+      "      or prints whether the user is paying\n"
       "The library's folder follows OSTREL_STORAGE_DIR.\n"
       "The deployment follows OSTREL_SERVICE_DOMAIN, OSTREL_SERVICE_SCHEME, OSTREL_CONNECT_TO\n"
       "and OSTREL_CA_FILE.\n");
@@ -57,5 +63,7 @@ int main(int argc, char** argv) {
   if (command == "event") return ostrel::cli::runEvent(rest);
   if (command == "queue") return ostrel::cli::runQueue(rest);
   if (command == "login") return ostrel::cli::runLogin(rest);
+  if (command == "push") return ostrel::cli::runPush(rest);
+  if (command == "pay") return ostrel::cli::runPay(rest);
   return ostrel::cli::usageError("unknown command " + command);
 }
