@@ -117,6 +117,8 @@ Result<Info> Emulator::start() {
     server_ = std::make_unique<httplib::Server>();
   }
   server_->set_payload_max_length(options_.maxBodyBytes);
+  // Replies are written in pieces; without this each waits on the client's delayed ACK.
+  server_->set_tcp_nodelay(true);
   server_->set_keep_alive_max_count(100000);
   server_->set_keep_alive_timeout(options_.keepAliveSecs);
   auto handler = [this](const httplib::Request& req, httplib::Response& res) { handle(req, res); };

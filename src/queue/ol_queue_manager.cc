@@ -78,9 +78,13 @@ bool OLQueueManager::isQueueReady() {
 void OLQueueManager::OperationQueueResume(bool force) {
   // A flush is added when none is waiting yet, even behind pending appends, so
   // a steady stream of events cannot starve the upload; only one runs at a time.
-  bool flushWaiting = false;
-  for (const auto& op : operationQueue_->operations()) {
-    if (dynamic_cast<OLConsumeBlockOperation*>(op.get()) && !op->isExecuting()) flushWaiting = true;
+  // Checked against the last flush only: looking through the whole queue would
+  // cost every event the length of the backlog.
+  bool flushWaiting;
+  {
+    std::lock_guard lock(mutex_);
+    auto last = lastFlush_.lock();
+    flushWaiting = last && !last->isExecuting() && !last->isFinished() && !last->isCancelled();
   }
   if (!flushWaiting) addConsumeOperation(force);
   if (operationQueue_->isSuspended()) operationQueue_->setSuspended(false);
@@ -94,6 +98,10 @@ void OLQueueManager::addConsumeOperation(bool forceConsume) {
   }
   auto op = std::make_shared<OLConsumeBlockOperation>(
       eventQueue_, connectorBuilder->buildConnector(), starter, forceConsume);
+  {
+    std::lock_guard lock(mutex_);
+    lastFlush_ = op;
+  }
   operationQueue_->addOperation(op);
 }
 

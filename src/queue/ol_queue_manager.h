@@ -96,6 +96,8 @@ class OLQueueManager : public std::enable_shared_from_this<OLQueueManager> {
   std::shared_ptr<OLFlowEvent> activeFlow;
   std::map<std::string, std::shared_ptr<OLTimedEvent>> timers;
   AutologinStarter autologin_;
+  // The flush added last; while it waits to run no other is added.
+  std::weak_ptr<AsynchronousOperation> lastFlush_;
 };
 
 }  // namespace ostrel

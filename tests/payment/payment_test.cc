@@ -68,14 +68,7 @@ TEST(PaymentBuilderTest, DerivedBillingAndOperatorFields) {
 
 class PaymentTest : public ::testing::Test {
  protected:
-  void login() {
-    auto b = *facade_->getLoginBuilder();
-    b->setEmail(test::EmulatorService::kEmail).setPassword(test::EmulatorService::kPassword);
-    std::promise<std::optional<OLError>> done;
-    b->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-    (*b->getEmailLoginFlow())->startLoginFlow();
-    ASSERT_FALSE(done.get_future().get());
-  }
+  void login() { ASSERT_FALSE(test::EmulatorService::logIn(*facade_)); }
   std::optional<OLError> add(const std::string& offer, const std::optional<std::string>& receipt) {
     std::promise<std::optional<OLError>> done;
     payments_->addPayment(offer, receipt, [&](std::optional<OLError> e) { done.set_value(e); });

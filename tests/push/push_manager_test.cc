@@ -59,14 +59,7 @@ class PushManagerTest : public ::testing::Test {
     }
     return out;
   }
-  void login() {
-    auto b = *facade_->getLoginBuilder();
-    b->setEmail(test::EmulatorService::kEmail).setPassword(test::EmulatorService::kPassword);
-    std::promise<std::optional<OLError>> done;
-    b->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-    (*b->getEmailLoginFlow())->startLoginFlow();
-    ASSERT_FALSE(done.get_future().get());
-  }
+  void login() { ASSERT_FALSE(test::EmulatorService::logIn(*facade_)); }
 
   test::TestPlatform platform_;
   test::EmulatorService service_;

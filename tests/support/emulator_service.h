@@ -3,6 +3,7 @@
 // up front: e-mail "user@ostrel.test" / "secret" and MSISDN "393331234567" / PIN "1234".
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,9 @@ class EmulatorService {
   emulator::Emulator& emulator() { return *emulator_; }
   // A facade (not the process-wide one) signed with the emulator's demo secret.
   std::shared_ptr<Ostrel> startFacade(const TestPlatform& base) const;
+
+  // Logs the e-mail account in through the facade's login builder; the flow's outcome.
+  static std::optional<OLError> logIn(Ostrel& facade);
 
   static constexpr const char* kEmail = "user@ostrel.test";
   static constexpr const char* kPassword = "secret";

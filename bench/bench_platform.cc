@@ -1,0 +1,82 @@
+#include "bench_platform.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "platform/defaults.h"
+
+namespace ostrel::bench {
+namespace {
+
+class SilentLog : public platform::LogSink {
+ public:
+  void write(std::string_view) override {}
+};
+
+class RefusingHttpClient : public platform::HttpClient {
+ public:
+  void send(platform::HttpRequest request, platform::HttpCompletion completion) override {
+    platform::HttpResponse response;
+    response.status = 503;
+    response.body = R"({"error":{"code":"UNAVAILABLE","message":"bench","extra":{}}})";
+    response.finalUrl = request.url;
+    completion(std::nullopt, std::move(response));
+  }
+};
+
+long statusField(const char* name) {
+  std::ifstream in("/proc/self/status");
+  std::string line;
+  const std::string key = std::string(name) + ":";
+  while (std::getline(in, line)) {
+    if (line.rfind(key, 0) == 0) return std::strtol(line.c_str() + key.size(), nullptr, 10);
+  }
+  return 0;
+}
+
+}  // namespace
+
+ScratchDir::ScratchDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "ostrel-bench-XXXXXX").string();
+  path_ = ::mkdtemp(pattern.data()) ? pattern : std::string();
+}
+
+ScratchDir::~ScratchDir() {
+  std::error_code ignored;
+  if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+}
+
+std::unique_ptr<emulator::Emulator> startEmulator(const std::string& dataDir) {
+  emulator::Options options;
+  options.dataDir = dataDir;
+  options.keepAliveSecs = 5;
+  auto e = std::make_unique<emulator::Emulator>(options);
+  if (!e->start()) return nullptr;
+  return e;
+}
+
+Platform benchPlatform(const std::string& storageRoot,
+                       const std::optional<emulator::Info>& service) {
+  Platform p;
+  p.log = std::make_shared<SilentLog>();
+  p.files = platform::makePosixFileSystem(storageRoot);
+  if (service) {
+    p.deployment.domain = service->domain;
+    p.deployment.scheme = service->scheme;
+    p.http = platform::makeCurlHttpClient(
+        NetworkOverrides{"127.0.0.1:" + std::to_string(service->port), service->caFile});
+  } else {
+    p.http = std::make_shared<RefusingHttpClient>();
+  }
+  return p.completed();
+}
+
+long residentKb() {
+  return statusField("VmRSS");
+}
+long peakResidentKb() {
+  return statusField("VmHWM");
+}
+
+}  // namespace ostrel::bench

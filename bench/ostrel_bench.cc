@@ -1,0 +1,316 @@
+// ostrel-bench: the end-to-end figures, each beside a raw baseline measured in
+// the same run. Prints a table and writes the same figures as JSON.
+//   ostrel-bench [--events N] [--stream-events N] [--micro FILE] [--json FILE]
+// The start-up and streaming figures run in child processes of this program so
+// that their memory is their own.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "bench_platform.h"
+#include "core/ostrel_facade_impl.h"
+#include "ostrel/ol_simple_object.h"
+#include "ostrel/ostrel.h"
+#include "platform/runtime.h"
+#include "queue/ol_queue_manager.h"
+#include "transport/connector_builder.h"
+
+namespace ostrel::bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+const char* kEventData = R"({"screen":"home","plan":"pro","items":3,"price":9.99,"trial":false})";
+
+std::shared_ptr<Ostrel> startFacade(const std::string& root,
+                                    const std::optional<emulator::Info>& service) {
+  auto made =
+      Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, benchPlatform(root, service));
+  if (!made) {
+    std::fprintf(stderr, "cannot start: %s\n", made.error().description().c_str());
+    std::exit(1);
+  }
+  return *made;
+}
+
+void flushAll(Ostrel& facade) {
+  std::promise<void> done;
+  facade.flushEvents([&](std::optional<OLError>, std::optional<Json>) { done.set_value(); });
+  done.get_future().wait();
+}
+
+// The raw rate: create, write and close `n` small files, ten to a folder,
+// the way the queue lays out its chunks.
+double rawFileRate(const std::string& root, int n) {
+  const std::string payload(600, 'x');
+  const auto start = Clock::now();
+  for (int i = 0; i < n; ++i) {
+    const std::string folder = root + "/Chunks/" + std::to_string(i / 10 + 1);
+    if (i % 10 == 0) std::filesystem::create_directories(folder);
+    const std::string path = folder + "/" + std::to_string(i);
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (fd < 0 || ::write(fd, payload.data(), payload.size()) < 0) std::exit(1);
+    ::close(fd);
+  }
+  return n / secondsSince(start);
+}
+
+double persistRate(const std::string& root, int n) {
+  auto facade = startFacade(root, std::nullopt);
+  auto data = OLSimpleObject::fromJSONString(kEventData);
+  const auto start = Clock::now();
+  for (int i = 0; i < n; ++i) (void)facade->sendEvent("bench_event", data);
+  facade->impl().eventManager->waitUntilIdle();
+  return n / secondsSince(start);
+}
+
+// The raw rate of the transport: signed bulk requests of ten events, one after
+// the other, through the same client the queue uses.
+double rawDeliveryRate(const emulator::Info& service, const std::string& root, int requests) {
+  auto facade = startFacade(root, service);
+  Json events = Json::array();
+  for (int i = 0; i < 10; ++i) {
+    events.push_back(Json{{"event_type", "custom event"},
+                          {"session_id", "s"},
+                          {"creation_date", "2026-11-22T10:00:00.000+0000"},
+                          {"user_id", "A_bench"},
+                          {"name", "raw"},
+                          {"custom_data", *parseJson(kEventData)}});
+  }
+  auto connector = facade->impl()._connetionBuilder->buildConnector();
+  const auto start = Clock::now();
+  for (int i = 0; i < requests; ++i) {
+    std::promise<void> done;
+    connector.send(OstrelAPIEndpoint::TrackBulk, events,
+                   [&](std::optional<OLError>, int64_t, std::optional<Json>) { done.set_value(); });
+    done.get_future().wait();
+  }
+  return requests * 10 / secondsSince(start);
+}
+
+double deliveryRate(const emulator::Info& service, const std::string& root, int backlog,
+                    emulator::Emulator& emulator) {
+  auto facade = startFacade(root, service);
+  const auto before = emulator.store().eventCount();
+  const auto start = Clock::now();
+  while (emulator.store().eventCount() - before < static_cast<std::size_t>(backlog)) {
+    const auto seen = emulator.store().eventCount();
+    flushAll(*facade);
+    if (emulator.store().eventCount() == seen) break;  // nothing more moves
+  }
+  return (emulator.store().eventCount() - before) / secondsSince(start);
+}
+
+// Runs this program again with `args`; answers the JSON line it printed.
+Json runChild(const std::vector<std::string>& args) {
+  int pipeFds[2];
+  if (::pipe(pipeFds) != 0) std::exit(1);
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    ::dup2(pipeFds[1], STDOUT_FILENO);
+    ::close(pipeFds[0]);
+    std::vector<char*> argv;
+    static std::string self = "/proc/self/exe";
+    argv.push_back(self.data());
+    std::vector<std::string> copy = args;
+    for (auto& a : copy) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    ::execv("/proc/self/exe", argv.data());
+    ::_exit(127);
+  }
+  ::close(pipeFds[1]);
+  std::string out;
+  char buffer[4096];
+  ssize_t got;
+  while ((got = ::read(pipeFds[0], buffer, sizeof buffer)) > 0) out.append(buffer, got);
+  ::close(pipeFds[0]);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return parseJson(out).value_or(Json::object());
+}
+
+// Child: time to a ready facade on `root`, and the memory it then holds.
+int childStartup(const std::string& root) {
+  const auto start = Clock::now();
+  auto facade = startFacade(root, std::nullopt);
+  const double ms = secondsSince(start) * 1000;
+  // Ready means the host may record at once.
+  (void)facade->sendEvent("after_start", nullptr);
+  std::printf("%s\n", dumpJson(Json{{"ms", ms}, {"rss_kb", residentKb()}}).c_str());
+  std::fflush(stdout);
+  std::_Exit(0);
+}
+
+// Child: `n` events through the whole pipeline to the emulator; peak memory.
+int childStream(const std::string& root, const emulator::Info& service, int n) {
+  auto facade = startFacade(root, service);
+  auto data = OLSimpleObject::fromJSONString(kEventData);
+  const auto start = Clock::now();
+  const int batch = 1000;
+  for (int i = 0; i < n; i += batch) {
+    for (int j = 0; j < batch && i + j < n; ++j) (void)facade->sendEvent("stream_event", data);
+    // A host records at its own pace; this one waits for the disk every batch.
+    facade->impl().eventManager->waitUntilIdle();
+  }
+  flushAll(*facade);
+  std::printf("%s\n", dumpJson(Json{{"secs", secondsSince(start)},
+                                    {"peak_rss_kb", peakResidentKb()},
+                                    {"baseline_rss_kb", 0}})
+                          .c_str());
+  std::fflush(stdout);
+  std::_Exit(0);
+}
+
+long strippedSize(const std::string& library) {
+  ScratchDir dir;
+  const std::string out = dir.path() + "/stripped.so";
+  const std::string command = "strip -o '" + out + "' '" + library + "' 2>/dev/null";
+  if (std::system(command.c_str()) != 0) return 0;
+  std::error_code ignored;
+  return static_cast<long>(std::filesystem::file_size(out, ignored));
+}
+
+struct Row {
+  std::string figure;
+  double value;
+  std::string unit;
+  double baseline;
+  std::string baselineName;
+  std::string target;
+};
+
+void report(const std::vector<Row>& rows, const Json& micro, const std::string& jsonPath) {
+  std::printf("\n%-44s %14s %-8s %14s  %-7s %s\n", "figure", "value", "unit", "baseline", "ratio",
+              "target");
+  Json summary = Json::object();
+  summary["end_to_end"] = Json::array();
+  for (const auto& r : rows) {
+    const double ratio = r.baseline > 0 ? r.value / r.baseline : 0;
+    std::printf("%-44s %14.1f %-8s %14.1f  %-7.3f %s  (baseline: %s)\n", r.figure.c_str(), r.value,
+                r.unit.c_str(), r.baseline, ratio, r.target.c_str(), r.baselineName.c_str());
+    summary["end_to_end"].push_back(Json{{"figure", r.figure},
+                                         {"value", r.value},
+                                         {"unit", r.unit},
+                                         {"baseline", r.baseline},
+                                         {"baseline_name", r.baselineName},
+                                         {"ratio", ratio},
+                                         {"target", r.target}});
+  }
+  if (micro.is_object() && micro.contains("benchmarks")) {
+    double base = 0;
+    for (const auto& b : micro["benchmarks"]) {
+      if (b["name"] == "BM_Baseline_DumpSmallJson") base = b["cpu_time"].get<double>();
+    }
+    summary["micro"] = Json::array();
+    std::printf("\n%-44s %14s %-8s %10s %10s %10s\n", "micro (per call)", "cpu time", "unit",
+                "x baseline", "median_us", "p99_us");
+    for (const auto& b : micro["benchmarks"]) {
+      const double cpu = b["cpu_time"].get<double>();
+      const std::string unit = b["time_unit"];
+      double ns = cpu * (unit == "us" ? 1000 : unit == "ms" ? 1e6 : 1);
+      const double ratio = base > 0 ? ns / base : 0;
+      const double median = b.value("median_us", 0.0);
+      const double p99 = b.value("p99_us", 0.0);
+      std::printf("%-44s %14.3f %-8s %10.2f %10.2f %10.2f\n", b["name"].get<std::string>().c_str(),
+                  cpu, unit.c_str(), ratio, median, p99);
+      summary["micro"].push_back(Json{{"name", b["name"]},
+                                      {"cpu_time", cpu},
+                                      {"time_unit", unit},
+                                      {"x_baseline", ratio},
+                                      {"median_us", median},
+                                      {"p99_us", p99}});
+    }
+  }
+  std::ofstream(jsonPath) << summary.dump(2) << "\n";
+  std::printf("\nsummary written to %s\n", jsonPath.c_str());
+}
+
+}  // namespace
+}  // namespace ostrel::bench
+
+int main(int argc, char** argv) {
+  using namespace ostrel::bench;
+  using ostrel::Json;
+  std::vector<std::string> args(argv + 1, argv + argc);
+  auto option = [&](const std::string& name, const std::string& fallback) {
+    for (std::size_t i = 0; i + 1 < args.size(); ++i) {
+      if (args[i] == name) return args[i + 1];
+    }
+    return fallback;
+  };
+  if (!args.empty() && args[0] == "--child-startup") return childStartup(args.at(1));
+  if (!args.empty() && args[0] == "--child-stream") {
+    ostrel::emulator::Info info;
+    info.domain = "ostrel.test";
+    info.scheme = "https";
+    info.port = std::stoi(args.at(2));
+    info.caFile = args.at(3);
+    return childStream(args.at(1), info, std::stoi(args.at(4)));
+  }
+  const int events = std::stoi(option("--events", "100000"));
+  const int streamEvents = std::stoi(option("--stream-events", "1000000"));
+  const std::string jsonPath = option("--json", "bench-summary.json");
+  Json micro;
+  if (auto microPath = option("--micro", ""); !microPath.empty()) {
+    std::ifstream in(microPath);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    micro = ostrel::parseJson(text).value_or(Json());
+  }
+
+  ScratchDir scratch;
+  std::vector<Row> rows;
+  std::fprintf(stderr, "raw file rate...\n");
+  const double raw = rawFileRate(scratch.path() + "/raw", events);
+  std::fprintf(stderr, "persisting %d events...\n", events);
+  const std::string backlog = scratch.path() + "/backlog/Ostrel";
+  const double persisted = persistRate(backlog, events);
+  rows.push_back({"(a) events persisted per second", persisted, "events/s", raw,
+                  "raw create+write+close files/s", ">= 0.5 x baseline"});
+
+  std::fprintf(stderr, "start-up with the backlog...\n");
+  Json withBacklog = runChild({"--child-startup", backlog});
+  Json empty = runChild({"--child-startup", scratch.path() + "/empty/Ostrel"});
+  rows.push_back({"(c) start-up with " + std::to_string(events) + " queued",
+                  withBacklog.value("ms", 0.0), "ms", empty.value("ms", 0.0),
+                  "start-up with an empty queue", "<= 100 ms"});
+  rows.push_back({"(c) resident memory after that start-up",
+                  withBacklog.value("rss_kb", 0.0) / 1024, "MB",
+                  empty.value("rss_kb", 0.0) / 1024.0, "the same with an empty queue",
+                  "independent of backlog"});
+
+  std::fprintf(stderr, "delivering the backlog over HTTPS...\n");
+  auto emulator = startEmulator(scratch.path() + "/emulator");
+  if (!emulator) return 1;
+  const double rawDelivery =
+      rawDeliveryRate(emulator->info(), scratch.path() + "/raw-delivery/Ostrel", 1000);
+  const double delivered = deliveryRate(emulator->info(), backlog, events, *emulator);
+  rows.push_back({"(b) events delivered per second over HTTPS", delivered, "events/s", rawDelivery,
+                  "raw signed bulk requests of 10, one at a time", ">= 10,000"});
+
+  std::fprintf(stderr, "streaming %d events...\n", streamEvents);
+  Json stream = runChild({"--child-stream", scratch.path() + "/stream/Ostrel",
+                          std::to_string(emulator->info().port), emulator->info().caFile,
+                          std::to_string(streamEvents)});
+  rows.push_back({"(d) peak resident memory streaming " + std::to_string(streamEvents),
+                  stream.value("peak_rss_kb", 0.0) / 1024, "MB",
+                  empty.value("rss_kb", 0.0) / 1024.0, "an idle facade", "<= 32 MB"});
+
+  const double library = strippedSize(OSTREL_SHARED_LIBRARY) / 1024.0;
+  const double curl = strippedSize(OSTREL_CURL_LIBRARY) / 1024.0;
+  rows.push_back({"(e) stripped shared library", library, "KB", curl, "stripped libcurl", "-"});
+  report(rows, micro, jsonPath);
+  std::fflush(stdout);
+  std::_Exit(0);
+}
