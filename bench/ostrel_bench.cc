@@ -271,15 +271,19 @@ int main(int argc, char** argv) {
 
   ScratchDir scratch;
   std::vector<Row> rows;
-  std::fprintf(stderr, "raw file rate...\n");
+  const auto began = Clock::now();
+  auto phase = [&](const std::string& what) {
+    std::fprintf(stderr, "[%6.1f s] %s\n", secondsSince(began), what.c_str());
+  };
+  phase("raw file rate");
   const double raw = rawFileRate(scratch.path() + "/raw", events);
-  std::fprintf(stderr, "persisting %d events...\n", events);
+  phase("persisting " + std::to_string(events) + " events");
   const std::string backlog = scratch.path() + "/backlog/Ostrel";
   const double persisted = persistRate(backlog, events);
   rows.push_back({"(a) events persisted per second", persisted, "events/s", raw,
                   "raw create+write+close files/s", ">= 0.5 x baseline"});
 
-  std::fprintf(stderr, "start-up with the backlog...\n");
+  phase("start-up with the backlog");
   Json withBacklog = runChild({"--child-startup", backlog});
   Json empty = runChild({"--child-startup", scratch.path() + "/empty/Ostrel"});
   rows.push_back({"(c) start-up with " + std::to_string(events) + " queued",
@@ -290,7 +294,7 @@ int main(int argc, char** argv) {
                   empty.value("rss_kb", 0.0) / 1024.0, "the same with an empty queue",
                   "independent of backlog"});
 
-  std::fprintf(stderr, "delivering the backlog over HTTPS...\n");
+  phase("delivering the backlog over HTTPS");
   auto emulator = startEmulator(scratch.path() + "/emulator");
   if (!emulator) return 1;
   const double rawDelivery =
@@ -299,7 +303,7 @@ int main(int argc, char** argv) {
   rows.push_back({"(b) events delivered per second over HTTPS", delivered, "events/s", rawDelivery,
                   "raw signed bulk requests of 10, one at a time", ">= 10,000"});
 
-  std::fprintf(stderr, "streaming %d events...\n", streamEvents);
+  phase("streaming " + std::to_string(streamEvents) + " events");
   Json stream = runChild({"--child-stream", scratch.path() + "/stream/Ostrel",
                           std::to_string(emulator->info().port), emulator->info().caFile,
                           std::to_string(streamEvents)});
@@ -307,10 +311,12 @@ int main(int argc, char** argv) {
                   stream.value("peak_rss_kb", 0.0) / 1024, "MB",
                   empty.value("rss_kb", 0.0) / 1024.0, "an idle facade", "<= 32 MB"});
 
+  phase("library size");
   const double library = strippedSize(OSTREL_SHARED_LIBRARY) / 1024.0;
   const double curl = strippedSize(OSTREL_CURL_LIBRARY) / 1024.0;
   rows.push_back({"(e) stripped shared library", library, "KB", curl, "stripped libcurl", "-"});
   report(rows, micro, jsonPath);
+  phase("done");
   std::fflush(stdout);
   std::_Exit(0);
 }
