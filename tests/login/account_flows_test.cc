@@ -21,16 +21,7 @@ using Configure = std::function<void(OLLoginBuilder&)>;
 
 std::optional<OLError> runLogin(Ostrel& o, const Configure& configure,
                                 Result<std::shared_ptr<OLLoginFlow>> (*get)(OLLoginBuilder&)) {
-  auto builder = *o.getLoginBuilder();
-  configure(*builder);
-  std::promise<std::optional<OLError>> done;
-  builder->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-  auto flow = get(*builder);
-  if (!flow) return flow.error();
-  (*flow)->startLoginFlow();
-  auto f = done.get_future();
-  EXPECT_EQ(f.wait_for(30s), std::future_status::ready);
-  return f.get();
+  return test::EmulatorService::runFlow(o, configure, get);
 }
 
 template <class T>

@@ -30,20 +30,10 @@ class LoginTest : public ::testing::Test {
     EXPECT_TRUE(made);
     return made;
   }
-  // Runs a flow from a fresh builder and answers how it ended.
   template <class Getter>
   std::optional<OLError> run(Ostrel& o, const std::function<void(OLLoginBuilder&)>& configure,
                              Getter getter) {
-    auto builder = *o.getLoginBuilder();
-    configure(*builder);
-    std::promise<std::optional<OLError>> done;
-    builder->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-    auto flow = ((*builder).*getter)();
-    if (!flow) return flow.error();
-    (*flow)->startLoginFlow();
-    auto f = done.get_future();
-    EXPECT_EQ(f.wait_for(30s), std::future_status::ready);
-    return f.get();
+    return test::EmulatorService::runFlow(o, configure, getter);
   }
   std::vector<Json> flushedEvents(Ostrel& o, const std::string& type) {
     std::promise<void> done;
@@ -195,12 +185,7 @@ TEST_F(LoginTest, StartUpAutologinRefusedLogsOutWithTheMatchingType) {
     test::EmulatorService service;
     {
       auto o = service.startFacade(platform);
-      auto b = *o->getLoginBuilder();
-      std::promise<void> done;
-      b->setEmail(test::EmulatorService::kEmail).setPassword(test::EmulatorService::kPassword);
-      b->setOnFlowCompleteCallback([&](std::optional<OLError>) { done.set_value(); });
-      (*b->getEmailLoginFlow())->startLoginFlow();
-      done.get_future().wait();
+      ASSERT_FALSE(test::EmulatorService::logIn(*o));
     }
     service.failNext("/handling/direct/refreshtoken", c.status);
     auto o = service.startFacade(platform);

@@ -18,14 +18,7 @@ class OtherFlowsTest : public ::testing::Test {
  protected:
   template <class Getter>
   std::optional<OLError> run(const std::function<void(OLLoginBuilder&)>& configure, Getter getter) {
-    auto builder = *facade_->getLoginBuilder();
-    configure(*builder);
-    std::promise<std::optional<OLError>> done;
-    builder->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-    auto flow = ((*builder).*getter)();
-    if (!flow) return flow.error();
-    (*flow)->startLoginFlow();
-    return done.get_future().get();
+    return test::EmulatorService::runFlow(*facade_, configure, getter);
   }
 
   test::TestPlatform platform_;

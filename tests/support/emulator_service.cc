@@ -1,9 +1,7 @@
 #include "support/emulator_service.h"
 
 #include <algorithm>
-#include <future>
 
-#include "ostrel/ol_login_builder.h"
 #include "platform/defaults.h"
 
 namespace ostrel::test {
@@ -39,18 +37,6 @@ Platform EmulatorService::platformFor(const TestPlatform& base) const {
 std::shared_ptr<Ostrel> EmulatorService::startFacade(const TestPlatform& base) const {
   auto made = Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, platformFor(base));
   return made ? *made : nullptr;
-}
-
-std::optional<OLError> EmulatorService::logIn(Ostrel& facade) {
-  auto builder = facade.getLoginBuilder();
-  if (!builder) return builder.error();
-  (*builder)->setEmail(kEmail).setPassword(kPassword);
-  std::promise<std::optional<OLError>> done;
-  (*builder)->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-  auto flow = (*builder)->getEmailLoginFlow();
-  if (!flow) return flow.error();
-  (*flow)->startLoginFlow();
-  return done.get_future().get();
 }
 
 }  // namespace ostrel::test

@@ -2,12 +2,14 @@
 // An in-process ostrel-emulator for the library's tests, with two accounts made
 // up front: e-mail "user@ostrel.test" / "secret" and MSISDN "393331234567" / PIN "1234".
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "emulator/emulator.h"
+#include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "support/test_platform.h"
 
@@ -35,8 +37,29 @@ class EmulatorService {
   // A facade (not the process-wide one) signed with the emulator's demo secret.
   std::shared_ptr<Ostrel> startFacade(const TestPlatform& base) const;
 
-  // Logs the e-mail account in through the facade's login builder; the flow's outcome.
-  static std::optional<OLError> logIn(Ostrel& facade);
+  // Runs one flow from a fresh login builder of `facade`: `configure` sets the
+  // credentials, `getter` picks the flow. Answers the flow's outcome, or the
+  // builder's refusal.
+  template <class Getter>
+  static std::optional<OLError> runFlow(Ostrel& facade,
+                                        const std::function<void(OLLoginBuilder&)>& configure,
+                                        Getter getter) {
+    auto builder = facade.getLoginBuilder();
+    if (!builder) return builder.error();
+    configure(**builder);
+    std::promise<std::optional<OLError>> done;
+    (*builder)->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
+    auto flow = std::invoke(getter, **builder);
+    if (!flow) return flow.error();
+    (*flow)->startLoginFlow();
+    return done.get_future().get();
+  }
+  // Logs the e-mail account in.
+  static std::optional<OLError> logIn(Ostrel& facade) {
+    return runFlow(
+        facade, [](OLLoginBuilder& b) { b.setEmail(kEmail).setPassword(kPassword); },
+        &OLLoginBuilder::getEmailLoginFlow);
+  }
 
   static constexpr const char* kEmail = "user@ostrel.test";
   static constexpr const char* kPassword = "secret";
