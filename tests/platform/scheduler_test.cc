@@ -7,21 +7,14 @@
 #include <vector>
 
 #include "platform/defaults.h"
+#include "support/eventually.h"
 
 namespace ostrel::platform {
 namespace {
 
 using namespace std::chrono_literals;
 
-template <class Pred>
-bool eventually(Pred pred, std::chrono::milliseconds limit = 5000ms) {
-  auto deadline = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (pred()) return true;
-    std::this_thread::sleep_for(1ms);
-  }
-  return pred();
-}
+using test::eventually;
 
 TEST(SerialQueueTest, RunsBlocksInOrderOneAtATimeFromManyThreads) {
   auto scheduler = makeThreadScheduler();

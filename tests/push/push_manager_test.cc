@@ -12,6 +12,7 @@
 #include "ostrel/ol_push_manager.h"
 #include "ostrel/ostrel.h"
 #include "support/emulator_service.h"
+#include "support/eventually.h"
 
 namespace ostrel {
 namespace {
@@ -43,7 +44,7 @@ class PushManagerTest : public ::testing::Test {
     return {newest.rbegin(), newest.rend()};
   }
   void waitForRegistrations(std::size_t n) {
-    for (int i = 0; i < 500 && registrations().size() < n; ++i) std::this_thread::sleep_for(10ms);
+    ASSERT_TRUE(test::eventually([&] { return registrations().size() >= n; }));
     ASSERT_EQ(registrations().size(), n);
   }
   std::vector<Json> flushed(const std::string& type) {
@@ -82,8 +83,7 @@ TEST_F(PushManagerTest, TheTokenIsRegisteredAndFollowsTheUser) {
   const std::string os = registrations()[0]["os_type"];
   EXPECT_FALSE(os.empty());
   EXPECT_TRUE(std::none_of(os.begin(), os.end(), [](char c) { return std::isupper(c); })) << os;
-  for (int i = 0; i < 500 && !push_->isRegistered(); ++i) std::this_thread::sleep_for(10ms);
-  EXPECT_TRUE(push_->isRegistered());
+  EXPECT_TRUE(test::eventually([&] { return push_->isRegistered(); }));
   EXPECT_TRUE(platform_.log().contains("Registration of Device Token on Client End went well"));
 
   login();

@@ -13,21 +13,14 @@
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "support/emulator_service.h"
+#include "support/eventually.h"
 
 namespace ostrel {
 namespace {
 
 using namespace std::chrono_literals;
 
-template <class Pred>
-bool eventually(Pred pred, std::chrono::milliseconds limit = 10000ms) {
-  auto deadline = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (pred()) return true;
-    std::this_thread::sleep_for(5ms);
-  }
-  return pred();
-}
+using test::eventually;
 
 class PipelineTest : public ::testing::Test {
  protected:

@@ -10,6 +10,7 @@
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "support/emulator_service.h"
+#include "support/eventually.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {
@@ -17,15 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-template <class Pred>
-bool eventually(Pred pred, std::chrono::milliseconds limit = 10000ms) {
-  auto deadline = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (pred()) return true;
-    std::this_thread::sleep_for(5ms);
-  }
-  return pred();
-}
+using test::eventually;
 
 TEST(QueueManagerTimersTest, HeartbeatAndExpiryWork) {
   test::TestPlatform platform;
