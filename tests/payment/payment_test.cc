@@ -110,6 +110,25 @@ TEST_F(PaymentTest, OfferForAStoreItem) {
   EXPECT_TRUE(platform_.log().contains("for nativeItem gold-coins"));
 }
 
+TEST_F(PaymentTest, ServiceFailuresPassThroughAsTheServiceSaidThem) {
+  service_.failNext("/payment/offer/get", 503);
+  std::promise<std::pair<std::optional<OLError>, std::optional<std::string>>> offered;
+  payments_->getOfferFor("gold-coins", MarketPlace::GooglePlay,
+                         [&](std::optional<OLError> e, std::optional<std::string> offer) {
+                           offered.set_value({e, offer});
+                         });
+  auto [offerError, offer] = offered.get_future().get();
+  ASSERT_TRUE(offerError);
+  EXPECT_EQ(offerError->statusCode(), 503);
+  EXPECT_FALSE(offer);
+
+  service_.failNext("/payment/is_paying_for", 500);
+  auto [payingError, state] = paying();
+  ASSERT_TRUE(payingError);
+  EXPECT_EQ(payingError->statusCode(), 500);
+  EXPECT_FALSE(state);
+}
+
 TEST_F(PaymentTest, AddingAReceiptMakesTheUserPaying) {
   const std::string offer(32, 'o');
   // Anonymous: refused locally, nothing sent.
