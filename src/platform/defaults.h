@@ -24,7 +24,8 @@ std::shared_ptr<DeviceFacts> makeLinuxDeviceFacts(std::shared_ptr<KeyValueStore>
                                                   std::shared_ptr<Crypto> crypto);
 // No push service on a desktop: registration reports that it is unavailable.
 std::shared_ptr<RemoteNotifications> makeDesktopRemoteNotifications();
-// Scheduled notifications kept as files under the storage root, delivered at their instant.
+// Scheduled notifications kept as files under the storage root, delivered at their
+// instant through `scheduler`, which the caller keeps alive.
 std::shared_ptr<LocalNotifications> makeDesktopLocalNotifications(
     std::shared_ptr<FileSystem> files, std::shared_ptr<Scheduler> scheduler,
     std::shared_ptr<Clock> clock);

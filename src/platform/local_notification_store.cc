@@ -31,7 +31,7 @@ std::optional<LocalNotification> LocalNotification::fromJson(const Json& j) {
 }
 
 LocalNotificationStore::LocalNotificationStore(std::shared_ptr<FileSystem> files,
-                                               std::shared_ptr<Scheduler> scheduler,
+                                               std::weak_ptr<Scheduler> scheduler,
                                                std::shared_ptr<Clock> clock)
     : files_(std::move(files)),
       scheduler_(std::move(scheduler)),
@@ -89,8 +89,10 @@ std::vector<LocalNotification> LocalNotificationStore::pending() const {
 }
 
 void LocalNotificationStore::arm(double fireDate) {
+  auto scheduler = scheduler_.lock();
+  if (!scheduler) return;
   std::weak_ptr<LocalNotificationStore> weak = weak_from_this();
-  scheduler_->after(std::max(0.0, fireDate - clock_->now()), [weak] {
+  scheduler->after(std::max(0.0, fireDate - clock_->now()), [weak] {
     if (auto self = weak.lock()) self->deliverDue();
   });
 }

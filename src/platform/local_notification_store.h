@@ -12,7 +12,7 @@ namespace ostrel::platform {
 class LocalNotificationStore : public LocalNotifications,
                                public std::enable_shared_from_this<LocalNotificationStore> {
  public:
-  LocalNotificationStore(std::shared_ptr<FileSystem> files, std::shared_ptr<Scheduler> scheduler,
+  LocalNotificationStore(std::shared_ptr<FileSystem> files, std::weak_ptr<Scheduler> scheduler,
                          std::shared_ptr<Clock> clock);
   Result<void> schedule(const LocalNotification& notification) override;
   void setDeliveryHandler(Delivery handler) override;
@@ -25,7 +25,9 @@ class LocalNotificationStore : public LocalNotifications,
   std::string pathOf(const std::string& identifier) const;
 
   std::shared_ptr<FileSystem> files_;
-  std::shared_ptr<Scheduler> scheduler_;
+  // Not owned: the platform bundle owns the scheduler, and a timer block that
+  // held the last reference would end the scheduler on its own thread.
+  std::weak_ptr<Scheduler> scheduler_;
   std::shared_ptr<Clock> clock_;
   std::string folder_;
   mutable std::mutex mutex_;

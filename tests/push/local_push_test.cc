@@ -90,11 +90,11 @@ TEST(LocalPushTest, ANotificationDueWhileTheAppWasClosedIsDeliveredOnTheNextRun)
   test::TestPlatform platform;
   const std::string root = platform.root();
   platform.clock().set(100);
+  auto scheduler = platform::makeThreadScheduler();
   {
     // First run: scheduled, then the app ends before the fire date.
     auto store = platform::makeDesktopLocalNotifications(platform::makePosixFileSystem(root),
-                                                         platform::makeThreadScheduler(),
-                                                         platform.platform().clock);
+                                                         scheduler, platform.platform().clock);
     platform::LocalNotification n;
     n.identifier = "reminder-1";
     n.fireDate = 160;
@@ -105,8 +105,7 @@ TEST(LocalPushTest, ANotificationDueWhileTheAppWasClosedIsDeliveredOnTheNextRun)
   // Second run, after the fire date: delivered once a handler listens, and only once.
   platform.clock().set(200);
   auto store = platform::makeDesktopLocalNotifications(platform::makePosixFileSystem(root),
-                                                       platform::makeThreadScheduler(),
-                                                       platform.platform().clock);
+                                                       scheduler, platform.platform().clock);
   ASSERT_EQ(store->pending().size(), 1u);
   std::promise<platform::LocalNotification> delivered;
   std::atomic<int> count{0};
@@ -124,8 +123,9 @@ TEST(LocalPushTest, ANotificationDueWhileTheAppWasClosedIsDeliveredOnTheNextRun)
 TEST(LocalPushTest, AFutureNotificationWaitsForItsInstant) {
   test::TestPlatform platform;
   auto clock = platform::makeSystemClock();
+  auto scheduler = platform::makeThreadScheduler();
   auto store = platform::makeDesktopLocalNotifications(
-      platform::makePosixFileSystem(platform.root()), platform::makeThreadScheduler(), clock);
+      platform::makePosixFileSystem(platform.root()), scheduler, clock);
   std::promise<double> delivered;
   store->setDeliveryHandler(
       [&](const platform::LocalNotification&) { delivered.set_value(clock->now()); });
