@@ -179,7 +179,12 @@ Result<float> ArchiveReader::decodeFloat(std::string_view key) const {
 Result<double> ArchiveReader::decodeDate(std::string_view key) const {
   auto d = decodeDouble(key);
   if (!d) return d.error();
-  if (!std::isfinite(*d)) return archiveError("Archived date is not finite: " + std::string(key));
+  // Years 1 to 9999: anything else is a damaged file, and would not survive
+  // the conversions to calendar dates and microsecond names.
+  constexpr double kFirst = -62135596800.0, kLast = 253402300799.0;
+  if (!std::isfinite(*d) || *d < kFirst || *d > kLast) {
+    return archiveError("Archived date is out of range: " + std::string(key));
+  }
   return *d;
 }
 

@@ -255,9 +255,13 @@ TEST_F(EventsTest, CorruptArchivesYieldNoEvent) {
   wrongType.encodeInt("creation_date", 5);  // an integer still reads as a date
   wrongType.encodeBool("user_id", true);
   ArchiveWriter unknownClass("Ostrel.OLMysteryEvent");
+  // Found by fuzzing: a date no calendar holds reached the date formatter.
+  ArchiveWriter farDate("Ostrel.OLLogoutEvent");
+  logout->encode(farDate);
+  farDate.encodeDate("creation_date", -3.83491e+105);
   for (const std::string& bytes :
        {unknownKind.bytes(), missingBase.bytes(), wrongType.bytes(), unknownClass.bytes(),
-        std::string("garbage"), archivedBytes(*logout).substr(0, 20)}) {
+        farDate.bytes(), std::string("garbage"), archivedBytes(*logout).substr(0, 20)}) {
     EXPECT_FALSE(decodeEvent(bytes));
   }
 }

@@ -67,18 +67,21 @@ TEST(CurlHttpClient, TransportFailuresCompleteWithErrorAndNoResponse) {
     const char* name;
     NetworkOverrides overrides;
     double timeout;
+    const char* url = "https://client.ostrel.test/x";
   };
   NetworkOverrides refused;
   refused.connectTo = "127.0.0.1:1";
+  // A trusted certificate for another name: no setting lets that through.
   const Case cases[] = {
       {"untrusted certificate", reaching(server, false), 10},
+      {"certificate of another host", reaching(server), 10, "https://elsewhere.example/x"},
       {"time-out", reaching(server), 0.3},
       {"refused", refused, 10},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     auto client = platform::makeCurlHttpClient(c.overrides);
-    auto out = sendAndWait(*client, {"https://client.ostrel.test/x", "POST", {}, "{}", c.timeout});
+    auto out = sendAndWait(*client, {c.url, "POST", {}, "{}", c.timeout});
     ASSERT_TRUE(out.error);
     EXPECT_EQ(out.error->domain, "ostrel.http");
     EXPECT_NE(out.error->code, 0);
