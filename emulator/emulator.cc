@@ -107,7 +107,8 @@ Result<Info> Emulator::start() {
   if (options_.https) {
     Certificates certs;
     try {
-      certs = makeCertificates(dir, {"*." + options_.domain, options_.domain, kOperatorHost});
+      certs = makeCertificates(
+          dir, {"*." + options_.domain, options_.domain, kOperatorHost, kOutsideHost});
     } catch (const std::exception& e) {
       return OLError::LocalError(LocalErrorCodes::ConnectionInitError, e.what());
     }
@@ -153,6 +154,18 @@ void Emulator::injectFault(const std::string& endpoint, int status, int count, i
   if (auto e = endpointFromName(target)) target = std::string(endpointPath(*e));
   std::lock_guard lock(mutex_);
   for (int i = 0; i < count; ++i) faults_[target].push_back(Fault{status, delayMs, false, ""});
+}
+
+void Emulator::injectFault(const std::string& endpoint, const Fault& fault, int count) {
+  std::string target = endpoint;
+  if (auto e = endpointFromName(target)) target = std::string(endpointPath(*e));
+  std::lock_guard lock(mutex_);
+  for (int i = 0; i < count; ++i) faults_[target].push_back(fault);
+}
+
+std::vector<Json> Emulator::servedFaults() {
+  std::lock_guard lock(mutex_);
+  return servedFaults_;
 }
 
 int Emulator::requestCount(const std::string& path) {
@@ -214,12 +227,33 @@ void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
     logRequest(req, 200);
     return;
   }
+  if (host == kOutsideHost) {
+    // Not the service: it answers, but keeps nothing.
+    reply(res, 200, Json{{"status", "somebody else"}});
+    logRequest(req, 200);
+    return;
+  }
   if (auto fault = takeFault(req.path)) {
+    {
+      std::lock_guard lock(mutex_);
+      servedFaults_.push_back(Json{{"path", req.path},
+                                   {"status", fault->status},
+                                   {"delay_ms", fault->delayMs},
+                                   {"drop", fault->drop},
+                                   {"body", fault->body},
+                                   {"request", req.body}});
+    }
     if (fault->delayMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMs));
     if (fault->drop) {
       // A dropped connection: the body promised is never sent and the socket closes.
       res.set_content_provider(64, "application/json",
                                [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
+      return;
+    }
+    if (fault->body == "outside") {
+      res.status = 307;
+      res.set_header("Location", std::string("https://") + kOutsideHost + req.path);
+      logRequest(req, 307);
       return;
     }
     if (fault->body == "non_json") {
@@ -535,6 +569,7 @@ void Emulator::handleControl(const httplib::Request& req, httplib::Response& res
     store_->reset();
     std::lock_guard lock(mutex_);
     faults_.clear();
+    servedFaults_.clear();
     requests_.clear();
     pinReminders_.clear();
     reply(res, 200, Json{{"reset", true}});

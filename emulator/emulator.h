@@ -69,23 +69,32 @@ class Emulator {
   void stop();
   const Info& info() const { return info_; }
 
+  // What the next reply of an endpoint does instead of (or before) answering.
+  struct Fault {
+    int status = 0;     // refuse with it (205: answer normally with that status)
+    int delayMs = 0;    // wait first
+    bool drop = false;  // close the connection without an answer
+    // "non_json", "non_utf8", or "outside": a redirect to a host outside the
+    // domain, which answers without storing anything.
+    std::string body;
+  };
   // The next `count` replies to an endpoint (name or path) get `status`
   // (205 answers normally but with that status).
   void injectFault(const std::string& endpoint, int status, int count = 1, int delayMs = 0);
+  void injectFault(const std::string& endpoint, const Fault& fault, int count = 1);
+  // Every fault served, oldest first: {"path", "status", "delay_ms", "drop",
+  // "body", "request"} with the body of the request it answered.
+  std::vector<Json> servedFaults();
   // Requests received so far on a path.
   int requestCount(const std::string& path);
   void setOperatorBounces(int bounces);
   void setAutologinLifetime(double secs);
   EmulatorStore& store() { return *store_; }
   static constexpr const char* kOperatorHost = "operator.mno.test";
+  // Somebody else's server, reached through the "outside" fault.
+  static constexpr const char* kOutsideHost = "stranger.example";
 
  private:
-  struct Fault {
-    int status = 0;
-    int delayMs = 0;
-    bool drop = false;
-    std::string body;  // "", "non_json", "non_utf8"
-  };
   void handle(const httplib::Request& req, httplib::Response& res);
   void handleControl(const httplib::Request& req, httplib::Response& res);
   bool authorize(const httplib::Request& req, httplib::Response& res);
@@ -104,6 +113,7 @@ class Emulator {
   std::mutex mutex_;
   std::map<std::string, std::vector<Fault>> faults_;
   std::deque<Json> requests_;  // the last 1000, oldest first
+  std::vector<Json> servedFaults_;
   std::map<std::string, int> pinReminders_;
   int bounces_ = 0;
   std::atomic<int> counter_{0};

@@ -61,11 +61,14 @@ class ThreadSerialQueue final : public SerialQueue {
   }
 
   void async(std::function<void()> block) override {
+    // Once the block is queued it may release this queue before we return:
+    // touch only the shared state after that.
+    const auto state = state_;
     {
-      std::lock_guard lock(state_->mutex);
-      state_->blocks.push_back(std::move(block));
+      std::lock_guard lock(state->mutex);
+      state->blocks.push_back(std::move(block));
     }
-    state_->wake.notify_one();
+    state->wake.notify_one();
   }
 
   void sync(const std::function<void()>& block) override {
