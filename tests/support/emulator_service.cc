@@ -1,6 +1,7 @@
 #include "support/emulator_service.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "platform/defaults.h"
 
@@ -17,7 +18,7 @@ EmulatorService::EmulatorService(const std::function<void(emulator::Options&)>& 
 }
 
 std::vector<Json> EmulatorService::events() const {
-  Json newestFirst = emulator_->store().events(100000);
+  Json newestFirst = emulator_->store().events(std::numeric_limits<int>::max());
   std::vector<Json> out;
   for (auto it = newestFirst.rbegin(); it != newestFirst.rend(); ++it)
     out.push_back((*it)["event"]);
