@@ -5,9 +5,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
 #include <future>
-#include <sstream>
 
 #include "ostrel/ol_payment_manager.h"
 #include "ostrel/ol_push_manager.h"
@@ -17,13 +15,6 @@ namespace ostrel {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readAll(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::stringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
 
 TEST(SecretsTest, NothingSecretIsStoredOrLoggedAndEverythingIsPrivate) {
   test::TestPlatform base;
@@ -61,7 +52,7 @@ TEST(SecretsTest, NothingSecretIsStoredOrLoggedAndEverythingIsPrivate) {
     }
     ++files;
     EXPECT_EQ(mode, 0600u) << entry.path();
-    const std::string bytes = readAll(entry.path());
+    const std::string bytes = test::readWholeFile(entry.path());
     for (const auto& secret : secrets) {
       EXPECT_EQ(bytes.find(secret), std::string::npos) << secret << " in " << entry.path();
     }

@@ -12,7 +12,6 @@
 #include <future>
 #include <random>
 #include <set>
-#include <sstream>
 
 #include "core/ostrel_facade_impl.h"
 #include "events/event_archive.h"
@@ -25,13 +24,6 @@ namespace ostrel {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readAll(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::stringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
 
 void writeAll(const fs::path& file, const std::string& bytes) {
   std::ofstream(file, std::ios::binary | std::ios::trunc) << bytes;
@@ -49,7 +41,7 @@ int removeUnreadable(const fs::path& folder, bool (*readable)(const std::string&
   int removed = 0;
   if (!fs::is_directory(folder)) return 0;
   for (const auto& entry : fs::directory_iterator(folder)) {
-    if (entry.is_regular_file() && !readable(readAll(entry.path()))) {
+    if (entry.is_regular_file() && !readable(test::readWholeFile(entry.path()))) {
       fs::remove(entry.path());
       ++removed;
     }
@@ -124,7 +116,7 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
     }
     auto readableTokens = [&] {
       int n = 0;
-      for (const auto& f : files) n += fs::exists(f) && decodeToken(readAll(f)) ? 1 : 0;
+      for (const auto& f : files) n += fs::exists(f) && decodeToken(test::readWholeFile(f)) ? 1 : 0;
       return n;
     };
     const int tokensBefore = readableTokens();
@@ -133,12 +125,12 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
       victims.push_back(files[rng() % files.size()]);
     if (cycle == 2) {
       for (const auto& f : files) {
-        if (decodeToken(readAll(f))) victims.push_back(f);
+        if (decodeToken(test::readWholeFile(f))) victims.push_back(f);
       }
     }
     for (const auto& file : victims) {
       if (!fs::exists(file)) continue;
-      const std::string before = readAll(file);
+      const std::string before = test::readWholeFile(file);
       std::string after;
       switch (rng() % 3) {
         case 0:

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "platform/defaults.h"
 #include "platform/runtime.h"
@@ -29,6 +31,13 @@ bool CapturingLogSink::contains(std::string_view fragment) const {
 void CapturingLogSink::clear() {
   std::lock_guard lock(mutex_);
   lines_.clear();
+}
+
+std::string readWholeFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream out;
+  out << in.rdbuf();
+  return out.str();
 }
 
 TempDir::TempDir() {

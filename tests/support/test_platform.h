@@ -33,6 +33,9 @@ class CapturingLogSink : public platform::LogSink {
   std::vector<std::string> lines_;
 };
 
+// The whole content of a file ("" when it cannot be read).
+std::string readWholeFile(const std::string& path);
+
 // A fresh folder under the system's temporary folder, removed on destruction.
 class TempDir {
  public:
