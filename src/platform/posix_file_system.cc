@@ -56,33 +56,17 @@ class PosixFileSystem final : public FileSystem {
     static std::atomic<unsigned long> counter{0};
     std::string tmp = parentOf(path) + "/.tmp-" + std::to_string(::getpid()) + "-" +
                       std::to_string(counter.fetch_add(1));
-    int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kFileMode);
-    if (fd < 0) return storageError("Cannot create file", tmp, errno);
-    const char* p = bytes.data();
-    std::size_t left = bytes.size();
-    while (left > 0) {
-      ssize_t n = ::write(fd, p, left);
-      if (n < 0) {
-        if (errno == EINTR) continue;
-        int err = errno;
-        ::close(fd);
-        ::unlink(tmp.c_str());
-        return storageError("Cannot write file", tmp, err);
-      }
-      p += n;
-      left -= static_cast<std::size_t>(n);
-    }
-    if (::close(fd) != 0) {
-      int err = errno;
-      ::unlink(tmp.c_str());
-      return storageError("Cannot close file", tmp, err);
-    }
+    if (auto written = writeWhole(tmp, bytes, O_TRUNC); !written) return written;
     if (::rename(tmp.c_str(), path.c_str()) != 0) {
       int err = errno;
       ::unlink(tmp.c_str());
       return storageError("Cannot rename file to", path, err);
     }
     return {};
+  }
+
+  Result<void> writeNewFile(const std::string& path, const std::string& bytes) override {
+    return writeWhole(path, bytes, O_EXCL);
   }
 
   Result<std::string> readFile(const std::string& path) const override {
@@ -153,6 +137,34 @@ class PosixFileSystem final : public FileSystem {
   }
 
  private:
+  // Creates `path` (with `createFlag`: O_TRUNC or O_EXCL) and writes all of
+  // `bytes`; on failure nothing is left under that name.
+  static Result<void> writeWhole(const std::string& path, const std::string& bytes,
+                                 int createFlag) {
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | createFlag | O_CLOEXEC, kFileMode);
+    if (fd < 0) return storageError("Cannot create file", path, errno);
+    const char* p = bytes.data();
+    std::size_t left = bytes.size();
+    while (left > 0) {
+      ssize_t n = ::write(fd, p, left);
+      if (n < 0) {
+        if (errno == EINTR) continue;
+        int err = errno;
+        ::close(fd);
+        ::unlink(path.c_str());
+        return storageError("Cannot write file", path, err);
+      }
+      p += n;
+      left -= static_cast<std::size_t>(n);
+    }
+    if (::close(fd) != 0) {
+      int err = errno;
+      ::unlink(path.c_str());
+      return storageError("Cannot close file", path, err);
+    }
+    return {};
+  }
+
   std::string root_;
 };
 

@@ -175,11 +175,14 @@ Result<void> OLChunkedQueue::append(const OLBaseEvent& event) {
   const std::string file = path->substr(path->find_last_of('/') + 1);
   logLine("Writing " + file + " to " + folder + " (" + std::to_string(bytes.size()) + " bytes) #" +
           event.eventType);
-  auto written = runtime::files().writeFileAtomic(*path, bytes);
+  // Each event has a file name of its own, written once: no rename is needed.
+  // A file a crash cut short is skipped as undecodable when its chunk is read;
+  // its append never completed.
+  auto written = runtime::files().writeNewFile(*path, bytes);
   if (!written) {
     // The folder may have vanished behind the queue's back: make it and try once more.
     (void)runtime::files().createDirectories(folder);
-    written = runtime::files().writeFileAtomic(*path, bytes);
+    written = runtime::files().writeNewFile(*path, bytes);
     if (!written) return written.error();
   }
   pushNames_.insert(file);

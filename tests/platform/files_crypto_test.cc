@@ -30,6 +30,12 @@ TEST(PosixFileSystemTest, PrivateFoldersAtomicWritesAndListing) {
   EXPECT_EQ(*files->fileSize(store + "/a"), 7u);
   ASSERT_TRUE(files->writeFileAtomic(store + "/a", "replaced"));
   EXPECT_EQ(*files->readFile(store + "/a"), "replaced");
+  // A new file is written in place, private, and never over an existing one.
+  ASSERT_TRUE(files->writeNewFile(store + "/n", "new"));
+  EXPECT_EQ(modeOf(store + "/n"), 0600u);
+  EXPECT_FALSE(files->writeNewFile(store + "/n", "again"));
+  EXPECT_EQ(*files->readFile(store + "/n"), "new");
+  EXPECT_TRUE(files->remove(store + "/n"));
 
   // A leftover of an interrupted write is not an entry.
   ASSERT_TRUE(files->writeFileAtomic(store + "/.tmp-1-1", "half"));

@@ -21,6 +21,12 @@ class FileSystem {
   // Writes to a temporary name and renames it into place, so that a crash never
   // leaves a half-written file under the final name.
   virtual Result<void> writeFileAtomic(const std::string& path, const std::string& bytes) = 0;
+  // Creates a file that must not exist yet and writes it in place. A crash can
+  // leave it half written, so it suits only content whose reader skips what it
+  // cannot decode (a queued event); it spares the rename of writeFileAtomic.
+  virtual Result<void> writeNewFile(const std::string& path, const std::string& bytes) {
+    return writeFileAtomic(path, bytes);
+  }
   virtual Result<std::string> readFile(const std::string& path) const = 0;
   virtual bool exists(const std::string& path) const = 0;
   virtual bool isDirectory(const std::string& path) const = 0;
