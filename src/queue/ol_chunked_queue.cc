@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <thread>
 
 #include "events/event_archive.h"
 
@@ -35,7 +36,7 @@ OLChunkedQueue::OLChunkedQueue(std::string name, int64_t chunkSize)
     : OLDiskStorage<OLBaseEvent>(std::move(name)),
       chunkMaxSize(chunkSize),
       chunkSizeWriter_(runtime::scheduler().makeSerialQueue("io.ostrel.chunkSize")),
-      pendingChunkSize_(std::make_shared<std::pair<std::mutex, std::optional<int64_t>>>()) {
+      pendingChunkSize_(std::make_shared<PendingChunkSize>()) {
   std::vector<int> keys;
   if (auto names = runtime::files().listDirectory(chunksFolder())) {
     for (const auto& n : *names) {
@@ -97,18 +98,29 @@ void OLChunkedQueue::writeChunkSizeFile(int64_t size) {
   // Written off the queue's thread; a burst of changes coalesces into the latest value.
   bool scheduled;
   {
-    std::lock_guard lock(pendingChunkSize_->first);
-    scheduled = pendingChunkSize_->second.has_value();
-    pendingChunkSize_->second = size;
+    std::lock_guard lock(pendingChunkSize_->mutex);
+    scheduled = pendingChunkSize_->value.has_value();
+    pendingChunkSize_->value = size;
   }
   if (scheduled) return;
   const std::string path = ostrelUrl() + "/chunk-size";
   chunkSizeWriter_->async([pending = pendingChunkSize_, path] {
+    // At most one write per interval: at full speed the size changes with every
+    // event, and a write per event would double the file work of the queue. The
+    // file is a record only; start-up measures the push folder itself.
+    constexpr auto kInterval = std::chrono::milliseconds(5);
+    std::chrono::steady_clock::time_point last;
+    {
+      std::lock_guard lock(pending->mutex);
+      last = pending->lastWrite;
+    }
+    std::this_thread::sleep_until(last + kInterval);
     int64_t value;
     {
-      std::lock_guard lock(pending->first);
-      value = pending->second.value_or(0);
-      pending->second.reset();
+      std::lock_guard lock(pending->mutex);
+      value = pending->value.value_or(0);
+      pending->value.reset();
+      pending->lastWrite = std::chrono::steady_clock::now();
     }
     if (auto written = runtime::files().writeFileAtomic(path, std::to_string(value)); !written) {
       logLine("Cannot write chunk-size: " + written.error().description());

@@ -2,6 +2,7 @@
 // The on-disk event queue: events are written one file each into numbered
 // chunk folders ("EventQueue/Chunks/<key>"); whole chunks are popped oldest
 // first and removed once the service has taken them.
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -79,7 +80,13 @@ class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
   mutable std::mutex snapshotMutex_;
   Snapshot snapshot_;
   std::shared_ptr<platform::SerialQueue> chunkSizeWriter_;
-  std::shared_ptr<std::pair<std::mutex, std::optional<int64_t>>> pendingChunkSize_;
+  // The value waiting for the writer, and when the writer last wrote.
+  struct PendingChunkSize {
+    std::mutex mutex;
+    std::optional<int64_t> value;
+    std::chrono::steady_clock::time_point lastWrite;
+  };
+  std::shared_ptr<PendingChunkSize> pendingChunkSize_;
 };
 
 }  // namespace ostrel
