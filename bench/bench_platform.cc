@@ -1,5 +1,7 @@
 #include "bench_platform.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -37,9 +39,16 @@ long statusField(const char* name) {
 
 }  // namespace
 
-ScratchDir::ScratchDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "ostrel-bench-XXXXXX").string();
+ScratchDir::ScratchDir() : ScratchDir(std::filesystem::temp_directory_path().string()) {}
+
+ScratchDir::ScratchDir(const std::string& parent) {
+  std::string pattern = parent + "/ostrel-bench-XXXXXX";
   path_ = ::mkdtemp(pattern.data()) ? pattern : std::string();
+}
+
+std::string memoryFolder() {
+  const std::string shm = "/dev/shm";
+  return ::access(shm.c_str(), W_OK) == 0 && std::filesystem::is_directory(shm) ? shm : "";
 }
 
 ScratchDir::~ScratchDir() {
@@ -51,6 +60,9 @@ std::unique_ptr<emulator::Emulator> startEmulator(const std::string& dataDir) {
   emulator::Options options;
   options.dataDir = dataDir;
   options.keepAliveSecs = 5;
+  // The service's own database would grow to gigabytes over the stream and
+  // measure its disk, not the library.
+  options.keepEvents = false;
   auto e = std::make_unique<emulator::Emulator>(options);
   if (!e->start()) return nullptr;
   return e;

@@ -14,13 +14,18 @@ namespace ostrel::bench {
 // A temporary folder removed with its content on destruction.
 class ScratchDir {
  public:
+  // Under the system's temporary folder, or under `parent` when given.
   ScratchDir();
+  explicit ScratchDir(const std::string& parent);
   ~ScratchDir();
   const std::string& path() const { return path_; }
 
  private:
   std::string path_;
 };
+
+// A memory-backed folder (/dev/shm) when the machine has a writable one, else "".
+std::string memoryFolder();
 
 // The emulator on a free loopback port, keeping its data under `dataDir`.
 std::unique_ptr<emulator::Emulator> startEmulator(const std::string& dataDir);

@@ -303,13 +303,21 @@ int main(int argc, char** argv) {
   rows.push_back({"(b) events delivered per second over HTTPS", delivered, "events/s", rawDelivery,
                   "raw signed bulk requests of 10, one at a time", ">= 10,000"});
 
+  // The stream measures memory. Its million files go to a memory-backed folder
+  // when there is one: on a disk mounted with synchronous discard each deleted
+  // file waits for the device, and the phase would take minutes measuring it.
   phase("streaming " + std::to_string(streamEvents) + " events");
-  Json stream = runChild({"--child-stream", scratch.path() + "/stream/Ostrel",
+  const std::string streamParent = memoryFolder();
+  ScratchDir streamScratch = streamParent.empty() ? ScratchDir() : ScratchDir(streamParent);
+  Json stream = runChild({"--child-stream", streamScratch.path() + "/Ostrel",
                           std::to_string(emulator->info().port), emulator->info().caFile,
                           std::to_string(streamEvents)});
   rows.push_back({"(d) peak resident memory streaming " + std::to_string(streamEvents),
                   stream.value("peak_rss_kb", 0.0) / 1024, "MB",
-                  empty.value("rss_kb", 0.0) / 1024.0, "an idle facade", "<= 32 MB"});
+                  empty.value("rss_kb", 0.0) / 1024.0,
+                  streamParent.empty() ? "an idle facade; files on disk"
+                                       : "an idle facade; files in " + streamParent,
+                  "<= 32 MB"});
 
   phase("library size");
   const double library = strippedSize(OSTREL_SHARED_LIBRARY) / 1024.0;

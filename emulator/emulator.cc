@@ -104,6 +104,7 @@ Result<Info> Emulator::start() {
   store_ = EmulatorStore::open(dir);
   if (!store_)
     return OLError::LocalError(LocalErrorCodes::StorageError, "Cannot open the database");
+  store_->setKeepEvents(options_.keepEvents);
   if (options_.https) {
     Certificates certs;
     try {

@@ -48,7 +48,8 @@ struct Options {
   bool mandatoryConfirm = false;  // new e-mail accounts must be confirmed first
   int maxPinReminders = 3;
   std::size_t maxBodyBytes = 1 << 20;
-  int keepAliveSecs = 5;  // how long an idle connection is kept (and stop() may wait)
+  bool keepEvents = true;  // off: received events are counted, not stored
+  int keepAliveSecs = 5;   // how long an idle connection is kept (and stop() may wait)
   std::function<void(const std::string&)> log;  // a readable line per request
 };
 

@@ -19,6 +19,9 @@ class EmulatorStore {
   ~EmulatorStore();
 
   void addEvents(const Json& events, double arrivedAt);
+  // Off: events are counted but not kept (load tests, where a database of
+  // millions of rows would measure the disk, not the client).
+  void setKeepEvents(bool keep);
   Json events(int limit) const;
   std::size_t eventCount() const;
 
@@ -56,6 +59,8 @@ class EmulatorStore {
   void exec(const char* sql) const;
   sqlite3* db_;
   mutable std::mutex mutex_;
+  bool keepEvents_ = true;
+  std::size_t countedOnly_ = 0;
 };
 
 }  // namespace ostrel::emulator

@@ -278,5 +278,20 @@ TEST_F(EmulatorTest, EventsPersistAcrossARestartAndShowOnThePage) {
   EXPECT_NE(page.get<std::string>().find("ostrel-emulator"), std::string::npos);
 }
 
+TEST(EmulatorStoreTest, EventsCanBeCountedWithoutBeingKept) {
+  test::TempDir data;
+  auto store = emulator::EmulatorStore::open(data.path());
+  ASSERT_TRUE(store);
+  const Json bulk = Json::array({{{"event_type", "custom event"}, {"name", "a"}},
+                                 {{"event_type", "custom event"}, {"name", "b"}}});
+  store->addEvents(bulk, 1.0);
+  store->setKeepEvents(false);
+  store->addEvents(bulk, 2.0);
+  EXPECT_EQ(store->eventCount(), 4u);
+  EXPECT_EQ(store->events(100).size(), 2u);
+  store->reset();
+  EXPECT_EQ(store->eventCount(), 0u);
+}
+
 }  // namespace
 }  // namespace ostrel
