@@ -69,7 +69,7 @@ Result<std::shared_ptr<OLAttachSessionEvent>> OLAttachSessionEvent::make(
   e->attachType = attachType;
   e->attachedSessionId = std::move(attachedSessionId);
   e->attachedUserId = std::move(attachedUserId);
-  e->customData = std::move(customData);
+  e->customData = copyOfBag(customData);
   return checked(e);
 }
 

@@ -1,6 +1,7 @@
 #include "events/flow_events.h"
 
 #include "core/fatal.h"
+#include "events/simple_object_archive.h"
 #include "platform/runtime.h"
 
 namespace ostrel {
@@ -34,7 +35,7 @@ Result<std::shared_ptr<OLFlowEvent>> OLFlowEvent::make(std::string name, std::st
 Result<void> OLFlowEvent::iterateFlow(std::string newName, FlowStatus nextStatus,
                                       std::shared_ptr<OLSimpleObject> newCustomData) {
   name = std::move(newName);
-  customData = std::move(newCustomData);
+  customData = copyOfBag(newCustomData);
   flowStatus = nextStatus;
   eventType = std::string(rawValue(nextStatus));
   creationDate = runtime::now();
@@ -95,7 +96,7 @@ Result<void> OLTimedEvent::stop(std::shared_ptr<OLSimpleObject> newCustomData) {
   delta = *end - creationDate;
   timerStatus = TimerStatus::Stop;
   eventType = "timer stop";
-  customData = std::move(newCustomData);
+  customData = copyOfBag(newCustomData);
   return checkName(name);
 }
 

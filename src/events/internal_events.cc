@@ -11,7 +11,7 @@ Result<std::shared_ptr<OLSessionEvent>> OLSessionEvent::make(
       new OLSessionEvent("start session", std::move(sessionId), std::move(userId)));
   e->deviceInfo = std::move(deviceInfo);
   e->isFirstStart = isFirstStart;
-  e->customData = std::move(customData);
+  e->customData = copyOfBag(customData);
   e->refreshedSession = std::move(refreshedSession);
   return checked(e);
 }
@@ -57,7 +57,7 @@ Result<std::shared_ptr<OLIdentifyEvent>> OLIdentifyEvent::make(
     LoginType loginType) {
   auto e = std::shared_ptr<OLIdentifyEvent>(
       new OLIdentifyEvent("identify", std::move(sessionId), std::move(userId)));
-  e->customData = std::move(customData);
+  e->customData = copyOfBag(customData);
   e->loginType = loginType;
   return checked(e);
 }

@@ -83,7 +83,7 @@ OLExternalEvent::OLExternalEvent(std::string name, std::string eventType, std::s
                                  std::string userId, std::shared_ptr<OLSimpleObject> customData)
     : OLBaseEvent(std::move(eventType), std::move(sessionId), std::move(userId)),
       name(std::move(name)),
-      customData(std::move(customData)) {}
+      customData(copyOfBag(customData)) {}
 
 Result<void> OLExternalEvent::checkName(const std::string& name) {
   if (matchesEventNameRule(name)) return {};

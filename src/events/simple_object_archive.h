@@ -18,6 +18,12 @@ class SimpleObjectArchive : public Archivable {
 };
 
 // The bag stored under `key`, or nothing when it is absent or no longer valid.
+// An event keeps its own copy of the host's bag: the host may change or reuse
+// its bag right after the call, from any thread.
+inline std::shared_ptr<OLSimpleObject> copyOfBag(const std::shared_ptr<OLSimpleObject>& bag) {
+  return bag ? std::make_shared<OLSimpleObject>(*bag) : nullptr;
+}
+
 std::shared_ptr<OLSimpleObject> decodeSimpleObject(const ArchiveReader& reader,
                                                    std::string_view key);
 
