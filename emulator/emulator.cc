@@ -81,7 +81,8 @@ Json Info::toJson() const {
               {"ca_file", caFile}};
 }
 
-Emulator::Emulator(Options options) : options_(std::move(options)) {}
+Emulator::Emulator(Options options)
+    : options_(std::move(options)), latencyMs_(options_.latencyMs) {}
 
 Emulator::~Emulator() {
   stop();
@@ -191,6 +192,11 @@ void Emulator::logRequest(const httplib::Request& req, int status) {
                req.path + " (" + std::to_string(req.body.size()) + " bytes)");
 }
 
+void Emulator::clearFaults() {
+  std::lock_guard lock(mutex_);
+  faults_.clear();
+}
+
 std::optional<Emulator::Fault> Emulator::takeFault(const std::string& path) {
   std::lock_guard lock(mutex_);
   auto it = faults_.find(path);
@@ -233,6 +239,9 @@ void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
     reply(res, 200, Json{{"status", "somebody else"}});
     logRequest(req, 200);
     return;
+  }
+  if (int latency = latencyMs_.load(); latency > 0) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(latency));
   }
   if (auto fault = takeFault(req.path)) {
     {

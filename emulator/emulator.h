@@ -50,6 +50,7 @@ struct Options {
   std::size_t maxBodyBytes = 1 << 20;
   bool keepEvents = true;  // off: received events are counted, not stored
   int keepAliveSecs = 5;   // how long an idle connection is kept (and stop() may wait)
+  int latencyMs = 0;       // every reply of the service waits this long, as a far server would
   std::function<void(const std::string&)> log;  // a readable line per request
 };
 
@@ -83,6 +84,8 @@ class Emulator {
   // (205 answers normally but with that status).
   void injectFault(const std::string& endpoint, int status, int count = 1, int delayMs = 0);
   void injectFault(const std::string& endpoint, const Fault& fault, int count = 1);
+  // Forgets every fault not served yet.
+  void clearFaults();
   // Every fault served, oldest first: {"path", "status", "delay_ms", "drop",
   // "body", "request"} with the body of the request it answered.
   std::vector<Json> servedFaults();
@@ -90,6 +93,7 @@ class Emulator {
   int requestCount(const std::string& path);
   void setOperatorBounces(int bounces);
   void setAutologinLifetime(double secs);
+  void setLatency(int ms) { latencyMs_ = ms; }
   EmulatorStore& store() { return *store_; }
   static constexpr const char* kOperatorHost = "operator.mno.test";
   // Somebody else's server, reached through the "outside" fault.
@@ -118,6 +122,7 @@ class Emulator {
   std::map<std::string, int> pinReminders_;
   int bounces_ = 0;
   std::atomic<int> counter_{0};
+  std::atomic<int> latencyMs_{0};
 };
 
 }  // namespace ostrel::emulator

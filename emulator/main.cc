@@ -1,5 +1,6 @@
 // ostrel-emulator [--port N] [--http] [--domain D] [--data DIR] [--app ID:SECRET ...]
 //                 [--operator-bounces K] [--autologin-lifetime SECS] [--mandatory-confirm]
+//                 [--latency MS]
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -18,7 +19,7 @@ int usage(const std::string& problem) {
   std::fprintf(stderr,
                "ostrel-emulator: %s\nusage: ostrel-emulator [--port N] [--http] [--domain D] "
                "[--data DIR] [--app ID:SECRET ...] [--operator-bounces K] "
-               "[--autologin-lifetime SECS] [--mandatory-confirm]\n",
+               "[--autologin-lifetime SECS] [--mandatory-confirm] [--latency MS]\n",
                problem.c_str());
   return 2;
 }
@@ -35,7 +36,7 @@ int main(int argc, char** argv) {
     } else if (a == "--mandatory-confirm") {
       options.mandatoryConfirm = true;
     } else if (a == "--port" || a == "--domain" || a == "--data" || a == "--app" ||
-               a == "--operator-bounces" || a == "--autologin-lifetime") {
+               a == "--operator-bounces" || a == "--autologin-lifetime" || a == "--latency") {
       const char* v = value();
       if (!v) return usage("missing value for " + a);
       if (a == "--port") options.port = std::atoi(v);
@@ -43,6 +44,7 @@ int main(int argc, char** argv) {
       if (a == "--data") options.dataDir = v;
       if (a == "--operator-bounces") options.operatorBounces = std::atoi(v);
       if (a == "--autologin-lifetime") options.autologinLifetime = std::atof(v);
+      if (a == "--latency") options.latencyMs = std::atoi(v);
       if (a == "--app") {
         std::string app = v;
         auto colon = app.find(':');
