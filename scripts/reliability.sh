@@ -6,7 +6,7 @@
 # damaged storage root, then every fuzz target.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/scripts/build.sh" release ostrel_campaign_tests ostrel_crash_producer
+"$root/scripts/build.sh" release ostrel_campaign_tests ostrel_host_producer
 campaigns="$root/build/release/tests/queue/ostrel_campaign_tests"
 log="$root/build/release/reliability.log"
 status=0

@@ -1,6 +1,7 @@
 #pragma once
 // Ostrel: the library's single entry point. Create it once with the application
 // secret; every other component hangs off it.
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -119,6 +120,23 @@ class Ostrel {
                              AttachType attachType,
                              std::shared_ptr<OLSimpleObject> customData = nullptr);
   void flushEvents(DictionaryCallback callback);
+
+  // Durability. An analytics call that returned success has handed its event
+  // to the library's intake; the intake's own thread writes it to disk within
+  // milliseconds, and from then on it survives a crash and is delivered
+  // (possibly twice after a crash, never not at all). A normal exit (a return
+  // from main, std::exit) and the destruction of the facade write what is
+  // still in memory, waiting at most a second; network work is abandoned.
+  //
+  // waitUntilPersisted: any thread, never from a library callback; blocks
+  // until every event accepted before the call is on disk, or the timeout
+  // passes (answers false then). No network is involved.
+  bool waitUntilPersisted(std::chrono::milliseconds timeout);
+  // shutdown: any thread; writes what was accepted (waiting at most `timeout`
+  // for a write under way), stops the timers and abandons queued and running
+  // work. Later analytics calls fail with OstrelNotInitialized; a pending
+  // flushEvents callback is answered with that error. Idempotent.
+  void shutdown(std::chrono::milliseconds timeout = std::chrono::seconds(1));
 
   // For tests and tools: an instance that is not the process-wide one.
   static Result<std::shared_ptr<Ostrel>> makeUnshared(

@@ -18,18 +18,7 @@ std::mutex g_instanceMutex;
 std::shared_ptr<Ostrel>& g_instance = *new std::shared_ptr<Ostrel>();
 std::atomic<bool> g_initializing{false};
 
-OLError notInitialized(std::string message) {
-  return OLError::LocalError(LocalErrorCodes::OstrelNotInitialized, std::move(message));
-}
-
 }  // namespace
-
-OLError missingInternalStatus() {
-  return notInitialized("Ostrel not initialized. Missing internal status");
-}
-OLError missingEventQueueManager() {
-  return notInitialized("Ostrel not initialized. Missing Event Queue Manager");
-}
 
 const std::string& Ostrel::versionString() {
   // VCS tag, commit and build date, computed once.

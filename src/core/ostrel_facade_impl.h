@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 
+#include "core/missing_component.h"
 #include "core/ostrel_configuration.h"
 #include "core/ostrel_environment.h"
 #include "ostrel/ostrel.h"
@@ -44,9 +45,5 @@ class OstrelFacadeImpl {
   int lifeCycleObserver = 0;
   std::shared_ptr<platform::SerialQueue> terminateQueue;
 };
-
-// The errors of a missing component.
-OLError missingInternalStatus();
-OLError missingEventQueueManager();
 
 }  // namespace ostrel

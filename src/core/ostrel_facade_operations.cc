@@ -187,6 +187,14 @@ void Ostrel::flushEvents(DictionaryCallback callback) {
   impl_->eventManager->flushEvents(std::move(callback));
 }
 
+bool Ostrel::waitUntilPersisted(std::chrono::milliseconds timeout) {
+  return impl_->eventManager && impl_->eventManager->waitUntilPersisted(timeout);
+}
+
+void Ostrel::shutdown(std::chrono::milliseconds timeout) {
+  if (impl_->eventManager) impl_->eventManager->shutdown(timeout);
+}
+
 void Ostrel::syncUserState(ErrorCallback callback) {
   if (!impl_->_ostrelStatus) return callback(missingInternalStatus());
   auto builder =

@@ -16,6 +16,8 @@ namespace ostrel {
 OstrelFacadeImpl::~OstrelFacadeImpl() {
   if (refreshObserver) NotificationCenter::defaultCenter().removeObserver(refreshObserver);
   if (lifeCycleObserver) runtime::current().lifeCycle->removeObserver(lifeCycleObserver);
+  // Others may still hold the manager (a login flow under way): stop it now.
+  if (eventManager) eventManager->shutdown(std::chrono::milliseconds(1000));
 }
 
 void OstrelFacadeImpl::setupExternalParamenters(

@@ -69,6 +69,36 @@ class PosixFileSystem final : public FileSystem {
     return writeWhole(path, bytes, O_EXCL);
   }
 
+  Result<void> appendToFile(const std::string& path, const std::string& bytes) override {
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kFileMode);
+    if (fd < 0) return storageError("Cannot open file", path, errno);
+    auto written = writeAll(fd, path, bytes);
+    if (::close(fd) != 0 && written) return storageError("Cannot close file", path, errno);
+    return written;
+  }
+
+  Result<std::string> readFileRange(const std::string& path, uint64_t offset,
+                                    std::size_t length) const override {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return storageError("Cannot open file", path, errno);
+    std::string out(length, '\0');
+    std::size_t got = 0;
+    while (got < length) {
+      ssize_t n = ::pread(fd, out.data() + got, length - got, static_cast<off_t>(offset + got));
+      if (n < 0) {
+        if (errno == EINTR) continue;
+        int err = errno;
+        ::close(fd);
+        return storageError("Cannot read file", path, err);
+      }
+      if (n == 0) break;
+      got += static_cast<std::size_t>(n);
+    }
+    ::close(fd);
+    out.resize(got);
+    return out;
+  }
+
   Result<std::string> readFile(const std::string& path) const override {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return storageError("Cannot open file", path, errno);
@@ -137,25 +167,31 @@ class PosixFileSystem final : public FileSystem {
   }
 
  private:
-  // Creates `path` (with `createFlag`: O_TRUNC or O_EXCL) and writes all of
-  // `bytes`; on failure nothing is left under that name.
-  static Result<void> writeWhole(const std::string& path, const std::string& bytes,
-                                 int createFlag) {
-    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | createFlag | O_CLOEXEC, kFileMode);
-    if (fd < 0) return storageError("Cannot create file", path, errno);
+  static Result<void> writeAll(int fd, const std::string& path, const std::string& bytes) {
     const char* p = bytes.data();
     std::size_t left = bytes.size();
     while (left > 0) {
       ssize_t n = ::write(fd, p, left);
       if (n < 0) {
         if (errno == EINTR) continue;
-        int err = errno;
-        ::close(fd);
-        ::unlink(path.c_str());
-        return storageError("Cannot write file", path, err);
+        return storageError("Cannot write file", path, errno);
       }
       p += n;
       left -= static_cast<std::size_t>(n);
+    }
+    return {};
+  }
+
+  // Creates `path` (with `createFlag`: O_TRUNC or O_EXCL) and writes all of
+  // `bytes`; on failure nothing is left under that name.
+  static Result<void> writeWhole(const std::string& path, const std::string& bytes,
+                                 int createFlag) {
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | createFlag | O_CLOEXEC, kFileMode);
+    if (fd < 0) return storageError("Cannot create file", path, errno);
+    if (auto written = writeAll(fd, path, bytes); !written) {
+      ::close(fd);
+      ::unlink(path.c_str());
+      return written;
     }
     if (::close(fd) != 0) {
       int err = errno;

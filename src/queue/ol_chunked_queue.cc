@@ -155,7 +155,10 @@ std::string OLChunkedQueue::pushUrl() {
 }
 
 Result<std::string> OLChunkedQueue::getStorePathFromItem(const OLBaseEvent& item) {
-  std::string name = item.uniqueName();
+  return pathForName(item.uniqueName());
+}
+
+std::string OLChunkedQueue::pathForName(std::string name) {
   // Two events of one type in the same microsecond would share a name; keep both.
   if (pushNames_.count(name)) {
     // Zero-padded, so that names of one microsecond list in the order written.
@@ -179,22 +182,25 @@ Result<std::optional<std::string>> OLChunkedQueue::getPathFromHandler(
   return std::optional<std::string>(chunksFolder() + "/" + std::to_string(chunkKeys().front()));
 }
 
-Result<void> OLChunkedQueue::append(const OLBaseEvent& event) {
-  const std::string bytes = StorableTraits<OLBaseEvent>::archive(event);
-  auto path = getStorePathFromItem(event);
-  if (!path) return path.error();
-  const std::string folder = path->substr(0, path->find_last_of('/'));
-  const std::string file = path->substr(path->find_last_of('/') + 1);
+IntakeRecord OLChunkedQueue::recordOf(const OLBaseEvent& event) {
+  return {event.uniqueName(), event.eventType, StorableTraits<OLBaseEvent>::archive(event)};
+}
+
+Result<void> OLChunkedQueue::append(const IntakeRecord& record) {
+  const std::string& bytes = record.archive;
+  const std::string path = pathForName(record.fileName);
+  const std::string folder = path.substr(0, path.find_last_of('/'));
+  const std::string file = path.substr(path.find_last_of('/') + 1);
   logLine("Writing " + file + " to " + folder + " (" + std::to_string(bytes.size()) + " bytes) #" +
-          event.eventType);
+          record.eventType);
   // Each event has a file name of its own, written once: no rename is needed.
   // A file a crash cut short is skipped as undecodable when its chunk is read;
   // its append never completed.
-  auto written = runtime::files().writeNewFile(*path, bytes);
+  auto written = runtime::files().writeNewFile(path, bytes);
   if (!written) {
     // The folder may have vanished behind the queue's back: make it and try once more.
     (void)runtime::files().createDirectories(folder);
-    written = runtime::files().writeNewFile(*path, bytes);
+    written = runtime::files().writeNewFile(path, bytes);
     if (!written) return written.error();
   }
   pushNames_.insert(file);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "events/ol_base_event.h"
+#include "queue/intake_frame.h"
 #include "queue/ol_disk_storage.h"
 
 namespace ostrel {
@@ -34,8 +35,11 @@ class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
   Result<std::optional<std::string>> getPathFromHandler(
       const std::optional<std::string>& handler) override;
 
+  // What an event becomes in a chunk: its file name and its archive.
+  static IntakeRecord recordOf(const OLBaseEvent& event);
   // Appends one event to the push chunk (opening a new chunk when it is full).
-  Result<void> append(const OLBaseEvent& event);
+  Result<void> append(const OLBaseEvent& event) { return append(recordOf(event)); }
+  Result<void> append(const IntakeRecord& record);
   // The events of a chunk (the oldest without a handler), oldest first; the
   // handler is set to the chunk's key. Undecodable files are skipped.
   Result<std::vector<std::shared_ptr<OLBaseEvent>>> popChunk(std::optional<std::string>& handler,
@@ -66,6 +70,7 @@ class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
   void ensureKeys();
   void writeChunkSizeFile(int64_t size);
   void refreshSnapshotLocked();
+  std::string pathForName(std::string name);
 
   int64_t chunkMaxSize;
   std::optional<std::vector<int>> _chunkKeys;

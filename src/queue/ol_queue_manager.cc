@@ -1,6 +1,10 @@
 #include "queue/ol_queue_manager.h"
 
+#include <algorithm>
+#include <atomic>
+
 #include "core/device_information.h"
+#include "core/missing_component.h"
 #include "core/ol_status.h"
 #include "events/content_events.h"
 #include "events/internal_events.h"
@@ -21,11 +25,24 @@ OLError invalidEvent(std::string message, std::optional<Json> extra = std::nullo
 template <class T>
 Result<void> queued(OLQueueManager& manager, Result<std::shared_ptr<T>> made) {
   if (!made) return made.error();
-  manager.queueEvent(*made);
-  return {};
+  return manager.queueEvent(*made);
 }
 
 }  // namespace
+
+// One explicit flush: answered exactly once.
+struct OLQueueManager::FlushRun {
+  explicit FlushRun(std::function<void(std::optional<OLError>, std::optional<Json>)> callback)
+      : callback(std::move(callback)) {}
+  void answer(std::optional<OLError> error, std::optional<Json> details) {
+    if (!answered.exchange(true)) callback(std::move(error), std::move(details));
+  }
+  std::function<void(std::optional<OLError>, std::optional<Json>)> callback;
+  std::atomic<bool> answered{false};
+  int flushed = 0;
+  // Chunks left to send, counted after the first send; -1 before it.
+  long remaining = -1;
+};
 
 std::shared_ptr<OLQueueManager> OLQueueManager::make(
     std::shared_ptr<ConnectorBuilder> connectorBuilder, const OstrelConfiguration& configuration,
@@ -34,10 +51,22 @@ std::shared_ptr<OLQueueManager> OLQueueManager::make(
   m->_ostrelStatus = std::move(ostrelStatus);
   m->connectorBuilder = std::move(connectorBuilder);
   m->_config = configuration;
+  m->flowStore_ = std::make_unique<OLFlowStore>("Flow");
+  if (auto stored = m->flowStore_->get(StorableTraits<OLFlowEvent>::kActiveFlow, false)) {
+    m->activeFlow = *stored;
+  } else {
+    logLine("Cannot read the flow in progress: " + stored.error().description());
+  }
   m->eventQueue_ = std::make_shared<OLChunkedQueue>("EventQueue", configuration.chunkSizeBytes);
-  m->dispatchQueue_ = runtime::scheduler().makeSerialQueue("com.QueueManager.OstrelClient");
+  const auto& platform = runtime::current();
+  m->dispatchQueue_ = platform.scheduler->makeSerialQueue("com.QueueManager.OstrelClient");
   m->operationQueue_ = OperationQueue::make(m->dispatchQueue_);
+  m->intake_ = EventIntake::open(platform.files, platform.scheduler,
+                                 platform.files->storageRoot() + "/" + EventIntake::kFolder, {});
   std::weak_ptr<OLQueueManager> weak = m;
+  m->intake_->start([weak](IntakeRecord record, EventIntake::Ticket ticket) {
+    if (auto self = weak.lock()) self->feed(std::move(record), std::move(ticket));
+  });
   m->heartbeatTimer_ =
       runtime::scheduler().scheduleTimer(configuration.heartbeatPeriodSec, true, [weak] {
         if (auto self = weak.lock()) self->heartbeatHandler();
@@ -47,26 +76,63 @@ std::shared_ptr<OLQueueManager> OLQueueManager::make(
 }
 
 OLQueueManager::~OLQueueManager() {
+  shutdown(std::chrono::milliseconds(1000));
+}
+
+void OLQueueManager::shutdown(std::chrono::milliseconds timeout) {
+  std::vector<std::shared_ptr<FlushRun>> runs;
+  {
+    std::lock_guard lock(mutex_);
+    if (shutDown_) return;
+    shutDown_ = true;
+    for (auto& w : flushRuns_) {
+      if (auto run = w.lock()) runs.push_back(std::move(run));
+    }
+    flushRuns_.clear();
+  }
   if (_expireTimer) _expireTimer->invalidate();
   if (heartbeatTimer_) heartbeatTimer_->invalidate();
+  // Everything accepted is in the intake; what the operation queue still holds
+  // is replayed from there at the next start.
+  intake_->close(timeout);
+  operationQueue_->setSuspended(true);
+  for (const auto& op : operationQueue_->operations()) op->cancel();
+  for (auto& run : runs) run->answer(missingEventQueueManager(), std::nullopt);
 }
 
 std::string OLQueueManager::currentUserId() {
   return _ostrelStatus->userState()->currentUserToken();
 }
 
-void OLQueueManager::queueEvent(std::shared_ptr<OLBaseEvent> event) {
+Result<void> OLQueueManager::queueEvent(std::shared_ptr<OLBaseEvent> event) {
+  if (auto accepted = intake_->accept(OLChunkedQueue::recordOf(*event)); !accepted) {
+    std::lock_guard lock(mutex_);
+    return shutDown_ ? missingEventQueueManager() : accepted.error();
+  }
   notify(OLNotification::AnalyticEventAdded, this, nullptr, event);
+  return {};
+}
+
+void OLQueueManager::feed(IntakeRecord record, EventIntake::Ticket ticket) {
   std::weak_ptr<OLQueueManager> weak = weak_from_this();
-  const void* sender = this;
   operationQueue_->addOperation(std::make_shared<OLAddChunkOperation>(
-      eventQueue_, std::move(event), [sender](std::optional<OLError> error) {
-        // The session lives on while events are added.
-        NotificationCenter::defaultCenter().post(
-            Notification{"refresh_session", sender, error,
-                         error ? Json{{"error", error->description()}} : Json()});
+      eventQueue_, std::move(record), std::move(ticket.wanted),
+      [weak, done = std::move(ticket.done)](std::optional<Result<void>> outcome) {
+        if (auto self = weak.lock()) self->appended(outcome);
+        // Not written (no longer wanted) counts as not appended: the intake
+        // keeps it for later.
+        done(outcome && *outcome);
       }));
-  if (isQueueReady()) OperationQueueResume(false);
+}
+
+void OLQueueManager::appended(const std::optional<Result<void>>& outcome) {
+  if (!outcome) return;  // not written: no longer wanted
+  std::optional<OLError> error;
+  if (!*outcome) error = outcome->error();
+  // The session lives on while events are added.
+  NotificationCenter::defaultCenter().post(Notification{
+      "refresh_session", this, error, error ? Json{{"error", error->description()}} : Json()});
+  if (isQueueReady()) resume(false, true);
 }
 
 bool OLQueueManager::isQueueReady() {
@@ -76,28 +142,49 @@ bool OLQueueManager::isQueueReady() {
 }
 
 void OLQueueManager::OperationQueueResume(bool force) {
+  resume(force, true);
+}
+
+void OLQueueManager::resume(bool force, bool honourBackoff) {
   // A flush is added when none is waiting yet, even behind pending appends, so
   // a steady stream of events cannot starve the upload; only one runs at a time.
   // Checked against the last flush only: looking through the whole queue would
   // cost every event the length of the backlog.
-  bool flushWaiting;
+  bool add;
   {
     std::lock_guard lock(mutex_);
+    if (shutDown_) return;
     auto last = lastFlush_.lock();
-    flushWaiting = last && !last->isExecuting() && !last->isFinished() && !last->isCancelled();
+    const bool flushWaiting =
+        last && !last->isExecuting() && !last->isFinished() && !last->isCancelled();
+    add = !flushWaiting && !(honourBackoff && backingOff_);
   }
-  if (!flushWaiting) addConsumeOperation(force);
+  if (add) addConsumeOperation(force);
   if (operationQueue_->isSuspended()) operationQueue_->setSuspended(false);
 }
 
-void OLQueueManager::addConsumeOperation(bool forceConsume) {
+std::shared_ptr<OLConsumeBlockOperation> OLQueueManager::makeConsumeOperation(bool forceConsume) {
   AutologinStarter starter;
   {
     std::lock_guard lock(mutex_);
     starter = autologin_;
   }
-  auto op = std::make_shared<OLConsumeBlockOperation>(
-      eventQueue_, connectorBuilder->buildConnector(), starter, forceConsume);
+  return std::make_shared<OLConsumeBlockOperation>(eventQueue_, connectorBuilder->buildConnector(),
+                                                   std::move(starter), forceConsume);
+}
+
+void OLQueueManager::addConsumeOperation(bool forceConsume) {
+  auto op = makeConsumeOperation(forceConsume);
+  std::weak_ptr<OLQueueManager> weak = weak_from_this();
+  std::weak_ptr<OLConsumeBlockOperation> weakOp = op;
+  op->setCompletionBlock([weak, weakOp] {
+    auto self = weak.lock();
+    auto done = weakOp.lock();
+    // A backlog drains at the network's pace: one chunk per round trip.
+    if (self && done && self->flushSettled(*done) && self->isQueueReady()) {
+      self->resume(false, true);
+    }
+  });
   {
     std::lock_guard lock(mutex_);
     lastFlush_ = op;
@@ -105,40 +192,108 @@ void OLQueueManager::addConsumeOperation(bool forceConsume) {
   operationQueue_->addOperation(op);
 }
 
+bool OLQueueManager::flushSettled(const OLConsumeBlockOperation& op) {
+  if (op.isCancelled()) return false;
+  double delay = 0;
+  {
+    std::lock_guard lock(mutex_);
+    if (shutDown_) return false;
+    if (!op.outcome || !op.chunkKept) {
+      backoffSecs_ = 0;
+      backingOff_ = false;
+      return true;
+    }
+    // A transient failure: wait 1 s, then twice as long after each further
+    // one, up to 5 minutes; the random part keeps many devices from coming
+    // back all at once after an outage.
+    backoffSecs_ = backoffSecs_ == 0 ? 1 : std::min(backoffSecs_ * 2, 300.0);
+    if (backingOff_) return false;  // a retry is scheduled already
+    backingOff_ = true;
+    const auto random = runtime::crypto().randomBytes(2);
+    const double spread =
+        (static_cast<unsigned char>(random[0]) << 8 | static_cast<unsigned char>(random[1])) /
+        65535.0;
+    delay = backoffSecs_ * (0.5 + 0.5 * spread);
+  }
+  std::weak_ptr<OLQueueManager> weak = weak_from_this();
+  runtime::scheduler().after(delay, [weak] {
+    if (auto self = weak.lock()) self->retryAfterBackoff();
+  });
+  return false;
+}
+
+void OLQueueManager::retryAfterBackoff() {
+  {
+    std::lock_guard lock(mutex_);
+    backingOff_ = false;
+  }
+  if (isQueueReady() || eventQueue_->snapshot().oldestCount > 0) resume(true, false);
+}
+
 void OLQueueManager::flushEvents(
     std::function<void(std::optional<OLError>, std::optional<Json>)> callback) {
-  // Sends chunk after chunk until the queue holds nothing more or a send fails.
-  auto flushed = std::make_shared<int>(0);
-  auto step = std::make_shared<std::function<void()>>();
+  auto run = std::make_shared<FlushRun>(std::move(callback));
+  {
+    std::lock_guard lock(mutex_);
+    if (shutDown_) {
+      run->answered = true;
+    } else {
+      flushRuns_.erase(std::remove_if(flushRuns_.begin(), flushRuns_.end(),
+                                      [](const auto& w) { return w.expired(); }),
+                       flushRuns_.end());
+      flushRuns_.push_back(run);
+    }
+  }
+  if (run->answered) {
+    run->callback(missingEventQueueManager(), std::nullopt);
+    return;
+  }
+  // The first send goes behind the appends of every event accepted so far.
   std::weak_ptr<OLQueueManager> weak = weak_from_this();
-  *step = [weak, step, flushed, callback] {
-    auto self = weak.lock();
-    if (!self) return;
-    auto op = std::make_shared<OLConsumeBlockOperation>(
-        self->eventQueue_, self->connectorBuilder->buildConnector(), self->autologin_, true);
-    std::weak_ptr<OLConsumeBlockOperation> weakOp = op;
-    op->setCompletionBlock([weak, weakOp, step, flushed, callback] {
-      auto self = weak.lock();
-      auto done = weakOp.lock();
-      if (!self || !done) return;
-      if (done->outcome) {
-        callback(done->outcome, std::nullopt);
-        *step = nullptr;
-        return;
-      }
-      ++*flushed;
-      const auto s = self->eventQueue_->snapshot();
-      if (s.chunkCount > 1 || s.oldestCount > 0) {
-        (*step)();
-      } else {
-        callback(std::nullopt, Json{{"flushedChunks", *flushed}});
-        *step = nullptr;
-      }
-    });
-    self->operationQueue_->addOperation(op);
-  };
-  (*step)();
+  intake_->whenFed(intake_->acceptedCount(), [weak, run] {
+    if (auto self = weak.lock()) {
+      self->flushStep(run);
+    } else {
+      run->answer(missingEventQueueManager(), std::nullopt);
+    }
+  });
   if (operationQueue_->isSuspended()) operationQueue_->setSuspended(false);
+}
+
+void OLQueueManager::flushStep(std::shared_ptr<FlushRun> run) {
+  auto op = makeConsumeOperation(true);
+  std::weak_ptr<OLQueueManager> weak = weak_from_this();
+  std::weak_ptr<OLConsumeBlockOperation> weakOp = op;
+  op->setCompletionBlock([weak, weakOp, run] {
+    auto self = weak.lock();
+    auto done = weakOp.lock();
+    if (!self || !done || done->isCancelled()) {
+      run->answer(missingEventQueueManager(), std::nullopt);
+      return;
+    }
+    (void)self->flushSettled(*done);
+    if (done->outcome) {
+      run->answer(done->outcome, std::nullopt);
+      return;
+    }
+    ++run->flushed;
+    const auto s = self->eventQueue_->snapshot();
+    const bool more = s.chunkCount > 1 || s.oldestCount > 0;
+    // The chunks there now hold every event accepted before the flush: send
+    // that many more at most, so that a host recording meanwhile cannot keep
+    // the flush from ever answering.
+    if (run->remaining < 0) run->remaining = static_cast<long>(s.chunkCount);
+    if (more && run->remaining-- > 0) {
+      self->flushStep(run);
+    } else {
+      run->answer(std::nullopt, Json{{"flushedChunks", run->flushed}});
+    }
+  });
+  operationQueue_->addOperation(op);
+}
+
+bool OLQueueManager::waitUntilPersisted(std::chrono::milliseconds timeout) {
+  return intake_->waitUntilPersisted(intake_->acceptedCount(), timeout);
 }
 
 void OLQueueManager::startExpireTimer() {
@@ -177,7 +332,9 @@ void OLQueueManager::libraryGoToBackground() {
 
 void OLQueueManager::libraryGoToForeground() {
   startExpireTimer();
-  OperationQueueResume(true);
+  resume(true, false);
+  // Events accepted in the background wait in the intake: hand them on.
+  intake_->kick();
 }
 
 Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
@@ -187,15 +344,24 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
       return queued(*this, OLCustomEvent::make(name, _ostrelStatus->sessionId(), currentUserId(),
                                                std::move(customData)));
     case _EventType::TimerStart: {
-      std::lock_guard lock(mutex_);
-      if (timers.count(name)) {
-        return invalidEvent("Cannot Start a timer already present", Json{{"timerName", name}});
-      }
       auto timer = OLTimedEvent::make(name, _ostrelStatus->sessionId(), currentUserId(),
                                       std::move(customData));
       if (!timer) return timer.error();
-      timers[name] = *timer;
-      queueEvent((*timer)->snapshot());
+      {
+        std::lock_guard lock(mutex_);
+        if (timers.count(name)) {
+          return invalidEvent("Cannot Start a timer already present", Json{{"timerName", name}});
+        }
+        timers[name] = *timer;
+      }
+      // Queued without the lock: accepting an event may call back into this
+      // manager (an observer of the added notification, a ready queue).
+      if (auto queued = queueEvent((*timer)->snapshot()); !queued) {
+        std::lock_guard lock(mutex_);
+        if (auto it = timers.find(name); it != timers.end() && it->second == *timer)
+          timers.erase(it);
+        return queued;
+      }
       return {};
     }
     case _EventType::TimerStop: {
@@ -210,19 +376,19 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
         if (auto stopped = timer->stop(std::move(customData)); !stopped) return stopped;
         timers.erase(it);
       }
-      queueEvent(timer);
-      return {};
+      return queueEvent(timer);
     }
     case _EventType::FlowBegin: {
       auto flow = OLFlowEvent::make(name, _ostrelStatus->sessionId(), currentUserId(),
                                     std::move(customData));
       if (!flow) return flow.error();
+      auto stage = (*flow)->snapshot();
       {
         std::lock_guard lock(mutex_);
         activeFlow = *flow;
       }
-      queueEvent((*flow)->snapshot());
-      return {};
+      storeFlow(stage);
+      return queueEvent(stage);
     }
     case _EventType::FlowStep:
       return flowOperation(name, FlowStatus::Step, std::move(customData));
@@ -239,6 +405,7 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
 Result<void> OLQueueManager::flowOperation(const std::string& name, FlowStatus status,
                                            std::shared_ptr<OLSimpleObject> customData) {
   std::shared_ptr<OLFlowEvent> stage;
+  Result<void> moved;
   {
     std::lock_guard lock(mutex_);
     if (!activeFlow) return invalidEvent("Flow was never begun");
@@ -249,14 +416,26 @@ Result<void> OLQueueManager::flowOperation(const std::string& name, FlowStatus s
                                      : "Cannot finish an event never started",
                                  std::nullopt, Json{{"flowId", activeFlow->flowId}});
     }
-    auto moved = status == FlowStatus::Succeeded
-                     ? activeFlow->flowSucceed(name, std::move(customData))
-                     : activeFlow->iterateFlow(name, status, std::move(customData));
-    if (!moved) return moved;
+    moved = status == FlowStatus::Succeeded
+                ? activeFlow->flowSucceed(name, std::move(customData))
+                : activeFlow->iterateFlow(name, status, std::move(customData));
     stage = activeFlow->snapshot();
   }
-  queueEvent(stage);
-  return {};
+  // A refused name leaves the flow changed, and so does the store.
+  storeFlow(stage);
+  if (!moved) return moved;
+  return queueEvent(stage);
+}
+
+void OLQueueManager::storeFlow(std::shared_ptr<OLFlowEvent> stage) {
+  // Written in call order on the manager's queue, never on the caller's thread.
+  dispatchQueue_->async([store = flowStore_.get(), weak = weak_from_this(), stage] {
+    auto self = weak.lock();
+    if (!self) return;
+    if (auto added = store->add(*stage); !added) {
+      logLine("Cannot store the flow in progress: " + added.error().description());
+    }
+  });
 }
 
 Result<void> OLQueueManager::addRankContentEvent(const std::string& contentId, RankingScope scope,
@@ -341,7 +520,12 @@ void OLQueueManager::setAutologinStarter(AutologinStarter starter) {
 }
 
 void OLQueueManager::waitUntilIdle() {
-  operationQueue_->waitUntilAllOperationsAreFinished();
+  for (;;) {
+    operationQueue_->waitUntilAllOperationsAreFinished();
+    if (operationQueue_->isSuspended()) return;
+    if (intake_->isDrained() && operationQueue_->operationCount() == 0) return;
+    intake_->waitForProgress(std::chrono::milliseconds(5));
+  }
 }
 
 }  // namespace ostrel

@@ -1,5 +1,6 @@
 #include "queue/queue_operations.h"
 
+#include "core/ostrel_api_endpoint.h"
 #include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
 
@@ -11,11 +12,10 @@ void OLAddChunkOperation::main() {
     return;
   }
   setState(State::executing);
-  std::optional<OLError> error;
-  if (auto queue = eventQueue.lock()) {
-    if (auto added = queue->append(*item); !added) error = added.error();
-  }
-  if (onAdded_) onAdded_(error);
+  std::optional<Result<void>> outcome;
+  auto queue = eventQueue.lock();
+  if (queue && (!wanted_ || wanted_())) outcome = queue->append(item);
+  if (onAdded_) onAdded_(std::move(outcome));
   setState(State::finished);
 }
 
@@ -27,8 +27,6 @@ void OLConsumeBlockOperation::main() {
   setState(State::executing);
   auto self = std::static_pointer_cast<OLConsumeBlockOperation>(shared_from_this());
   consume([self](std::optional<OLError> error, std::optional<Json> details) {
-    self->outcome = error;
-    self->details = details;
     if (!error) {
       notify(OLNotification::AnalyticEventsFlushed, self.get(),
              Json{{"error", "none"}, {"params", details ? *details : Json("none")}});
@@ -41,12 +39,43 @@ void OLConsumeBlockOperation::main() {
   });
 }
 
+void OLConsumeBlockOperation::settle(std::optional<OLError> error, std::optional<Json> details,
+                                     bool kept) {
+  outcome = std::move(error);
+  this->details = std::move(details);
+  chunkKept = kept;
+}
+
+Json OLConsumeBlockOperation::sendable(const std::vector<std::shared_ptr<OLBaseEvent>>& events,
+                                       const std::string& handler) {
+  // An event the bulk body's own check refuses (a number that is not finite,
+  // from a store written before such numbers were refused) would fail its
+  // whole chunk on every attempt and hold up every later chunk for good.
+  Json out = Json::array();
+  const auto check = getBodyTypeValidator(OstrelAPIEndpoint::TrackBulk);
+  for (const auto& e : events) {
+    Json one = e->getEventDictionary();
+    if (auto ok = check(Json::array({one})); !ok) {
+      logLine("Dropping an event of chunk " + handler +
+              " that can never be sent: " + ok.error().description());
+      continue;
+    }
+    out.push_back(std::move(one));
+  }
+  return out;
+}
+
 void OLConsumeBlockOperation::consume(ConsumeCallback callback) {
+  auto finish = [this, callback](std::optional<OLError> error, std::optional<Json> details,
+                                 bool kept) {
+    settle(error, details, kept);
+    callback(std::move(error), std::move(details));
+  };
   auto queue = eventQueue.lock();
   if (!queue) {
-    callback(OLError::LocalError(LocalErrorCodes::QueueError, "Error in get event from queue",
-                                 std::nullopt, Json{{"handler", nullptr}, {"eventCount", 0}}),
-             std::nullopt);
+    finish(OLError::LocalError(LocalErrorCodes::QueueError, "Error in get event from queue",
+                               std::nullopt, Json{{"handler", nullptr}, {"eventCount", 0}}),
+           std::nullopt, true);
     return;
   }
   std::optional<std::string> handler;
@@ -57,30 +86,29 @@ void OLConsumeBlockOperation::consume(ConsumeCallback callback) {
   logLine("Consuming popChunk of " + std::to_string(count));
   logLine("queue Details:  pushUrl = " + queue->pushUrl() + ", chunkKeys = [" + keys + "]");
   if (!popped || !handler) {
-    callback(
-        OLError::LocalError(
-            LocalErrorCodes::QueueError, "Error in get event from queue", std::nullopt,
-            Json{{"handler", handler ? Json(*handler) : Json(nullptr)}, {"eventCount", count}}),
-        std::nullopt);
+    finish(OLError::LocalError(
+               LocalErrorCodes::QueueError, "Error in get event from queue", std::nullopt,
+               Json{{"handler", handler ? Json(*handler) : Json(nullptr)}, {"eventCount", count}}),
+           std::nullopt, true);
     return;
   }
-  if (popped->empty()) {
-    // An empty chunk is dropped unless it is the only one (then it stays the push chunk).
-    if (queue->chunkKeys().size() > 1) {
+  Json events = popped->empty() ? Json::array() : sendable(*popped, *handler);
+  if (events.empty()) {
+    // An empty chunk is dropped unless it is the only one (then it stays the push
+    // chunk); so is one whose every event was dropped above.
+    if (queue->chunkKeys().size() > 1 || !popped->empty()) {
       if (auto removed = queue->removeChunk(*handler); !removed) {
         logLine("Nothing to send but Error in removing chunk from queue " +
                 removed.error().description());
-        callback(
+        finish(
             OLError::LocalError(LocalErrorCodes::QueueError, "Error in removing chunk from queue"),
-            std::nullopt);
+            std::nullopt, true);
         return;
       }
     }
-    callback(std::nullopt, Json{{"handler", *handler}, {"eventCount", 0}});
+    finish(std::nullopt, Json{{"handler", *handler}, {"eventCount", 0}}, false);
     return;
   }
-  Json events = Json::array();
-  for (const auto& e : *popped) events.push_back(e->getEventDictionary());
   sendToServer(std::move(events), *handler, std::move(callback));
 }
 
@@ -92,10 +120,13 @@ void OLConsumeBlockOperation::sendToServer(Json events, const std::string& handl
       OstrelAPIEndpoint::TrackBulk, events,
       [self, handler, count, callback](std::optional<OLError> error, int64_t status,
                                        std::optional<Json>) {
-        // The reply arrives on the network thread; the chunk is settled on the queue's thread.
+        auto finish = [&](std::optional<OLError> e, std::optional<Json> details, bool kept) {
+          self->settle(e, details, kept);
+          callback(std::move(e), std::move(details));
+        };
         auto queue = self->eventQueue.lock();
         if (!queue) {
-          callback(error, std::nullopt);
+          finish(error, std::nullopt, true);
           return;
         }
         Json details = {{"handler", handler}, {"eventCount", count}, {"statusCode", status}};
@@ -103,18 +134,24 @@ void OLConsumeBlockOperation::sendToServer(Json events, const std::string& handl
           if (auto removed = queue->removeChunk(handler); !removed) {
             logLine("Sending went well but Error in removing chunk from queue " +
                     removed.error().description());
-            callback(OLError::LocalError(LocalErrorCodes::QueueError,
-                                         "Error in removing chunk from queue"),
-                     std::nullopt);
+            finish(OLError::LocalError(LocalErrorCodes::QueueError,
+                                       "Error in removing chunk from queue"),
+                   std::nullopt, true);
             return;
           }
           if (status == 205 && self->autologin_) self->autologin_();
-          callback(std::nullopt, details);
+          finish(std::nullopt, details, false);
           return;
         }
-        // A permanent refusal drops the chunk; 408, 5xx and transport failures keep it.
-        if (status != 408 && status >= 300 && status <= 499) (void)queue->removeChunk(handler);
-        callback(error, std::nullopt);
+        // A permanent refusal drops the chunk: the service said no (3xx, 4xx
+        // other than 408), or no request could ever carry it (the body's own
+        // check, answered before any network use). 408, 5xx and transport
+        // failures keep it.
+        const bool refused = status != 408 && status >= 300 && status <= 499;
+        const bool unsendable =
+            status == 0 && error->is(LocalErrorCodes::ConnectionValidationError);
+        if (refused || unsendable) (void)queue->removeChunk(handler);
+        finish(error, std::nullopt, !(refused || unsendable));
       });
 }
 

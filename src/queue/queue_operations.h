@@ -12,18 +12,26 @@ namespace ostrel {
 
 class OLLoginBuilder;
 
+// Appends one accepted event, as the intake recorded it, to the chunked queue.
 class OLAddChunkOperation : public AsynchronousOperation {
  public:
-  OLAddChunkOperation(std::weak_ptr<OLChunkedQueue> eventQueue, std::shared_ptr<OLBaseEvent> item,
-                      std::function<void(std::optional<OLError>)> onAdded = nullptr)
-      : eventQueue(std::move(eventQueue)), item(std::move(item)), onAdded_(std::move(onAdded)) {}
+  // `wanted` (may be empty) is asked first: an event no longer wanted is not
+  // written. `onAdded` gets the outcome of the write, absent when skipped.
+  OLAddChunkOperation(std::weak_ptr<OLChunkedQueue> eventQueue, IntakeRecord item,
+                      std::function<bool()> wanted,
+                      std::function<void(std::optional<Result<void>>)> onAdded)
+      : eventQueue(std::move(eventQueue)),
+        item(std::move(item)),
+        wanted_(std::move(wanted)),
+        onAdded_(std::move(onAdded)) {}
   void main() override;
 
   std::weak_ptr<OLChunkedQueue> eventQueue;
-  std::shared_ptr<OLBaseEvent> item;
+  IntakeRecord item;
 
  private:
-  std::function<void(std::optional<OLError>)> onAdded_;
+  std::function<bool()> wanted_;
+  std::function<void(std::optional<Result<void>>)> onAdded_;
 };
 
 // Starts the autologin the service asks for with status 205.
@@ -46,12 +54,19 @@ class OLConsumeBlockOperation : public AsynchronousOperation {
   OLConnector connector;
   AutologinStarter autologin_;
   bool forceConsume;
-  // How the flush ended, set before the operation finishes.
+  // How the flush ended, set before the operation finishes: the error, the
+  // flush's details, and whether a chunk stays queued for a later attempt
+  // (a transient failure: 408, 5xx, no answer).
   std::optional<OLError> outcome;
   std::optional<Json> details;
+  bool chunkKept = false;
 
  private:
   void sendToServer(Json events, const std::string& handler, ConsumeCallback callback);
+  void settle(std::optional<OLError> error, std::optional<Json> details, bool kept);
+  // Drops, with a console line, the events that no request could ever carry.
+  static Json sendable(const std::vector<std::shared_ptr<OLBaseEvent>>& events,
+                       const std::string& handler);
 };
 
 }  // namespace ostrel

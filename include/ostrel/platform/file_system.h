@@ -27,7 +27,27 @@ class FileSystem {
   virtual Result<void> writeNewFile(const std::string& path, const std::string& bytes) {
     return writeFileAtomic(path, bytes);
   }
+  // Appends the bytes to a file (created when missing) with one write, so that
+  // what a crash leaves is a prefix of what was appended. The default suits a
+  // host's file system that cannot append; it rewrites the whole file.
+  virtual Result<void> appendToFile(const std::string& path, const std::string& bytes) {
+    std::string whole;
+    if (exists(path)) {
+      auto old = readFile(path);
+      if (!old) return old.error();
+      whole = std::move(*old);
+    }
+    return writeFileAtomic(path, whole + bytes);
+  }
   virtual Result<std::string> readFile(const std::string& path) const = 0;
+  // At most `length` bytes from `offset` on (fewer at the end of the file).
+  virtual Result<std::string> readFileRange(const std::string& path, uint64_t offset,
+                                            std::size_t length) const {
+    auto whole = readFile(path);
+    if (!whole) return whole.error();
+    if (offset >= whole->size()) return std::string();
+    return whole->substr(static_cast<std::size_t>(offset), length);
+  }
   virtual bool exists(const std::string& path) const = 0;
   virtual bool isDirectory(const std::string& path) const = 0;
   // Names (not paths) of the entries of a folder, unsorted.

@@ -1,0 +1,165 @@
+#pragma once
+// The write-ahead intake of the event queue. An event that a producer accepted
+// is in memory only until the intake's thread appends it, with every other
+// event accepted meanwhile, in one write to a log segment ("EventIntake/<n>.log").
+// From there the intake hands events to the chunked queue at the queue's pace,
+// never more than a bounded number at a time, and deletes a segment once all
+// of its events are in chunks. A process that is killed replays, at its next
+// start, what its log holds beyond the last checkpoint: an event can reach the
+// chunks twice, never not at all.
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ostrel/platform/file_system.h"
+#include "ostrel/platform/scheduler.h"
+#include "ostrel/result.h"
+#include "queue/intake_frame.h"
+
+namespace ostrel {
+
+class EventIntake : public std::enable_shared_from_this<EventIntake> {
+ public:
+  struct Limits {
+    // Accepted bytes waiting for their write; past it accept() waits for the disk.
+    std::size_t pendingBytes = 8u << 20;
+    // Events handed to the chunked queue and not yet appended.
+    std::size_t outstanding = 512;
+    // A segment is closed once it holds this much.
+    uint64_t segmentBytes = 1u << 20;
+    // How often the position of the last appended event is recorded, at most.
+    double checkpointSecs = 0.01;
+    // Wait after a failed write or append before trying again.
+    double retrySecs = 1.0;
+  };
+
+  // One event handed to the chunked queue. `wanted()` is false once the intake
+  // no longer expects it (an earlier one failed and will be handed again);
+  // `done(appended)` must be called exactly once, from any thread.
+  struct Ticket {
+    std::function<bool()> wanted;
+    std::function<void(bool appended)> done;
+  };
+  using Feed = std::function<void(IntakeRecord, Ticket)>;
+
+  // Opens the log in `folder` (created when missing); replays nothing yet.
+  static std::shared_ptr<EventIntake> open(std::shared_ptr<platform::FileSystem> files,
+                                           std::shared_ptr<platform::Scheduler> scheduler,
+                                           std::string folder, Limits limits);
+  ~EventIntake();
+  EventIntake(const EventIntake&) = delete;
+  EventIntake& operator=(const EventIntake&) = delete;
+
+  // Starts handing events (first those a previous run left) to `feed`, which
+  // runs on the intake's thread.
+  void start(Feed feed);
+
+  // Takes one event; any thread. Touches no file: the event is durable once
+  // the intake's thread has written it, a few hundred microseconds later.
+  // Answers the event's number in this run (from 1). Waits while more than
+  // `pendingBytes` are unwritten; fails when the intake was closed or the disk
+  // has refused every write for a while and memory is full.
+  Result<uint64_t> accept(const IntakeRecord& record);
+
+  uint64_t acceptedCount() const;
+  uint64_t persistedCount() const;
+  // Waits until events 1..`upTo` of this run are written; false on time-out.
+  bool waitUntilPersisted(uint64_t upTo, std::chrono::milliseconds timeout);
+  // Runs `then` once events 1..`upTo` of this run, and all that a previous
+  // run left, were handed to the feed (at once, on the caller's thread, when
+  // they were; else on the intake's thread).
+  void whenFed(uint64_t upTo, std::function<void()> then);
+  // True when nothing waits to be written, handed or appended.
+  bool isDrained() const;
+  // Waits until an event is written or appended, or the time-out passes.
+  void waitForProgress(std::chrono::milliseconds timeout);
+  // Hands on again at once after a pause (a failed append is retried later).
+  void kick();
+
+  // Writes what is accepted and unwritten, records the checkpoint and stops
+  // handing events on; later accept() calls fail. Waits at most `timeout` for
+  // a write that is under way. Idempotent; also run at process exit.
+  void close(std::chrono::milliseconds timeout);
+
+  // For benchmarks: called on the intake's thread with the number of events
+  // of this run written so far, after every write.
+  void setPersistedObserver(std::function<void(uint64_t)> observer);
+
+  // The folder name under the storage root.
+  static constexpr const char* kFolder = "EventIntake";
+
+ private:
+  struct Position {
+    uint64_t segment = 0;
+    uint64_t offset = 0;
+  };
+
+  EventIntake(std::shared_ptr<platform::FileSystem> files,
+              std::shared_ptr<platform::Scheduler> scheduler, std::string folder, Limits limits);
+  void recover();
+  std::string segmentPath(uint64_t segment) const;
+  void drain();
+  // Writes `pending_`; the caller holds writeMutex_.
+  void writePendingLocked();
+  void feed();
+  void applied(Position after, uint64_t newCount, uint64_t generation, bool ok);
+  void trimLocked(Position after, std::vector<uint64_t>& removable);
+  void scheduleCheckpoint();
+  void writeCheckpoint();
+  void notifyFedLocked(std::vector<std::function<void()>>& ready);
+  bool fedLocked(uint64_t upTo) const;
+  void post(void (EventIntake::*member)());
+
+  const std::shared_ptr<platform::FileSystem> files_;
+  const std::shared_ptr<platform::Scheduler> scheduler_;
+  const std::string folder_;
+  const Limits limits_;
+  std::shared_ptr<platform::SerialQueue> queue_;
+  Feed feed_;
+  uint64_t exitHook_ = 0;
+
+  // One writer at a time: the intake's thread, or close() on another thread.
+  std::timed_mutex writeMutex_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable persistedChanged_;
+  std::condition_variable spaceFreed_;
+  std::string pending_;  // frames accepted and not written
+  uint64_t pendingCount_ = 0;
+  uint64_t accepted_ = 0;
+  uint64_t persisted_ = 0;
+  bool drainScheduled_ = false;
+  bool closed_ = false;
+  bool writeFailing_ = false;
+  double retryWriteAt_ = 0;
+  // The segment being written, and the final length of every older one.
+  uint64_t writeSegment_ = 1;
+  uint64_t writeOffset_ = 0;
+  std::map<uint64_t, uint64_t> finished_;
+  uint64_t firstNewSegment_ = 1;
+  // Handing on: the next frame to read, the events in flight, how many events
+  // of this run were handed, and the end of the last event appended.
+  Position feedPosition_;
+  uint64_t feedNewCount_ = 0;
+  uint64_t fedNew_ = 0;
+  std::size_t outstanding_ = 0;
+  uint64_t generation_ = 0;
+  Position applied_;
+  uint64_t appliedNew_ = 0;
+  bool checkpointScheduled_ = false;
+  bool checkpointDirty_ = false;
+  bool feedRetryScheduled_ = false;
+  std::vector<std::pair<uint64_t, std::function<void()>>> fedWaiters_;
+  std::function<void(uint64_t)> persistedObserver_;
+  // Bytes of the segment being read, from `bufferStart_` on.
+  std::string buffer_;
+  Position bufferStart_;
+};
+
+}  // namespace ostrel
