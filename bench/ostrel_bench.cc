@@ -1,12 +1,18 @@
 // ostrel-bench: the end-to-end figures, each beside a raw baseline measured in
 // the same run. Prints a table and writes the same figures as JSON.
-//   ostrel-bench [--events N] [--stream-events N] [--micro FILE] [--json FILE]
+//   ostrel-bench [--events N] [--stream-events N] [--drain-events N] [--steady-secs S]
+//                [--micro FILE] [--json FILE]
 // The start-up and streaming figures run in child processes of this program so
 // that their memory is their own.
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +20,7 @@
 #include <fstream>
 #include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench_platform.h"
@@ -171,24 +178,169 @@ int childStartup(const std::string& root) {
   std::_Exit(0);
 }
 
-// Child: `n` events through the whole pipeline to the emulator; peak memory.
+// A service that takes connections and never answers: a listening socket that
+// nobody accepts from. Answers its port.
+int blackhole() {
+  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof addr;
+  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+      ::listen(fd, 1024) != 0 ||
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &length) != 0) {
+    std::exit(1);
+  }
+  return ntohs(addr.sin_port);
+}
+
+// Child: a host recording `n` events flat out against a service that never
+// answers; the memory it holds meanwhile, and how long the calls took.
 int childStream(const std::string& root, const emulator::Info& service, int n) {
   auto facade = startFacade(root, service);
   auto data = OLSimpleObject::fromJSONString(kEventData);
   const auto start = Clock::now();
-  const int batch = 1000;
-  for (int i = 0; i < n; i += batch) {
-    for (int j = 0; j < batch && i + j < n; ++j) (void)facade->sendEvent("stream_event", data);
-    // A host records at its own pace; this one waits for the disk every batch.
-    facade->impl().eventManager->waitUntilIdle();
-  }
-  flushAll(*facade);
-  std::printf("%s\n", dumpJson(Json{{"secs", secondsSince(start)},
-                                    {"peak_rss_kb", peakResidentKb()},
-                                    {"baseline_rss_kb", 0}})
+  int accepted = 0;
+  for (int i = 0; i < n; ++i) accepted += facade->sendEvent("stream_event", data) ? 1 : 0;
+  const double acceptSecs = secondsSince(start);
+  const bool persisted = facade->waitUntilPersisted(std::chrono::seconds(120));
+  std::printf("%s\n", dumpJson(Json{{"accept_secs", acceptSecs},
+                                    {"accepted", accepted},
+                                    {"persisted", persisted},
+                                    {"persist_secs", secondsSince(start)},
+                                    {"peak_rss_kb", peakResidentKb()}})
                           .c_str());
   std::fflush(stdout);
   std::_Exit(0);
+}
+
+double percentile(std::vector<double> values, double p) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  return values[std::min(values.size() - 1, static_cast<std::size_t>(p * values.size()))];
+}
+
+struct Window {
+  double medianMs = 0, p99Ms = 0, offered = 0;
+};
+
+// The accept-to-durable window: from a sendEvent return until the intake has
+// written the event, with events offered at `rate` per second.
+Window acceptToDurable(const std::string& root, int rate, int n) {
+  auto facade = startFacade(root, std::nullopt);
+  auto intake = facade->impl().eventManager->intake();
+  std::vector<Clock::time_point> accepted(n), durable(n);
+  const uint64_t base = intake->acceptedCount();
+  uint64_t seen = base;
+  intake->setPersistedObserver([&](uint64_t persisted) {
+    const auto now = Clock::now();
+    for (; seen < persisted; ++seen) {
+      const uint64_t i = seen - base;
+      if (i < static_cast<uint64_t>(n)) durable[i] = now;
+    }
+  });
+  const auto start = Clock::now();
+  const auto step = std::chrono::nanoseconds(1000000000LL / rate);
+  for (int i = 0; i < n; ++i) {
+    const auto due = start + step * i;
+    while (Clock::now() < due) {
+    }
+    (void)facade->sendEvent("durable_event", nullptr);
+    accepted[i] = Clock::now();
+  }
+  const double offered = n / secondsSince(start);
+  facade->waitUntilPersisted(std::chrono::seconds(60));
+  facade->shutdown();
+  intake->setPersistedObserver(nullptr);
+  std::vector<double> windows;
+  for (int i = 0; i < n; ++i) {
+    windows.push_back(
+        std::max(0.0, std::chrono::duration<double, std::milli>(durable[i] - accepted[i]).count()));
+  }
+  return {percentile(windows, 0.5), percentile(windows, 0.99), offered};
+}
+
+int chunkCount(const std::string& root) {
+  std::error_code ignored;
+  int n = 0;
+  for (const auto& entry :
+       std::filesystem::directory_iterator(root + "/EventQueue/Chunks", ignored)) {
+    n += entry.is_directory() ? 1 : 0;
+  }
+  return n;
+}
+
+struct LatencyFigures {
+  double steadyEvents = 0, steadyBound = 0;  // events/s, and the bound at the chunks sent
+  double drainSecs = 0, drainBound = 0;      // seconds, and chunks x round trip
+  int chunks = 0;
+};
+
+// With the service `latencyMs` away: the events per second delivered while a
+// host records faster than that allows, without any explicit flush, and the
+// time a backlog of `drainEvents` takes to leave; each against the bound of one
+// chunk per round trip.
+LatencyFigures latencyFigures(emulator::Emulator& emulator, const std::string& parent,
+                              int latencyMs, int drainEvents, double steadySecs) {
+  LatencyFigures f;
+  const double rtt = latencyMs / 1000.0;
+  auto data = OLSimpleObject::fromJSONString(kEventData);
+  {
+    ScratchDir dir(parent);
+    emulator.setLatency(latencyMs);
+    auto facade = startFacade(dir.path() + "/Ostrel", emulator.info());
+    std::atomic<bool> stop{false};
+    std::thread producer([&] {
+      const auto begin = Clock::now();
+      for (int i = 0; !stop; ++i) {
+        std::this_thread::sleep_until(begin + std::chrono::milliseconds(i));  // 1,000 events/s
+        (void)facade->sendEvent("steady_event", data);
+      }
+    });
+    const double warmUp = std::min(5.0, steadySecs / 4);
+    std::this_thread::sleep_for(std::chrono::duration<double>(warmUp));
+    const auto events0 = emulator.store().eventCount();
+    const int requests0 = emulator.requestCount("/events/track_bulk");
+    const auto t0 = Clock::now();
+    std::this_thread::sleep_for(std::chrono::duration<double>(steadySecs - warmUp));
+    const double window = secondsSince(t0);
+    const double events = static_cast<double>(emulator.store().eventCount() - events0);
+    const int requests = emulator.requestCount("/events/track_bulk") - requests0;
+    f.steadyEvents = events / window;
+    // One chunk per round trip, at the size the chunks had.
+    f.steadyBound = requests > 0 ? events / requests / rtt : 0;
+    stop = true;
+    producer.join();
+    facade->shutdown();
+  }
+  {
+    // The backlog, written while no service is reachable.
+    ScratchDir dir(parent);
+    const std::string root = dir.path() + "/Ostrel";
+    {
+      emulator.setLatency(0);
+      auto facade = startFacade(root, std::nullopt);
+      for (int i = 0; i < drainEvents; ++i) (void)facade->sendEvent("backlog_event", data);
+      facade->impl().eventManager->waitUntilIdle();
+      facade->shutdown();
+    }
+    f.chunks = chunkCount(root);
+    emulator.setLatency(latencyMs);
+    const auto before = emulator.store().eventCount();
+    const auto start = Clock::now();
+    auto facade = startFacade(root, emulator.info());
+    // No flush is asked for: the session start's append finds the queue ready.
+    const double limit = f.chunks * rtt * 5 + 60;
+    while (emulator.store().eventCount() - before < static_cast<std::size_t>(drainEvents) &&
+           secondsSince(start) < limit) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    f.drainSecs = secondsSince(start);
+    f.drainBound = f.chunks * rtt;
+    facade->shutdown();
+    emulator.setLatency(0);
+  }
+  return f;
 }
 
 long strippedSize(const std::string& library) {
@@ -207,6 +359,8 @@ struct Row {
   double baseline;
   std::string baselineName;
   std::string target;
+  // When value / baseline is not the figure's ratio (a time against its bound).
+  std::optional<double> ratio = std::nullopt;
 };
 
 void report(const std::vector<Row>& rows, const Json& micro, const std::string& jsonPath) {
@@ -215,7 +369,7 @@ void report(const std::vector<Row>& rows, const Json& micro, const std::string& 
   Json summary = Json::object();
   summary["end_to_end"] = Json::array();
   for (const auto& r : rows) {
-    const double ratio = r.baseline > 0 ? r.value / r.baseline : 0;
+    const double ratio = r.ratio ? *r.ratio : r.baseline > 0 ? r.value / r.baseline : 0;
     std::printf("%-44s %14.1f %-8s %14.1f  %-7.3f %s  (baseline: %s)\n", r.figure.c_str(), r.value,
                 r.unit.c_str(), r.baseline, ratio, r.target.c_str(), r.baselineName.c_str());
     summary["end_to_end"].push_back(Json{{"figure", r.figure},
@@ -279,6 +433,8 @@ int main(int argc, char** argv) {
   }
   const int events = std::stoi(option("--events", "100000"));
   const int streamEvents = std::stoi(option("--stream-events", "1000000"));
+  const int drainEvents = std::stoi(option("--drain-events", "100000"));
+  const double steadySecs = std::stod(option("--steady-secs", "20"));
   const std::string jsonPath = option("--json", "bench-summary.json");
   Json micro;
   if (auto microPath = option("--micro", ""); !microPath.empty()) {
@@ -319,21 +475,50 @@ int main(int argc, char** argv) {
   rows.push_back({"(b) events delivered per second over HTTPS", delivered, "events/s", rawDelivery,
                   "raw signed bulk requests of 10, one at a time", ">= 10,000"});
 
-  // The stream measures memory. Its million files go to a memory-backed folder
-  // when there is one: on a disk mounted with synchronous discard each deleted
-  // file waits for the device, and the phase would take minutes measuring it.
-  phase("streaming " + std::to_string(streamEvents) + " events");
+  // The stream measures memory. Its files go to a memory-backed folder when
+  // there is one: on a disk mounted with synchronous discard each deleted file
+  // waits for the device, and the phase would take minutes measuring it.
+  phase("streaming " + std::to_string(streamEvents) +
+        " events flat out to a service that never answers");
   const std::string streamParent = memoryFolder();
   ScratchDir streamScratch = streamParent.empty() ? ScratchDir() : ScratchDir(streamParent);
-  Json stream = runChild({"--child-stream", streamScratch.path() + "/Ostrel",
-                          std::to_string(emulator->info().port), emulator->info().caFile,
-                          std::to_string(streamEvents)});
-  rows.push_back({"(d) peak resident memory streaming " + std::to_string(streamEvents),
+  Json stream =
+      runChild({"--child-stream", streamScratch.path() + "/Ostrel", std::to_string(blackhole()),
+                emulator->info().caFile, std::to_string(streamEvents)});
+  rows.push_back({"(d) peak resident memory, " + std::to_string(stream.value("accepted", 0)) +
+                      " accepted flat out, service never answers",
                   stream.value("peak_rss_kb", 0.0) / 1024, "MB",
                   empty.value("rss_kb", 0.0) / 1024.0,
                   streamParent.empty() ? "an idle facade; files on disk"
                                        : "an idle facade; files in " + streamParent,
                   "<= 32 MB"});
+  rows.push_back({"(d) ... the calls took", stream.value("accept_secs", 0.0), "s",
+                  stream.value("persist_secs", 0.0), "until all were on disk", "-"});
+
+  // The figures below measure the library and the network, not this disk.
+  const std::string fastParent = streamParent.empty() ? scratch.path() : streamParent;
+  phase("accept-to-durable window at 100,000 events/s offered");
+  {
+    ScratchDir dir(fastParent);
+    const auto w = acceptToDurable(dir.path() + "/Ostrel", 100000, 200000);
+    rows.push_back(
+        {"(f) accept-to-durable p99", w.p99Ms, "ms", w.medianMs, "the median", "p99 <= 5 ms"});
+    rows.push_back(
+        {"(f) ... events offered per second", w.offered, "events/s", 100000, "asked for", "-"});
+  }
+
+  for (int latency : {50, 100}) {
+    phase("delivery " + std::to_string(latency) + " ms away: steady, then a backlog of " +
+          std::to_string(drainEvents));
+    const auto f = latencyFigures(*emulator, fastParent, latency, drainEvents, steadySecs);
+    const std::string ms = std::to_string(latency) + " ms";
+    rows.push_back({"(g) delivered/s, steady, " + ms + " away", f.steadyEvents, "events/s",
+                    f.steadyBound, "one chunk per round trip", ">= 0.9 x bound"});
+    rows.push_back({"(g) drain of " + std::to_string(drainEvents) + " (" +
+                        std::to_string(f.chunks) + " chunks), " + ms + " away",
+                    f.drainSecs, "s", f.drainBound, "one chunk per round trip, in s",
+                    ">= 0.9 x bound", f.drainSecs > 0 ? f.drainBound / f.drainSecs : 0});
+  }
 
   phase("library size");
   const double library = strippedSize(OSTREL_SHARED_LIBRARY) / 1024.0;

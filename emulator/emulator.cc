@@ -172,8 +172,8 @@ std::vector<Json> Emulator::servedFaults() {
 
 int Emulator::requestCount(const std::string& path) {
   std::lock_guard lock(mutex_);
-  return static_cast<int>(std::count_if(requests_.begin(), requests_.end(),
-                                        [&](const Json& r) { return r["path"] == path; }));
+  auto it = requestTotals_.find(path);
+  return it == requestTotals_.end() ? 0 : it->second;
 }
 
 void Emulator::setOperatorBounces(int bounces) {
@@ -222,6 +222,7 @@ void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
                              {"body", req.body},
                              {"at", nowSecs()}});
     if (requests_.size() > 1000) requests_.pop_front();
+    ++requestTotals_[req.path];
   }
   const std::string host =
       req.get_header_value("Host").substr(0, req.get_header_value("Host").find(':'));

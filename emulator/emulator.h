@@ -118,6 +118,7 @@ class Emulator {
   std::mutex mutex_;
   std::map<std::string, std::vector<Fault>> faults_;
   std::deque<Json> requests_;  // the last 1000, oldest first
+  std::map<std::string, int> requestTotals_;  // every request, by path
   std::vector<Json> servedFaults_;
   std::map<std::string, int> pinReminders_;
   int bounces_ = 0;

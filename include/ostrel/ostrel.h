@@ -65,6 +65,12 @@ class Ostrel {
       const std::optional<ExternalParameters>& dictParameters = std::nullopt,
       Platform platform = Platform{});
   static Result<std::shared_ptr<Ostrel>> getSharedInstance();
+  // Deletes everything the library keeps under the platform's storage root:
+  // queued events, tokens, meta info, flags, settings (and so the device
+  // identifier). For a host whose start fails on a damaged store (the error's
+  // extra names the file and the cause). Refused while the process-wide
+  // instance exists. Call it from the thread that starts the library.
+  static Result<void> resetStorage(Platform platform = Platform{});
 
   ~Ostrel();
 

@@ -14,10 +14,10 @@ namespace ostrel {
 OLStatus::OLStatus() = default;
 OLStatus::~OLStatus() = default;
 
-std::shared_ptr<OLStatus> OLStatus::make(const OstrelConfiguration& configuration,
-                                         std::shared_ptr<DeviceInformation> devInfo,
-                                         std::shared_ptr<ConnectorBuilder> connectorBuilder,
-                                         std::shared_ptr<OLSimpleObject> customData) {
+Result<std::shared_ptr<OLStatus>> OLStatus::make(const OstrelConfiguration& configuration,
+                                                 std::shared_ptr<DeviceInformation> devInfo,
+                                                 std::shared_ptr<ConnectorBuilder> connectorBuilder,
+                                                 std::shared_ptr<OLSimpleObject> customData) {
   auto status = std::shared_ptr<OLStatus>(new OLStatus());
   status->queue_ = runtime::scheduler().makeSerialQueue("com.kestavello.ostrel.runningLoginFlow");
   status->_deviceInfo = std::move(devInfo);
@@ -27,10 +27,10 @@ std::shared_ptr<OLStatus> OLStatus::make(const OstrelConfiguration& configuratio
   status->storedFlags_ = std::make_unique<OLMap<Flag>>("ApplicationFlags");
   auto user =
       OLUserStatus::make(configuration, std::move(connectorBuilder), status->_deviceInfo->deviceId);
-  if (!user) return nullptr;
-  logLine("######Created User with currentToken: " + user->currentUserToken() +
-          " autologinToken:" + user->autologinTokenDescription());
-  status->userState_ = std::move(user);
+  if (!user) return user.error();
+  logLine("######Created User with currentToken: " + (*user)->currentUserToken() +
+          " autologinToken:" + (*user)->autologinTokenDescription());
+  status->userState_ = std::move(*user);
   return status;
 }
 
@@ -96,15 +96,30 @@ bool OLStatus::setCurrentRunningFlow(const std::shared_ptr<OLLoginFlowBase>& flo
 }
 
 void OLStatus::freeCurrentRunningFlow(const OLLoginFlowBase* flow) {
+  std::vector<std::function<void()>> waiters;
   queue_->sync([&] {
     if (_runningLoginFlow.get() == flow) {
       logLine("setting current flow to none");
       _runningLoginFlow.reset();
+      waiters.swap(flowFreedWaiters_);
     } else {
       logLine("cannot free current flow because " + (flow ? flow->description() : "nil") +
               " is not the running one");
     }
   });
+  for (auto& then : waiters) then();
+}
+
+void OLStatus::whenRunningFlowFreed(std::function<void()> then) {
+  bool now = false;
+  queue_->sync([&] {
+    if (_runningLoginFlow) {
+      flowFreedWaiters_.push_back(std::move(then));
+    } else {
+      now = true;
+    }
+  });
+  if (now) then();
 }
 
 bool OLStatus::hasRunningFlow() {

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "core/ostrel_configuration.h"
 #include "core/session_id.h"
@@ -34,8 +35,8 @@ using SessionStartGenerator =
 
 class OLStatus {
  public:
-  // Yields nothing when the user status cannot be restored.
-  static std::shared_ptr<OLStatus> make(const OstrelConfiguration& configuration,
+  // Fails with the cause when the user status cannot be restored.
+  static Result<std::shared_ptr<OLStatus>> make(const OstrelConfiguration& configuration,
                                         std::shared_ptr<DeviceInformation> devInfo,
                                         std::shared_ptr<ConnectorBuilder> connectorBuilder,
                                         std::shared_ptr<OLSimpleObject> customData);
@@ -58,6 +59,9 @@ class OLStatus {
   void freeCurrentRunningFlow(const OLLoginFlowBase* flow);
   bool hasRunningFlow();
   std::shared_ptr<OLLoginFlowBase> runningFlow();
+  // Runs `then` once no login flow holds the slot: at once, on the caller's
+  // thread, when none does; else on the thread that frees it.
+  void whenRunningFlowFreed(std::function<void()> then);
 
   // The map the mobile-fingerprint login reads "session_id", "user_id" and
   // "custom_data" from; absent when the text is not such JSON.
@@ -80,6 +84,7 @@ class OLStatus {
 
   std::shared_ptr<OLUserStatus> userState_;
   std::shared_ptr<OLLoginFlowBase> _runningLoginFlow;  // read and written only on queue_
+  std::vector<std::function<void()>> flowFreedWaiters_;  // likewise
   std::shared_ptr<platform::SerialQueue> queue_;
   std::shared_ptr<DeviceInformation> _deviceInfo;
   std::shared_ptr<OLSimpleObject> customData_;

@@ -5,6 +5,7 @@
 #include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
 #include "login/ol_user_status.h"
+#include "platform/defaults.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 
@@ -45,9 +46,17 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
       impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
       impl->_environment.isSandbox(), impl->_environment.isDev(), impl->_conf.connectionTimeoutSecs,
       runtime::deployment());
-  impl->_ostrelStatus =
-      OLStatus::make(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
-  if (!impl->_ostrelStatus) return notInitialized("Cannot initialize singleton");
+  auto status = OLStatus::make(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
+  if (!status) {
+    // The host sees why (a stored item that cannot be read names its file) and
+    // can start afresh with resetStorage.
+    const OLError& cause = status.error();
+    logLine("Cannot initialize singleton: " + cause.description());
+    return OLError::LocalError(
+        LocalErrorCodes::OstrelNotInitialized, "Cannot initialize singleton", std::nullopt,
+        Json{{"error", cause.description()}, {"cause", cause.extra() ? *cause.extra() : Json()}});
+  }
+  impl->_ostrelStatus = std::move(*status);
   impl->eventManager =
       OLQueueManager::make(impl->_connetionBuilder, impl->_conf, impl->_ostrelStatus);
   // Logouts and deletions are recorded as logout events.
@@ -86,10 +95,26 @@ Result<std::shared_ptr<Ostrel>> Ostrel::getSharedInstanceWithConfig(
     return notInitialized("Concurrent Initialization of singleton");
   }
   auto made = makeUnshared(conf, std::move(customData), dictParameters, std::move(platform));
-  if (!made) return notInitialized("Cannot initialize singleton");
+  if (!made) return made.error();
   std::lock_guard lock(g_instanceMutex);
   g_instance = *made;
   return g_instance;
+}
+
+Result<void> Ostrel::resetStorage(Platform platform) {
+  {
+    std::lock_guard lock(g_instanceMutex);
+    if (g_instance) {
+      return OLError::LocalError(LocalErrorCodes::OstrelInitializationError,
+                                 "Cannot reset the storage of a running instance");
+    }
+  }
+  auto files = platform.files ? platform.files
+                              : platform::makePosixFileSystem(platform::defaultStorageRoot());
+  const std::string root = files->storageRoot();
+  if (auto removed = files->removeAll(root); !removed) return removed;
+  logLine("Deleted " + root);
+  return {};
 }
 
 Result<std::shared_ptr<Ostrel>> Ostrel::getSharedInstance() {

@@ -1,5 +1,7 @@
 #include "events/content_events.h"
 
+#include <cmath>
+
 #include "events/grapheme.h"
 #include "events/name_rule.h"
 #include "events/simple_object_archive.h"
@@ -25,6 +27,11 @@ Result<void> OLRankingContentEvent::checkProperties() const {
   }
   if (scope.scope == _RankingScope::unknown) {
     return eventCreationError("Scope must be specified", Json{{"scope", "unknown"}});
+  }
+  // JSON has no NaN or infinity: such an event could never be sent.
+  if (!std::isfinite(multiplier)) {
+    return eventCreationError("Multiplier must be a finite number",
+                              Json{{"multiplier", std::to_string(multiplier)}});
   }
   return {};
 }

@@ -19,9 +19,9 @@ OLError serviceCallError(const std::string& message, const Json& input, int64_t 
 
 }  // namespace
 
-std::shared_ptr<OLUserStatus> OLUserStatus::make(const OstrelConfiguration& configuration,
-                                                 std::shared_ptr<ConnectorBuilder> connectorBuilder,
-                                                 const std::string& deviceId) {
+Result<std::shared_ptr<OLUserStatus>> OLUserStatus::make(
+    const OstrelConfiguration& configuration, std::shared_ptr<ConnectorBuilder> connectorBuilder,
+    const std::string& deviceId) {
   auto status = std::shared_ptr<OLUserStatus>(new OLUserStatus());
   status->_config = configuration;
   status->anonymousToken_ = "A_" + deviceId;
@@ -30,12 +30,12 @@ std::shared_ptr<OLUserStatus> OLUserStatus::make(const OstrelConfiguration& conf
   status->storedUserMetaInfo_ = std::make_unique<OLTypedStack<OLUserMetaInfo>>("UserMetaInfo");
   // Restored directly: the persistence hook does not run for what is already stored.
   auto token = status->storedTokens_->get(std::string(kAutologinKey), false);
-  if (!token) return nullptr;
+  if (!token) return token.error();
   if (auto autologin = std::dynamic_pointer_cast<AutologinToken>(*token)) {
     status->_autologinToken = autologin;
   }
   auto meta = status->storedUserMetaInfo_->get(std::nullopt, false);
-  if (!meta) return nullptr;
+  if (!meta) return meta.error();
   status->_userMetaInfo = *meta;
   return status;
 }
@@ -52,8 +52,21 @@ std::optional<std::string> OLUserStatus::autologinToken() {
   if (!token->isExpired()) return token->value;
   // Expiry is noticed lazily, here.
   logLine("Autologin Token Has Expired!!!");
-  setAutologinToken(std::nullopt);
+  clearExpiredAutologinToken(token);
   return std::nullopt;
+}
+
+void OLUserStatus::clearExpiredAutologinToken(const std::shared_ptr<AutologinToken>& expired) {
+  std::lock_guard storage(tokenStorageMutex_);
+  {
+    std::lock_guard lock(mutex_);
+    if (_autologinToken != expired) return;  // a login stored a new one meanwhile
+    _autologinToken.reset();
+  }
+  logLine("delete from disk autologin token");
+  if (auto removed = storedTokens_->remove(kAutologinKey); !removed) {
+    logLine(removed.error().description());
+  }
 }
 
 std::optional<std::string> OLUserStatus::ostrelToken() const {
@@ -76,6 +89,7 @@ std::string OLUserStatus::currentUserToken() {
 void OLUserStatus::setAutologinToken(std::optional<std::string> value) {
   std::shared_ptr<AutologinToken> token;
   if (value) token = std::make_shared<AutologinToken>(*value);
+  std::lock_guard storage(tokenStorageMutex_);
   {
     std::lock_guard lock(mutex_);
     _autologinToken = token;
@@ -107,13 +121,17 @@ Result<void> OLUserStatus::setUserMetaInfo(const Json& info) {
   std::shared_ptr<OLUserMetaInfo> meta;
   {
     std::lock_guard lock(mutex_);
-    if (_userMetaInfo) {
-      _userMetaInfo->setInfo(info);
-    } else {
-      _userMetaInfo =
-          std::make_shared<OLUserMetaInfo>(info, runtime::now(), _config.metaInfoCacheSecs);
-    }
-    meta = _userMetaInfo;
+    if (_userMetaInfo) meta = std::make_shared<OLUserMetaInfo>(*_userMetaInfo);
+  }
+  // Changed as a copy, outside the lock (the setter prints), then published.
+  if (meta) {
+    meta->setInfo(info);
+  } else {
+    meta = std::make_shared<OLUserMetaInfo>(info, runtime::now(), _config.metaInfoCacheSecs);
+  }
+  {
+    std::lock_guard lock(mutex_);
+    _userMetaInfo = meta;
   }
   logLine("Writing user_meta_info to " + storedUserMetaInfo_->storageUrl());
   auto added = storedUserMetaInfo_->add(*meta);

@@ -25,9 +25,9 @@ class OLQueueManager;
 
 class OLUserStatus : public std::enable_shared_from_this<OLUserStatus> {
  public:
-  // Restores the stored autologin token and meta info; yields nothing when a
-  // store cannot be read.
-  static std::shared_ptr<OLUserStatus> make(const OstrelConfiguration& configuration,
+  // Restores the stored autologin token and meta info; fails, naming the file
+  // and the cause, when a stored item cannot be read.
+  static Result<std::shared_ptr<OLUserStatus>> make(const OstrelConfiguration& configuration,
                                             std::shared_ptr<ConnectorBuilder> connectorBuilder,
                                             const std::string& deviceId);
   ~OLUserStatus();
@@ -61,13 +61,23 @@ class OLUserStatus : public std::enable_shared_from_this<OLUserStatus> {
  private:
   OLUserStatus() = default;
   void setAutologinToken(std::optional<std::string> value);  // runs the persistence hook
+  void attachToLoginNotification(const std::string& observerName,
+                                 const std::shared_ptr<OLStatus>& status,
+                                 const std::shared_ptr<OLLoginBuilder>& builder,
+                                 ErrorCallback callback);
+  // Clears the autologin token found expired, unless a login replaced it meanwhile.
+  void clearExpiredAutologinToken(const std::shared_ptr<AutologinToken>& expired);
 
   OstrelConfiguration _config;
   std::string anonymousToken_;
   std::shared_ptr<ConnectorBuilder> connectorBuilder_;
+  // Held across a change of the autologin token and its write to disk, so that
+  // memory and disk agree whatever the order of two changes (taken before mutex_).
+  std::mutex tokenStorageMutex_;
   mutable std::mutex mutex_;
   std::shared_ptr<AutologinToken> _autologinToken;
   std::optional<std::string> ostrelToken_;
+  // Replaced, never changed in place: readers take a copy of the pointer.
   std::shared_ptr<OLUserMetaInfo> _userMetaInfo;
   std::unique_ptr<OLMap<Token>> storedTokens_;
   std::unique_ptr<OLTypedStack<OLUserMetaInfo>> storedUserMetaInfo_;

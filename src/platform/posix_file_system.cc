@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -81,31 +82,11 @@ class PosixFileSystem final : public FileSystem {
                                     std::size_t length) const override {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return storageError("Cannot open file", path, errno);
-    std::string out(length, '\0');
-    std::size_t got = 0;
-    while (got < length) {
-      ssize_t n = ::pread(fd, out.data() + got, length - got, static_cast<off_t>(offset + got));
-      if (n < 0) {
-        if (errno == EINTR) continue;
-        int err = errno;
-        ::close(fd);
-        return storageError("Cannot read file", path, err);
-      }
-      if (n == 0) break;
-      got += static_cast<std::size_t>(n);
-    }
-    ::close(fd);
-    out.resize(got);
-    return out;
-  }
-
-  Result<std::string> readFile(const std::string& path) const override {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return storageError("Cannot open file", path, errno);
     std::string out;
     char buf[16384];
-    for (;;) {
-      ssize_t n = ::read(fd, buf, sizeof buf);
+    while (out.size() < length) {
+      const std::size_t want = std::min(sizeof buf, length - out.size());
+      ssize_t n = ::pread(fd, buf, want, static_cast<off_t>(offset + out.size()));
       if (n < 0) {
         if (errno == EINTR) continue;
         int err = errno;
@@ -117,6 +98,10 @@ class PosixFileSystem final : public FileSystem {
     }
     ::close(fd);
     return out;
+  }
+
+  Result<std::string> readFile(const std::string& path) const override {
+    return readFileRange(path, 0, std::string::npos);
   }
 
   bool exists(const std::string& path) const override {

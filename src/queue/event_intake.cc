@@ -50,6 +50,7 @@ EventIntake::EventIntake(std::shared_ptr<platform::FileSystem> files,
       scheduler_(std::move(scheduler)),
       folder_(std::move(folder)),
       limits_(limits),
+      writer_(scheduler_->makeSerialQueue("io.ostrel.EventIntake.write")),
       queue_(scheduler_->makeSerialQueue("io.ostrel.EventIntake")) {}
 
 EventIntake::~EventIntake() {
@@ -117,7 +118,9 @@ void EventIntake::start(Feed feed) {
 
 void EventIntake::post(void (EventIntake::*member)()) {
   std::weak_ptr<EventIntake> weak = weak_from_this();
-  queue_->async([weak, member] {
+  // Writes have a thread of their own: handing events on never delays them.
+  auto& queue = member == &EventIntake::drain ? writer_ : queue_;
+  queue->async([weak, member] {
     if (auto self = weak.lock()) ((*self).*member)();
   });
 }
@@ -171,11 +174,30 @@ void EventIntake::drain() {
     std::lock_guard lock(mutex_);
     drainScheduled_ = false;
   }
-  {
-    std::lock_guard write(writeMutex_);
-    writePendingLocked();
+  (void)beginWrite(std::nullopt);
+  writePendingLocked();
+  endWrite();
+  post(&EventIntake::feed);
+}
+
+bool EventIntake::beginWrite(std::optional<std::chrono::milliseconds> timeout) {
+  std::unique_lock lock(mutex_);
+  auto free = [&] { return !writing_; };
+  if (timeout) {
+    if (!writerFree_.wait_for(lock, *timeout, free)) return false;
+  } else {
+    writerFree_.wait(lock, free);
   }
-  feed();
+  writing_ = true;
+  return true;
+}
+
+void EventIntake::endWrite() {
+  {
+    std::lock_guard lock(mutex_);
+    writing_ = false;
+  }
+  writerFree_.notify_all();
 }
 
 void EventIntake::writePendingLocked() {
@@ -240,10 +262,15 @@ void EventIntake::writePendingLocked() {
 
 void EventIntake::feed() {
   std::vector<std::function<void()>> ready;
+  std::weak_ptr<EventIntake> weak = weak_from_this();
   for (;;) {
+    for (auto& then : ready) then();
+    ready.clear();
     std::string path;
     uint64_t end = 0;
     bool segmentDone = false;
+    Position at;
+    uint64_t generation;
     Feed feed;
     {
       std::lock_guard lock(mutex_);
@@ -266,19 +293,25 @@ void EventIntake::feed() {
       }
       notifyFedLocked(ready);
       if (outstanding_ >= limits_.outstanding || feedPosition_.offset >= end) break;
+      at = feedPosition_;
+      generation = generation_;
       feed = feed_;
-      path = segmentPath(feedPosition_.segment);
+      path = segmentPath(at.segment);
     }
-    // The buffer holds the segment from bufferStart_ on; read more when it holds
-    // no whole frame at the feed position.
-    const uint64_t skip = feedPosition_.offset - bufferStart_.offset;
-    if (bufferStart_.segment != feedPosition_.segment || skip > buffer_.size()) {
+    // Moves the feed past bytes that hold no event, unless a failure moved it meanwhile.
+    auto skipTo = [&](uint64_t offset) {
+      std::lock_guard lock(mutex_);
+      if (generation_ == generation) feedPosition_.offset = offset;
+    };
+    // The buffer holds the segment from bufferStart_ on (the feed may have
+    // moved back after a failure: then it starts over).
+    if (bufferStart_.segment != at.segment || at.offset < bufferStart_.offset ||
+        at.offset - bufferStart_.offset > buffer_.size()) {
       buffer_.clear();
-      bufferStart_ = feedPosition_;
     } else {
-      buffer_.erase(0, static_cast<std::size_t>(skip));
-      bufferStart_ = feedPosition_;
+      buffer_.erase(0, static_cast<std::size_t>(at.offset - bufferStart_.offset));
     }
+    bufferStart_ = at;
     auto parsed = parseIntakeFrames(buffer_, false);
     const uint64_t bufferEnd = bufferStart_.offset + buffer_.size();
     if (parsed.frames.empty() && bufferEnd < end) {
@@ -289,9 +322,7 @@ void EventIntake::feed() {
       if (!more || more->empty()) {
         logLine("Cannot read the event intake: " +
                 (more ? std::string("unexpected end of ") + path : more.error().description()));
-        // Unreadable: what is left of this segment cannot be replayed.
-        std::lock_guard lock(mutex_);
-        feedPosition_.offset = end;
+        skipTo(end);  // what is left of this segment cannot be replayed
         continue;
       }
       buffer_ += *more;
@@ -299,28 +330,25 @@ void EventIntake::feed() {
           parseIntakeFrames(buffer_, bufferStart_.offset + buffer_.size() >= end && segmentDone);
     }
     if (parsed.frames.empty()) {
-      std::lock_guard lock(mutex_);
       if (parsed.consumed > 0) {
-        feedPosition_.offset += parsed.consumed;  // damage only
+        skipTo(at.offset + parsed.consumed);  // damage only
         continue;
       }
       if (!segmentDone) break;  // cannot happen: the writer writes whole frames
-      feedPosition_.offset = end;
+      skipTo(end);
       continue;
     }
-    std::weak_ptr<EventIntake> weak = weak_from_this();
     for (auto& frame : parsed.frames) {
-      Position after;
-      uint64_t generation, newCount;
+      Position after{at.segment, at.offset + frame.end};
+      uint64_t newCount;
       {
         std::lock_guard lock(mutex_);
-        if (closed_ || outstanding_ >= limits_.outstanding) break;
-        after = {feedPosition_.segment, bufferStart_.offset + frame.end};
+        // A failure meanwhile moved the feed back: stop handing this block on.
+        if (closed_ || outstanding_ >= limits_.outstanding || generation_ != generation) break;
         feedPosition_ = after;
         ++outstanding_;
         if (after.segment >= firstNewSegment_) fedNew_ = std::max(fedNew_, ++feedNewCount_);
         newCount = feedNewCount_;
-        generation = generation_;
         notifyFedLocked(ready);
       }
       Ticket ticket;
@@ -331,17 +359,10 @@ void EventIntake::feed() {
         return self->generation_ == generation && !self->closed_;
       };
       ticket.done = [weak, after, newCount, generation](bool ok) {
-        auto self = weak.lock();
-        if (!self) return;
-        std::weak_ptr<EventIntake> again = self;
-        self->queue_->async([again, after, newCount, generation, ok] {
-          if (auto s = again.lock()) s->applied(after, newCount, generation, ok);
-        });
+        if (auto self = weak.lock()) self->applied(after, newCount, generation, ok);
       };
       feed(std::move(frame.record), std::move(ticket));
     }
-    for (auto& then : ready) then();
-    ready.clear();
   }
   for (auto& then : ready) then();
 }
@@ -371,9 +392,8 @@ void EventIntake::whenFed(uint64_t upTo, std::function<void()> then) {
 }
 
 void EventIntake::applied(Position after, uint64_t newCount, uint64_t generation, bool ok) {
-  std::vector<uint64_t> removable;
+  bool followUp = false;
   bool retry = false;
-  bool more = false;
   {
     std::lock_guard lock(mutex_);
     if (generation != generation_) return;  // handed before a failure; handed again since
@@ -382,8 +402,9 @@ void EventIntake::applied(Position after, uint64_t newCount, uint64_t generation
       applied_ = after;
       appliedNew_ = newCount;
       checkpointDirty_ = true;
-      trimLocked(after, removable);
-      more = outstanding_ <= limits_.outstanding / 2;
+      const std::size_t before = removable_.size();
+      trimLocked(after, removable_);
+      followUp = removable_.size() > before || outstanding_ <= limits_.outstanding / 2;
     } else if (closed_) {
       return;  // skipped at shutdown: replayed at the next start
     } else {
@@ -396,13 +417,14 @@ void EventIntake::applied(Position after, uint64_t newCount, uint64_t generation
       retry = !feedRetryScheduled_;
       feedRetryScheduled_ = true;
     }
+    if (followUp) {
+      followUp = !followUpScheduled_;
+      followUpScheduled_ = true;
+    }
   }
   persistedChanged_.notify_all();
-  for (uint64_t id : removable) (void)files_->remove(segmentPath(id));
-  if (!removable.empty())
-    writeCheckpoint();
-  else if (ok)
-    scheduleCheckpoint();
+  if (ok) scheduleCheckpoint();
+  if (followUp) post(&EventIntake::afterApplied);
   if (retry) {
     logLine("Cannot append to the event queue; trying again later");
     std::weak_ptr<EventIntake> weak = weak_from_this();
@@ -416,7 +438,18 @@ void EventIntake::applied(Position after, uint64_t newCount, uint64_t generation
       self->post(&EventIntake::feed);
     });
   }
-  if (more) feed();
+}
+
+void EventIntake::afterApplied() {
+  std::vector<uint64_t> removable;
+  {
+    std::lock_guard lock(mutex_);
+    followUpScheduled_ = false;
+    removable.swap(removable_);
+  }
+  for (uint64_t id : removable) (void)files_->remove(segmentPath(id));
+  if (!removable.empty()) writeCheckpoint();
+  feed();
 }
 
 void EventIntake::trimLocked(Position after, std::vector<uint64_t>& removable) {
@@ -483,9 +516,9 @@ void EventIntake::close(std::chrono::milliseconds timeout) {
   }
   spaceFreed_.notify_all();
   platform::removeExitHook(exitHook_);
-  if (writeMutex_.try_lock_for(timeout)) {
+  if (beginWrite(timeout)) {
     writePendingLocked();
-    writeMutex_.unlock();
+    endWrite();
   }
   {
     std::lock_guard lock(mutex_);

@@ -1,6 +1,6 @@
 #pragma once
 // The write-ahead intake of the event queue. An event that a producer accepted
-// is in memory only until the intake's thread appends it, with every other
+// is in memory only until the intake's writer thread appends it, with every other
 // event accepted meanwhile, in one write to a log segment ("EventIntake/<n>.log").
 // From there the intake hands events to the chunked queue at the queue's pace,
 // never more than a bounded number at a time, and deletes a segment once all
@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -61,7 +62,7 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   void start(Feed feed);
 
   // Takes one event; any thread. Touches no file: the event is durable once
-  // the intake's thread has written it, a few hundred microseconds later.
+  // the intake's writer thread has written it, a few hundred microseconds later.
   // Answers the event's number in this run (from 1). Waits while more than
   // `pendingBytes` are unwritten; fails when the intake was closed or the disk
   // has refused every write for a while and memory is full.
@@ -87,7 +88,7 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   // a write that is under way. Idempotent; also run at process exit.
   void close(std::chrono::milliseconds timeout);
 
-  // For benchmarks: called on the intake's thread with the number of events
+  // For benchmarks: called on the intake's writer thread with the number of events
   // of this run written so far, after every write.
   void setPersistedObserver(std::function<void(uint64_t)> observer);
 
@@ -105,10 +106,17 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   void recover();
   std::string segmentPath(uint64_t segment) const;
   void drain();
-  // Writes `pending_`; the caller holds writeMutex_.
+  // Takes the writer's turn (false when `timeout` passed first) and gives it back.
+  bool beginWrite(std::optional<std::chrono::milliseconds> timeout);
+  void endWrite();
+  // Writes `pending_`; the caller has the writer's turn.
   void writePendingLocked();
   void feed();
+  // Called by the chunked queue's thread as each event settles: the state
+  // changes at once (so the next append already sees a failure), the file
+  // work and the next hand-over happen on the intake's thread.
   void applied(Position after, uint64_t newCount, uint64_t generation, bool ok);
+  void afterApplied();
   void trimLocked(Position after, std::vector<uint64_t>& removable);
   void scheduleCheckpoint();
   void writeCheckpoint();
@@ -120,14 +128,15 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   const std::shared_ptr<platform::Scheduler> scheduler_;
   const std::string folder_;
   const Limits limits_;
-  std::shared_ptr<platform::SerialQueue> queue_;
+  std::shared_ptr<platform::SerialQueue> writer_;  // appends to the log
+  std::shared_ptr<platform::SerialQueue> queue_;   // hands events on, trims, checkpoints
   Feed feed_;
   uint64_t exitHook_ = 0;
 
-  // One writer at a time: the intake's thread, or close() on another thread.
-  std::timed_mutex writeMutex_;
-
   mutable std::mutex mutex_;
+  // One writer at a time: the writer thread, or close() on another thread.
+  std::condition_variable writerFree_;
+  bool writing_ = false;
   std::condition_variable persistedChanged_;
   std::condition_variable spaceFreed_;
   std::string pending_;  // frames accepted and not written
@@ -155,6 +164,8 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   bool checkpointScheduled_ = false;
   bool checkpointDirty_ = false;
   bool feedRetryScheduled_ = false;
+  bool followUpScheduled_ = false;
+  std::vector<uint64_t> removable_;  // segments all appended, to delete
   std::vector<std::pair<uint64_t, std::function<void()>>> fedWaiters_;
   std::function<void(uint64_t)> persistedObserver_;
   // Bytes of the segment being read, from `bufferStart_` on.

@@ -82,7 +82,8 @@ class OLDiskStorage {
     if (!item) {
       return OLError::LocalError(
           LocalErrorCodes::StorageError,
-          "Unable to unarchive " + (*path)->substr((*path)->find_last_of('/') + 1));
+          "Unable to unarchive " + (*path)->substr((*path)->find_last_of('/') + 1), std::nullopt,
+          Json{{"path", **path}, {"error", item.error().description()}});
     }
     if (withRemove) (void)runtime::files().remove(**path);
     return *item;
@@ -103,7 +104,10 @@ class OLDiskStorage {
       if (auto removed = runtime::files().removeAll(folder + "/" + n); !removed) return removed;
       logLine("Deleted " + folder + "/" + n);
     }
-    return {};
+    // Leftovers of writes a crash interrupted are not listed: the folder goes
+    // as a whole, and comes back empty.
+    if (auto removed = runtime::files().removeAll(folder); !removed) return removed;
+    return runtime::files().createDirectories(folder);
   }
 
   Result<std::size_t> count() {

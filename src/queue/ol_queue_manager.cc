@@ -51,7 +51,7 @@ std::shared_ptr<OLQueueManager> OLQueueManager::make(
   m->_ostrelStatus = std::move(ostrelStatus);
   m->connectorBuilder = std::move(connectorBuilder);
   m->_config = configuration;
-  m->flowStore_ = std::make_unique<OLFlowStore>("Flow");
+  m->flowStore_ = std::make_shared<OLFlowStore>("Flow");
   if (auto stored = m->flowStore_->get(StorableTraits<OLFlowEvent>::kActiveFlow, false)) {
     m->activeFlow = *stored;
   } else {
@@ -97,6 +97,8 @@ void OLQueueManager::shutdown(std::chrono::milliseconds timeout) {
   intake_->close(timeout);
   operationQueue_->setSuspended(true);
   for (const auto& op : operationQueue_->operations()) op->cancel();
+  // The flow's last stage may still be on its way to the "Flow" store.
+  dispatchQueue_->sync([] {});
   for (auto& run : runs) run->answer(missingEventQueueManager(), std::nullopt);
 }
 
@@ -429,9 +431,7 @@ Result<void> OLQueueManager::flowOperation(const std::string& name, FlowStatus s
 
 void OLQueueManager::storeFlow(std::shared_ptr<OLFlowEvent> stage) {
   // Written in call order on the manager's queue, never on the caller's thread.
-  dispatchQueue_->async([store = flowStore_.get(), weak = weak_from_this(), stage] {
-    auto self = weak.lock();
-    if (!self) return;
+  dispatchQueue_->async([store = flowStore_, stage] {
     if (auto added = store->add(*stage); !added) {
       logLine("Cannot store the flow in progress: " + added.error().description());
     }

@@ -132,7 +132,7 @@ class OLQueueManager : public std::enable_shared_from_this<OLQueueManager> {
   std::shared_ptr<OperationQueue> operationQueue_;
   std::shared_ptr<platform::Timer> _expireTimer;
   std::shared_ptr<platform::Timer> heartbeatTimer_;
-  std::unique_ptr<OLFlowStore> flowStore_;
+  std::shared_ptr<OLFlowStore> flowStore_;
 
   // Guards everything below; never held while calling out.
   std::mutex mutex_;

@@ -78,6 +78,13 @@ void OLConsumeBlockOperation::consume(ConsumeCallback callback) {
            std::nullopt, true);
     return;
   }
+  if (const auto s = queue->snapshot(); s.chunkCount <= 1 && s.oldestCount == 0) {
+    // Nothing queued at all: popping would open a new chunk key for nothing,
+    // and an idle app would wrap the keys within days.
+    finish(std::nullopt,
+           Json{{"handler", std::to_string(queue->chunkKeys().front())}, {"eventCount", 0}}, false);
+    return;
+  }
   std::optional<std::string> handler;
   auto popped = queue->popChunk(handler, false);
   const std::size_t count = popped ? popped->size() : 0;

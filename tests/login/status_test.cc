@@ -8,11 +8,15 @@
 
 #include "core/device_information.h"
 #include "core/ol_status.h"
+#include "login/autologin_expiry.h"
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
 #include "login/ol_user_status.h"
 #include "ostrel/ol_login_builder.h"
+#include "ostrel/ol_simple_object.h"
+#include "platform/runtime.h"
 #include "support/emulator_service.h"
+#include "support/eventually.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {
@@ -24,7 +28,8 @@ class StatusTest : public ::testing::Test {
     auto device = std::make_shared<DeviceInformation>();
     auto connectors =
         std::make_shared<ConnectorBuilder>("id", "demo-secret", false, false, false, 15);
-    return OLStatus::make(OstrelConfiguration{}, device, connectors, nullptr);
+    auto made = OLStatus::make(OstrelConfiguration{}, device, connectors, nullptr);
+    return made ? *made : nullptr;
   }
   test::TestPlatform platform_;
 };
@@ -109,6 +114,116 @@ TEST(MetaInfoTest, TheServiceIsAskedOnceWithinTheCacheTime) {
   }
   EXPECT_EQ(service.requestsTo("/handling/direct/userinfo"), 0);
   EXPECT_TRUE(platform.log().contains("Cached Meta Info"));
+}
+
+TEST_F(StatusTest, AnExpiredTokenNoticedDuringALoginDoesNotWipeTheNewOne) {
+  auto status = makeStatus();
+  auto& user = *status->userState();
+  const std::string fresh = "A_" + formatAutologinInstant(platform_.clock().now() + 3600) + "xyz";
+  for (int round = 0; round < 200; ++round) {
+    user.loginUser("O_old", std::string("A_short"));  // expired on first read
+    std::thread reader([&] {
+      for (int i = 0; i < 20; ++i) (void)user.currentUserToken();
+    });
+    user.loginUser("O_new", fresh);
+    reader.join();
+    ASSERT_EQ(user.autologinToken(), fresh) << "round " << round;
+  }
+  // What is on disk agrees: a restart finds the new token.
+  auto restarted = makeStatus();
+  EXPECT_EQ(restarted->userState()->autologinToken(), fresh);
+}
+
+TEST(UserStateTest, AStrayStoredFileNamesItselfAndAResetStartsAfresh) {
+  test::TestPlatform platform;
+  test::EmulatorService service;
+  { ASSERT_TRUE(service.startFacade(platform)); }
+  ASSERT_TRUE(runtime::files().writeFileAtomic(platform.root() + "/UserMetaInfo/zz-stray", "?"));
+  auto refused =
+      Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, service.platformFor(platform));
+  ASSERT_FALSE(refused);
+  EXPECT_TRUE(
+      refused.error().is(LocalErrorCodes::OstrelNotInitialized, "Cannot initialize singleton"));
+  ASSERT_TRUE(refused.error().extra());
+  EXPECT_EQ((*refused.error().extra())["cause"]["path"],
+            platform.root() + "/UserMetaInfo/zz-stray");
+  EXPECT_TRUE(platform.log().contains("zz-stray"));
+  ASSERT_TRUE(Ostrel::resetStorage(service.platformFor(platform)));
+  EXPECT_TRUE(service.startFacade(platform));
+}
+
+TEST(UserStateTest, ASyncAnswersWhenTheLoginItWaitsOnFails) {
+  test::TestPlatform platform;
+  test::EmulatorService service;
+  auto o = service.startFacade(platform);
+  service.delayNext("/handling/direct/emaillogin", 500);
+  auto builder = *o->getLoginBuilder();
+  std::promise<std::optional<OLError>> loggedIn;
+  builder->setEmail(test::EmulatorService::kEmail)
+      .setPassword("wrong")
+      .setOnFlowCompleteCallback([&](std::optional<OLError> e) { loggedIn.set_value(e); });
+  auto flow = builder->getEmailLoginFlow();
+  ASSERT_TRUE(flow);
+  (*flow)->startLoginFlow();
+  std::promise<std::optional<OLError>> synced;
+  o->syncUserState([&](std::optional<OLError> e) { synced.set_value(e); });
+  ASSERT_TRUE(loggedIn.get_future().get()) << "the password is wrong";
+  auto answer = synced.get_future();
+  ASSERT_EQ(answer.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  EXPECT_FALSE(answer.get()) << "nobody logged in: an anonymous user is in sync";
+}
+
+TEST(UserStateTest, EverythingAtOnceNeitherHangsNorRaces) {
+  // Producers, timers, flows, logins and logouts, syncs and meta info, all on
+  // their own threads against one facade (run under ThreadSanitizer in CI).
+  test::TestPlatform platform;
+  test::EmulatorService service;
+  auto o = service.startFacade(platform);
+  auto finished = std::make_shared<std::promise<void>>();
+  std::thread([o, finished] {
+    std::vector<std::thread> threads;
+    threads.emplace_back([o] {
+      auto bag = OLSimpleObject::fromJSONString("{}");
+      for (int i = 0; i < 300; ++i) {
+        (void)bag->setInt("i", i);
+        (void)o->sendEvent("everything", bag);
+      }
+    });
+    threads.emplace_back([o] {
+      for (int i = 0; i < 50; ++i) {
+        (void)o->timedEventStart("t");
+        (void)o->flowBegin("f");
+        (void)o->flowStep("s");
+        (void)o->timedEventStop("t");
+        (void)o->flowSucceed("done");
+      }
+    });
+    threads.emplace_back([o] {
+      for (int i = 0; i < 4; ++i) {
+        (void)test::EmulatorService::logIn(*o);
+        (void)o->userLogout();
+      }
+    });
+    threads.emplace_back([o] {
+      for (int i = 0; i < 6; ++i) {
+        std::promise<void> synced, info;
+        o->syncUserState([&](std::optional<OLError>) { synced.set_value(); });
+        o->getUserMetaInfo([&](std::optional<OLError>, std::optional<Json>) { info.set_value(); });
+        synced.get_future().wait();
+        info.get_future().wait();
+        (void)o->getUserToken();
+      }
+    });
+    for (auto& t : threads) t.join();
+    std::promise<void> flushed;
+    o->flushEvents([&](std::optional<OLError>, std::optional<Json>) { flushed.set_value(); });
+    flushed.get_future().wait();
+    finished->set_value();
+  }).detach();
+  if (finished->get_future().wait_for(std::chrono::seconds(180)) != std::future_status::ready) {
+    std::fprintf(stderr, "the library hung\n");
+    std::abort();  // a hang must fail here, not stall the suite
+  }
 }
 
 }  // namespace

@@ -54,8 +54,11 @@ TEST_F(DiskStorageTest, MapAddGetRemoveClearCount) {
   ASSERT_TRUE(flags.add(Flag("b", true)));
   ASSERT_TRUE(flags.remove("a"));
   EXPECT_EQ(*flags.count(), 1u);
+  // A write a crash interrupted leaves a temporary file that no listing shows.
+  ASSERT_TRUE(runtime::files().writeNewFile(flags.storageUrl() + "/.tmp-1-2", "half"));
   ASSERT_TRUE(flags.clear());
   EXPECT_EQ(*flags.count(), 0u);
+  EXPECT_FALSE(runtime::files().exists(flags.storageUrl() + "/.tmp-1-2"));
 }
 
 TEST_F(DiskStorageTest, StoreWhoseFolderVanishedIsRecreatedOnAdd) {

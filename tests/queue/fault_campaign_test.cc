@@ -79,7 +79,7 @@ TEST(FaultCampaign, NothingLostNothingWronglyKeptAndTheQueueDrains) {
   auto connectors =
       std::make_shared<ConnectorBuilder>(device->deviceId, "demo-secret", false, false, false,
                                          config.connectionTimeoutSecs, runtime::deployment());
-  auto status = OLStatus::make(config, device, connectors, nullptr);
+  auto status = *OLStatus::make(config, device, connectors, nullptr);
   ASSERT_TRUE(status);
   auto manager = OLQueueManager::make(connectors, config, status);
   auto flush = [&] {

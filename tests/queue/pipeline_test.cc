@@ -4,9 +4,14 @@
 
 #include <chrono>
 #include <future>
+#include <set>
 #include <thread>
 
+#include <cmath>
+
 #include "core/ostrel_facade_impl.h"
+#include "events/content_events.h"
+#include "ostrel/notification_center.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
@@ -174,6 +179,153 @@ TEST_F(PipelineTest, A205ReplyStartsAnAutologin) {
   EXPECT_TRUE(
       eventually([&] { return service_.requestsTo("/handling/direct/refreshtoken") == 1; }));
   EXPECT_EQ(names("custom event").size(), 1u);
+}
+
+TEST_F(PipelineTest, AReusedBagGivesEachEventTheValuesOfItsCall) {
+  auto o = start();
+  auto bag = OLSimpleObject::fromJSONString("{}");
+  for (int i = 0; i < 40; ++i) {
+    ASSERT_TRUE(bag->setInt("i", i));
+    ASSERT_TRUE(o->sendEvent("reused", bag));
+  }
+  ASSERT_FALSE(flush(*o));
+  int i = 0;
+  for (const auto& e : service_.events()) {
+    if (e["event_type"] != "custom event") continue;
+    EXPECT_EQ(e["custom_data"]["i"], i++);
+  }
+  EXPECT_EQ(i, 40);
+}
+
+TEST_F(PipelineTest, NothingHangsWhileTheQueueIsReadyAndTheServiceRefuses) {
+  // Producers, an observer that calls back in, timers and flows, all at once,
+  // with a ready queue whose every flush fails.
+  service_.emulator().injectFault("TrackBulk", 503, 1000000);
+  auto o = start();
+  for (int i = 0; i < 30; ++i) ASSERT_TRUE(o->sendEvent("backlog"));
+  std::atomic<int> observed{0};
+  auto observer = NotificationCenter::defaultCenter().addObserver(
+      "OLAnalyticEventAddedNotification", "test.callsBack", nullptr, [&](const Notification&) {
+        (void)o->isTimedEventRunning("t0");
+        (void)o->isAnalyticFlowBegun();
+        if (observed++ % 50 == 0) (void)o->sendEvent("from_observer");
+      });
+  auto finished = std::make_shared<std::promise<void>>();
+  std::thread([o, finished] {
+    std::vector<std::thread> threads;
+    threads.emplace_back([o] {
+      for (int i = 0; i < 400; ++i) (void)o->sendEvent("producer");
+    });
+    threads.emplace_back([o] {
+      for (int i = 0; i < 100; ++i) {
+        const std::string name = "t" + std::to_string(i % 3);
+        (void)o->timedEventStart(name);
+        (void)o->timedEventStop(name);
+      }
+    });
+    threads.emplace_back([o] {
+      for (int i = 0; i < 100; ++i) {
+        (void)o->flowBegin("journey");
+        (void)o->flowStep("step");
+        (void)o->flowSucceed("done");
+      }
+    });
+    threads.emplace_back([o] {
+      for (int i = 0; i < 20; ++i) {
+        std::promise<void> flushed;
+        o->flushEvents([&](std::optional<OLError>, std::optional<Json>) { flushed.set_value(); });
+        flushed.get_future().wait();
+      }
+    });
+    for (auto& t : threads) t.join();
+    finished->set_value();
+  }).detach();
+  if (finished->get_future().wait_for(120s) != std::future_status::ready) {
+    std::fprintf(stderr, "the library hung\n");
+    std::abort();  // a hang must fail here, not stall the suite
+  }
+  NotificationCenter::defaultCenter().removeObserver(observer);
+  EXPECT_GT(observed.load(), 800);
+}
+
+TEST_F(PipelineTest, ATransientFailureBacksOffAndABacklogDrainsWithoutAskingTwice) {
+  // The service refuses for a while: with the queue ready all along, automatic
+  // flushes wait out the back-off (1 s, then 2 s, ...) instead of following
+  // every event.
+  service_.emulator().injectFault("TrackBulk", 503, 1000000);
+  auto o = start();
+  for (int i = 0; i < 300; ++i) {
+    ASSERT_TRUE(o->sendEvent("steady"));
+    std::this_thread::sleep_for(5ms);
+  }
+  EXPECT_LE(service_.requestsTo("/events/track_bulk"), 6);
+  // Back again, and a service 50 ms away: one explicit flush sends the oldest
+  // chunk, the rest follows chunk after chunk without another request of the host.
+  service_.emulator().clearFaults();
+  service_.emulator().setLatency(50);
+  ASSERT_FALSE(flush(*o));
+  EXPECT_EQ(names("custom event").size(), 300u);
+  for (int i = 0; i < 600; ++i) ASSERT_TRUE(o->sendEvent("burst"));
+  // Well before the expire timer (10 s) could have sent more than one chunk.
+  EXPECT_TRUE(eventually([&] { return names("custom event").size() >= 890u; }, 8s));
+}
+
+TEST_F(PipelineTest, AnUnsendableEventNeverBlocksTheQueueNotEvenAfterARestart) {
+  auto o = start();
+  EXPECT_TRUE(o->rankContent("article", RankingScope(_RankingScope::social), NAN)
+                  .error()
+                  .is(LocalErrorCodes::EventCreationError, "Multiplier must be a finite number"));
+  ASSERT_FALSE(flush(*o));
+  // A store written before such numbers were refused: the oldest chunk holds
+  // an event whose multiplier is not a number, between two good ones.
+  o->shutdown();
+  o.reset();
+  const std::string chunk = platform_.root() + "/EventQueue/Chunks/7";
+  ASSERT_TRUE(runtime::files().createDirectories(chunk));
+  auto poison =
+      *OLRankingContentEvent::make("S", "U", "article", RankingScope(_RankingScope::social), 1);
+  poison->multiplier = NAN;
+  auto before = *OLCustomEvent::make("before", "S", "U", nullptr);
+  auto after = *OLCustomEvent::make("after", "S", "U", nullptr);
+  for (const auto* e :
+       {static_cast<OLBaseEvent*>(before.get()), static_cast<OLBaseEvent*>(poison.get()),
+        static_cast<OLBaseEvent*>(after.get())}) {
+    ASSERT_TRUE(runtime::files().writeNewFile(chunk + "/" + e->uniqueName(), archivedBytes(*e)));
+  }
+  o = start();
+  ASSERT_TRUE(o->sendEvent("later"));
+  ASSERT_FALSE(flush(*o));
+  EXPECT_EQ(names("custom event"), (std::vector<std::string>{"before", "after", "later"}));
+  EXPECT_TRUE(platform_.log().contains("that can never be sent"));
+}
+
+TEST_F(PipelineTest, ABegunFlowGoesOnAfterARestart) {
+  {
+    auto o = start();
+    ASSERT_TRUE(o->flowBegin("checkout"));
+    ASSERT_TRUE(o->flowStep("payment"));
+  }
+  auto o = start();
+  EXPECT_TRUE(*o->isAnalyticFlowBegun());
+  EXPECT_EQ(*o->getCurrentAnalyticFlowName(), "payment");
+  ASSERT_TRUE(o->flowSucceed("paid"));
+  ASSERT_FALSE(flush(*o));
+  std::set<std::string> flowIds;
+  for (const auto& e : service_.events()) {
+    if (e.contains("flow_id")) flowIds.insert(e["flow_id"]);
+  }
+  EXPECT_EQ(flowIds.size(), 1u) << "one flow across the restart";
+  EXPECT_EQ(names("flow succeeded"), (std::vector<std::string>{"paid"}));
+}
+
+TEST_F(PipelineTest, FlushingNothingKeepsTheChunkKey) {
+  auto o = start();
+  ASSERT_FALSE(flush(*o));  // the session start
+  for (int i = 0; i < 5; ++i) ASSERT_FALSE(flush(*o));
+  EXPECT_EQ(o->impl().eventManager->eventQueue()->chunkKeys().size(), 1u);
+  const int key = o->impl().eventManager->eventQueue()->chunkKeys().front();
+  for (int i = 0; i < 5; ++i) ASSERT_FALSE(flush(*o));
+  EXPECT_EQ(o->impl().eventManager->eventQueue()->chunkKeys().front(), key);
 }
 
 }  // namespace

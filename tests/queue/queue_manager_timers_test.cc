@@ -30,7 +30,7 @@ TEST(QueueManagerTimersTest, HeartbeatAndExpiryWork) {
   auto device = std::make_shared<DeviceInformation>();
   auto connectors = std::make_shared<ConnectorBuilder>(device->deviceId, "demo-secret", false,
                                                        false, false, 15, runtime::deployment());
-  auto status = OLStatus::make(config, device, connectors, nullptr);
+  auto status = *OLStatus::make(config, device, connectors, nullptr);
   ASSERT_TRUE(status);
   auto manager = OLQueueManager::make(connectors, config, status);
   ASSERT_TRUE(manager->addEvent("watch", EventType(_EventType::TimerStart), nullptr));

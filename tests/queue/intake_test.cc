@@ -1,0 +1,255 @@
+// The write-ahead intake: its frames survive tearing and damage, a restart
+// replays exactly what was not yet in chunks, a full disk loses nothing and
+// hangs nobody, and no more than the limit is ever in flight.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "platform/defaults.h"
+#include "queue/event_intake.h"
+#include "support/eventually.h"
+#include "support/test_platform.h"
+
+namespace ostrel {
+namespace {
+
+using namespace std::chrono_literals;
+using test::eventually;
+
+IntakeRecord record(int i) {
+  return {"1700000000" + std::to_string(100000 + i) + "-event-custom", "custom",
+          "archive of event " + std::to_string(i)};
+}
+
+std::vector<std::string> names(const std::vector<IntakeFrame>& frames) {
+  std::vector<std::string> out;
+  for (const auto& f : frames) out.push_back(f.record.archive);
+  return out;
+}
+
+TEST(IntakeFrameTest, TornAndDamagedBytesNeverHideTheFramesAround) {
+  std::string a, b, c;
+  appendIntakeFrame(a, record(1));
+  appendIntakeFrame(b, record(2));
+  appendIntakeFrame(c, record(3));
+  std::string flipped = b;
+  flipped[flipped.size() - 2] ^= 0x20;  // a payload byte: the checksum no longer matches
+  std::string slash = "";
+  appendIntakeFrame(slash, {"../escape", "custom", "x"});
+  struct Case {
+    const char* what;
+    std::string bytes;
+    bool atEnd;
+    std::vector<std::string> archives;
+    bool pending;
+  };
+  const std::vector<Case> cases = {
+      {"whole frames",
+       a + b + c,
+       true,
+       {"archive of event 1", "archive of event 2", "archive of event 3"},
+       false},
+      {"torn at the end of a segment",
+       a + b + c.substr(0, c.size() - 3),
+       true,
+       {"archive of event 1", "archive of event 2"},
+       false},
+      {"cut by the read, more to come",
+       a + b + c.substr(0, c.size() - 3),
+       false,
+       {"archive of event 1", "archive of event 2"},
+       true},
+      {"garbage between frames",
+       a + "\x01\x02OLI1zz\x7f" + b,
+       true,
+       {"archive of event 1", "archive of event 2"},
+       false},
+      {"a damaged payload",
+       a + flipped + c,
+       true,
+       {"archive of event 1", "archive of event 3"},
+       false},
+      {"a name leaving its folder",
+       a + slash + c,
+       true,
+       {"archive of event 1", "archive of event 3"},
+       false},
+      {"a header cut short", a + b.substr(0, 6), true, {"archive of event 1"}, false},
+  };
+  for (const auto& c : cases) {
+    auto parsed = parseIntakeFrames(c.bytes, c.atEnd);
+    EXPECT_EQ(names(parsed.frames), c.archives) << c.what;
+    EXPECT_EQ(parsed.pendingFrameBytes.has_value(), c.pending) << c.what;
+    if (c.atEnd) {
+      EXPECT_EQ(parsed.consumed, c.bytes.size()) << c.what;
+    }
+  }
+}
+
+// A file system whose appends and new files fail while `full` is set.
+class FillableFileSystem : public platform::FileSystem {
+ public:
+  explicit FillableFileSystem(std::shared_ptr<platform::FileSystem> real)
+      : real_(std::move(real)) {}
+  std::atomic<bool> full{false};
+
+  std::string storageRoot() const override { return real_->storageRoot(); }
+  Result<void> createDirectories(const std::string& p) override {
+    return real_->createDirectories(p);
+  }
+  Result<void> writeFileAtomic(const std::string& p, const std::string& b) override {
+    return full ? noSpace(p) : real_->writeFileAtomic(p, b);
+  }
+  Result<void> writeNewFile(const std::string& p, const std::string& b) override {
+    return full ? noSpace(p) : real_->writeNewFile(p, b);
+  }
+  Result<void> appendToFile(const std::string& p, const std::string& b) override {
+    return full ? noSpace(p) : real_->appendToFile(p, b);
+  }
+  Result<std::string> readFile(const std::string& p) const override { return real_->readFile(p); }
+  Result<std::string> readFileRange(const std::string& p, uint64_t o,
+                                    std::size_t n) const override {
+    return real_->readFileRange(p, o, n);
+  }
+  bool exists(const std::string& p) const override { return real_->exists(p); }
+  bool isDirectory(const std::string& p) const override { return real_->isDirectory(p); }
+  Result<std::vector<std::string>> listDirectory(const std::string& p) const override {
+    return real_->listDirectory(p);
+  }
+  Result<void> remove(const std::string& p) override { return real_->remove(p); }
+  Result<void> removeAll(const std::string& p) override { return real_->removeAll(p); }
+  Result<uint64_t> fileSize(const std::string& p) const override { return real_->fileSize(p); }
+
+ private:
+  static OLError noSpace(const std::string& p) {
+    return OLError::LocalError(LocalErrorCodes::StorageError, "Cannot write file " + p,
+                               PlatformError{"NSPOSIXErrorDomain", 28, "No space left on device"});
+  }
+  std::shared_ptr<platform::FileSystem> real_;
+};
+
+// What the chunked queue would do with the events handed to it: keep them,
+// in order, and answer each (on request).
+struct Sink {
+  std::mutex mutex;
+  std::vector<std::string> appended;
+  std::vector<EventIntake::Ticket> waiting;
+  bool answerAtOnce = true;
+  int failOnce = -1;  // the index of an event whose first append fails
+
+  EventIntake::Feed feed() {
+    return [this](IntakeRecord r, EventIntake::Ticket t) {
+      std::unique_lock lock(mutex);
+      if (!answerAtOnce) {
+        waiting.push_back(std::move(t));
+        return;
+      }
+      const bool wanted = t.wanted();
+      const bool fails = wanted && static_cast<int>(appended.size()) == failOnce;
+      if (fails) failOnce = -1;
+      if (wanted && !fails) appended.push_back(r.archive);
+      lock.unlock();
+      t.done(wanted && !fails);
+    };
+  }
+  std::size_t count() {
+    std::lock_guard lock(mutex);
+    return appended.size();
+  }
+};
+
+class EventIntakeTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<EventIntake> open(EventIntake::Limits limits = {}) {
+    limits.retrySecs = 0.05;
+    return EventIntake::open(files_, platform_.platform().scheduler, platform_.root() + "/Intake",
+                             limits);
+  }
+  std::vector<std::string> expected(int from, int to) {
+    std::vector<std::string> out;
+    for (int i = from; i < to; ++i) out.push_back(record(i).archive);
+    return out;
+  }
+
+  test::TestPlatform platform_;
+  std::shared_ptr<FillableFileSystem> files_ =
+      std::make_shared<FillableFileSystem>(platform_.platform().files);
+};
+
+TEST_F(EventIntakeTest, ARestartReplaysWhatWasNotYetAppended) {
+  Sink first;
+  first.answerAtOnce = false;
+  {
+    auto intake = open();
+    intake->start(first.feed());
+    for (int i = 0; i < 100; ++i) ASSERT_TRUE(intake->accept(record(i)));
+    ASSERT_TRUE(intake->waitUntilPersisted(100, 10s));
+    ASSERT_TRUE(eventually([&] {
+      std::lock_guard lock(first.mutex);
+      return first.waiting.size() == 100u;
+    }));
+    // The first 40 reach their chunks; then the process ends.
+    for (int i = 0; i < 40; ++i) first.waiting[i].done(true);
+    ASSERT_TRUE(eventually([&] { return !intake->isDrained(); }));
+    intake->close(1s);
+  }
+  Sink second;
+  auto intake = open();
+  intake->start(second.feed());
+  ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
+  EXPECT_EQ(second.appended, expected(40, 100));
+}
+
+TEST_F(EventIntakeTest, AFullDiskLosesNothingAndRefusesOnceMemoryIsFull) {
+  Sink sink;
+  EventIntake::Limits limits;
+  limits.pendingBytes = 4096;
+  auto intake = open(limits);
+  intake->start(sink.feed());
+  files_->full = true;
+  int accepted = 0;
+  std::optional<OLError> refused;
+  for (int i = 0; i < 1000 && !refused; ++i) {
+    auto r = intake->accept(record(i));
+    if (r) {
+      ++accepted;
+    } else {
+      refused = r.error();
+    }
+  }
+  ASSERT_TRUE(refused) << "a full disk and full memory must refuse, not hang";
+  EXPECT_TRUE(refused->is(LocalErrorCodes::QueueError));
+  EXPECT_GT(accepted, 10);
+  files_->full = false;
+  ASSERT_TRUE(intake->waitUntilPersisted(accepted, 10s));
+  ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
+  EXPECT_EQ(sink.appended, expected(0, accepted));
+}
+
+TEST_F(EventIntakeTest, AFailedAppendIsHandedAgainInOrder) {
+  Sink sink;
+  sink.failOnce = 10;
+  auto intake = open();
+  intake->start(sink.feed());
+  for (int i = 0; i < 50; ++i) ASSERT_TRUE(intake->accept(record(i)));
+  ASSERT_TRUE(eventually([&] { return intake->isDrained() && sink.count() == 50u; }));
+  EXPECT_EQ(sink.appended, expected(0, 50));
+}
+
+TEST_F(EventIntakeTest, NoMoreThanTheLimitIsInFlight) {
+  Sink sink;
+  sink.answerAtOnce = false;
+  EventIntake::Limits limits;
+  limits.outstanding = 16;
+  auto intake = open(limits);
+  intake->start(sink.feed());
+  for (int i = 0; i < 200; ++i) ASSERT_TRUE(intake->accept(record(i)));
+  ASSERT_TRUE(intake->waitUntilPersisted(200, 10s));
+  std::this_thread::sleep_for(50ms);
+  std::lock_guard lock(sink.mutex);
+  EXPECT_EQ(sink.waiting.size(), 16u);
+}
+
+}  // namespace
+}  // namespace ostrel
