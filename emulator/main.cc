@@ -1,8 +1,11 @@
 // ostrel-emulator [--port N] [--http] [--domain D] [--data DIR] [--app ID:SECRET ...]
-//                 [--operator-bounces K] [--autologin-lifetime SECS] [--mandatory-confirm]
+//                 [--operator-bounces K] [--operator-page FILE] [--autologin-lifetime SECS]
+//                 [--mandatory-confirm]
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -17,7 +20,7 @@ void onSignal(int) {
 int usage(const std::string& problem) {
   std::fprintf(stderr,
                "ostrel-emulator: %s\nusage: ostrel-emulator [--port N] [--http] [--domain D] "
-               "[--data DIR] [--app ID:SECRET ...] [--operator-bounces K] "
+               "[--data DIR] [--app ID:SECRET ...] [--operator-bounces K] [--operator-page FILE] "
                "[--autologin-lifetime SECS] [--mandatory-confirm]\n",
                problem.c_str());
   return 2;
@@ -35,7 +38,7 @@ int main(int argc, char** argv) {
     } else if (a == "--mandatory-confirm") {
       options.mandatoryConfirm = true;
     } else if (a == "--port" || a == "--domain" || a == "--data" || a == "--app" ||
-               a == "--operator-bounces" || a == "--autologin-lifetime") {
+               a == "--operator-bounces" || a == "--operator-page" || a == "--autologin-lifetime") {
       const char* v = value();
       if (!v) return usage("missing value for " + a);
       if (a == "--port") options.port = std::atoi(v);
@@ -43,6 +46,13 @@ int main(int argc, char** argv) {
       if (a == "--data") options.dataDir = v;
       if (a == "--operator-bounces") options.operatorBounces = std::atoi(v);
       if (a == "--autologin-lifetime") options.autologinLifetime = std::atof(v);
+      if (a == "--operator-page") {
+        std::ifstream in(v, std::ios::binary);
+        if (!in) return usage(std::string("cannot read ") + v);
+        std::ostringstream page;
+        page << in.rdbuf();
+        options.operatorPage = page.str();
+      }
       if (a == "--app") {
         std::string app = v;
         auto colon = app.find(':');
