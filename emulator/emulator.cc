@@ -16,6 +16,7 @@
 #include "emulator/certificates.h"
 #include "emulator/emulator_page.h"
 #include "login/autologin_expiry.h"
+#include "platform/runtime.h"
 #include "transport/ol_connector.h"
 
 namespace ostrel::emulator {
@@ -176,9 +177,23 @@ int Emulator::requestCount(const std::string& path) {
   return it == requestTotals_.end() ? 0 : it->second;
 }
 
+std::vector<std::string> Emulator::requestBodies(const std::string& path) {
+  std::lock_guard lock(mutex_);
+  std::vector<std::string> bodies;
+  for (const auto& r : requests_) {
+    if (r["path"] == path) bodies.push_back(r["body"]);
+  }
+  return bodies;
+}
+
 void Emulator::setOperatorBounces(int bounces) {
   std::lock_guard lock(mutex_);
   options_.operatorBounces = bounces;
+}
+
+void Emulator::setOperatorPage(std::string bytes) {
+  std::lock_guard lock(mutex_);
+  options_.operatorPage = std::move(bytes);
 }
 
 void Emulator::setAutologinLifetime(double secs) {
@@ -228,10 +243,12 @@ void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
       req.get_header_value("Host").substr(0, req.get_header_value("Host").find(':'));
   if (host == kOperatorHost) {
     // The mobile operator's page: the library forwards it back to the service.
-    res.set_content(
-        "<html><body>operator recognition <a "
-        "href=\"http://operator.mno.test/ok\">ok</a></body></html>",
-        "text/html");
+    std::string page;
+    {
+      std::lock_guard lock(mutex_);
+      page = options_.operatorPage;
+    }
+    res.set_content(page, "text/html");
     logRequest(req, 200);
     return;
   }
@@ -437,10 +454,17 @@ void Emulator::serve(const std::string& path, const Json& body, httplib::Respons
   } else if (path == "/login/direct/msisdn/autorecognition" ||
              path == "/login/direct/msisdn/bodyrecognition") {
     int seen;
+    std::string page;
     {
       std::lock_guard lock(mutex_);
       if (path == "/login/direct/msisdn/autorecognition") bounces_ = 0;
       seen = bounces_++;
+      page = options_.operatorPage;
+    }
+    if (path == "/login/direct/msisdn/bodyrecognition" &&
+        runtime::crypto().base64Decode(text("mno_response")) != page) {
+      refuse(res, 400, "WRONG_MNO_RESPONSE", "The operator's reply was not forwarded as it came");
+      return;
     }
     if (seen < options_.operatorBounces) {
       res.status = 302;

@@ -43,6 +43,11 @@ struct Options {
   std::vector<std::pair<std::string, std::string>> apps = {{"demo", "demo-secret"},
                                                            {"demo-sandbox", "demo_secret"}};
   int operatorBounces = 1;  // operator replies before the user is recognised
+  // The operator's page, any bytes (UTF-8 or not). The library must forward it
+  // back byte for byte: a forwarded reply that differs is refused.
+  std::string operatorPage =
+      "<html><body>operator recognition <a "
+      "href=\"http://operator.mno.test/ok\">ok</a></body></html>";
   double autologinLifetime = 30 * 24 * 3600;
   double timestampTolerance = 300;
   bool mandatoryConfirm = false;  // new e-mail accounts must be confirmed first
@@ -91,7 +96,10 @@ class Emulator {
   std::vector<Json> servedFaults();
   // Requests received so far on a path.
   int requestCount(const std::string& path);
+  // Their bodies, oldest first.
+  std::vector<std::string> requestBodies(const std::string& path);
   void setOperatorBounces(int bounces);
+  void setOperatorPage(std::string bytes);
   void setAutologinLifetime(double secs);
   void setLatency(int ms) { latencyMs_ = ms; }
   EmulatorStore& store() { return *store_; }

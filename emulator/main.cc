@@ -1,9 +1,11 @@
 // ostrel-emulator [--port N] [--http] [--domain D] [--data DIR] [--app ID:SECRET ...]
-//                 [--operator-bounces K] [--autologin-lifetime SECS] [--mandatory-confirm]
-//                 [--latency MS]
+//                 [--operator-bounces K] [--operator-page FILE] [--autologin-lifetime SECS]
+//                 [--mandatory-confirm] [--latency MS]
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -18,7 +20,7 @@ void onSignal(int) {
 int usage(const std::string& problem) {
   std::fprintf(stderr,
                "ostrel-emulator: %s\nusage: ostrel-emulator [--port N] [--http] [--domain D] "
-               "[--data DIR] [--app ID:SECRET ...] [--operator-bounces K] "
+               "[--data DIR] [--app ID:SECRET ...] [--operator-bounces K] [--operator-page FILE] "
                "[--autologin-lifetime SECS] [--mandatory-confirm] [--latency MS]\n",
                problem.c_str());
   return 2;
@@ -36,7 +38,8 @@ int main(int argc, char** argv) {
     } else if (a == "--mandatory-confirm") {
       options.mandatoryConfirm = true;
     } else if (a == "--port" || a == "--domain" || a == "--data" || a == "--app" ||
-               a == "--operator-bounces" || a == "--autologin-lifetime" || a == "--latency") {
+               a == "--operator-bounces" || a == "--operator-page" || a == "--autologin-lifetime" ||
+               a == "--latency") {
       const char* v = value();
       if (!v) return usage("missing value for " + a);
       if (a == "--port") options.port = std::atoi(v);
@@ -45,6 +48,13 @@ int main(int argc, char** argv) {
       if (a == "--operator-bounces") options.operatorBounces = std::atoi(v);
       if (a == "--autologin-lifetime") options.autologinLifetime = std::atof(v);
       if (a == "--latency") options.latencyMs = std::atoi(v);
+      if (a == "--operator-page") {
+        std::ifstream in(v, std::ios::binary);
+        if (!in) return usage(std::string("cannot read ") + v);
+        std::ostringstream page;
+        page << in.rdbuf();
+        options.operatorPage = page.str();
+      }
       if (a == "--app") {
         std::string app = v;
         auto colon = app.find(':');

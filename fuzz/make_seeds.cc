@@ -44,6 +44,9 @@ const std::vector<std::string> kPayloads = {
     R"({"aps":{"t":"B"},"push_id":"x","custom":{"k":1}})",
     R"({"aps":{"t":"N","alert":"b","badge":"two"},"push_id":"x"})",
     R"({"aps":"N","push_id":"x"})",
+    R"({"aps":{"t":"N","alert":{"title":"t"}},"push_id":"x"})",
+    R"({"aps":{"t":"U","alert":"b"},"push_id":"x","url":"https://u:p@[::ffff:1.2.3.4]:8/a?q#f"})",
+    R"({"aps":{"t":"U","alert":"b"},"push_id":"x","url":"http:foo"})",
     R"([1,2,3])",
 };
 

@@ -122,9 +122,12 @@ class OLError {
 
   static OLError OstrelError(std::string code, std::string message, int64_t statusCode,
                              std::optional<Json> extra = std::nullopt);
+  // `statusCode`: the HTTP status of the reply the library turned into this
+  // error (a login flow's refusal keeps the service's status this way).
   static OLError LocalError(LocalErrorCodes code, std::string message,
                             std::optional<PlatformError> error = std::nullopt,
-                            std::optional<Json> extra = std::nullopt);
+                            std::optional<Json> extra = std::nullopt,
+                            std::optional<int64_t> statusCode = std::nullopt);
 
   Kind kind() const { return kind_; }
   bool isLocal() const { return kind_ == Kind::LocalError; }
@@ -133,7 +136,8 @@ class OLError {
   // The local code; absent for a service error.
   std::optional<LocalErrorCodes> localCode() const;
   const std::string& message() const { return message_; }
-  // The HTTP status of a service error; absent for a local error.
+  // The HTTP status of a service error, or of the reply a local error was
+  // made from; absent for a local error that answers no reply.
   std::optional<int64_t> statusCode() const;
   // Context information; null when absent. Shared between copies.
   const Json* extra() const { return extra_.get(); }
@@ -155,7 +159,7 @@ class OLError {
   std::string code_;
   LocalErrorCodes local_ = LocalErrorCodes::OstrelNotInitialized;
   std::string message_;
-  int64_t status_ = 0;
+  std::optional<int64_t> status_;
   std::shared_ptr<const Json> extra_;
   std::shared_ptr<const PlatformError> error_;
 };

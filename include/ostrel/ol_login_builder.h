@@ -43,6 +43,8 @@ class OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
   OLLoginBuilder& setPony(std::string pony);
   OLLoginBuilder& setBrivolaUser(std::string brivolaUser);
   OLLoginBuilder& setInfoUtente(std::string infoUtente);
+  // The SIM's IMSI, sent by the operator recognition flow (absent when never set).
+  OLLoginBuilder& setIMSI(std::string imsi);
   // Kept for host code written against an older interface; they only print.
   OLLoginBuilder& setAllowCustomLoginSession();
   OLLoginBuilder& setReturnUrl(const std::string& url);
@@ -75,6 +77,9 @@ class OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
   Result<void> checkRequirements();
   Result<void> checkEmail(bool needsPassword);
   void autologinCompleted(std::optional<OLError> error, std::optional<std::string> token);
+  // The finalize step with the custom data the identify event carries.
+  void finalizeFlow(std::optional<OLError> error, std::optional<std::string> sessionToken,
+                    LoginType loginType, const std::shared_ptr<OLSimpleObject>& customData);
 
   ErrorCallback _onFlowCompleteCallback;
   std::shared_ptr<OLStatus> _ostrelState;
@@ -96,6 +101,7 @@ class OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
   std::optional<std::string> _brivolaUser;
   std::optional<std::string> _infoUtente;
   std::optional<std::string> _receiptUrl;
+  std::optional<std::string> _imsi;
 };
 
 }  // namespace ostrel

@@ -13,6 +13,9 @@ namespace ostrel {
 class ArchiveWriter;
 
 enum class PushNotificationType { Standard, Url, Background, Ping };
+// The type's text form, its case name: "Standard", "Url", "Background", "Ping".
+const char* rawValue(PushNotificationType type);
+std::optional<PushNotificationType> pushNotificationTypeFromRaw(const std::string& raw);
 
 class OLPushBase {
  public:

@@ -22,6 +22,7 @@ namespace ostrel {
 class ConnectorBuilder;
 class OLStatus;
 class OLQueueManager;
+class PendingPushes;
 
 // What the app was launched with: the notification the user tapped, if any.
 struct LaunchOptions {
@@ -29,6 +30,8 @@ struct LaunchOptions {
   std::optional<platform::LocalNotification> localNotification;
 };
 
+// Every call may come from any thread. Replies of the service arrive on the
+// HTTP client's thread; what a call does there is said beside it.
 class OLPushManager : public std::enable_shared_from_this<OLPushManager> {
  public:
   using PushCallback = std::function<void(std::shared_ptr<OLPushBase>)>;
@@ -38,10 +41,18 @@ class OLPushManager : public std::enable_shared_from_this<OLPushManager> {
                                              std::weak_ptr<OLQueueManager> eventManager);
   ~OLPushManager();
 
-  // Asks the platform for permission and a device token; the token (or the
-  // refusal) comes back through setDeviceToken / didFailToRegister...
+  // Asks the platform's push service (Platform::remoteNotifications) for
+  // permission and a device token; the token comes back through setDeviceToken,
+  // a refusal through didFailToRegisterForRemoteNotificationsWithError (a
+  // "push registered" event with succeeded false). Linux and other desktops
+  // have no push service: with the default platform this call always fails
+  // that way ("Remote notifications are not available on this device"). A host
+  // that gets a token from a channel of its own passes it with setDeviceToken,
+  // without calling registerDevice at all.
   void registerDevice();
-  // Fails with "Token not recognized" for an empty token.
+  // The push service's token, as raw bytes: registered with the service now
+  // and again at every login and logout. Fails with "Token not recognized" for
+  // an empty token.
   Result<void> setDeviceToken(const std::string& tokenBytes);
   void didFailToRegisterForRemoteNotificationsWithError(const OLError& error);
   void setRegistrationError(const OLError& error);
@@ -49,16 +60,31 @@ class OLPushManager : public std::enable_shared_from_this<OLPushManager> {
   bool isRegistered() const { return registered_.load(); }
   std::optional<std::string> deviceToken() const;
 
-  // Pushes that arrived before a callback was set are handed to it now.
+  // Every push received is handed to the callback exactly once, in arrival
+  // order. Pushes that arrive while no callback is set (the one that launched
+  // the app, typically) wait, kept on disk across a stop of the app, and are
+  // handed to the next callback set. The callback runs on the thread that
+  // hands the push over: the one that received it (processRemoteNotification
+  // and its siblings) or the one that set the callback; never under a lock of
+  // the library's, so it may call back into the manager.
   OLPushManager& setPushCallback(PushCallback callback);
   void setNotifyLaunchOptions(const LaunchOptions& launchOptions);
-  // A remote payload received while the app runs (`appIsBackground`: the user opened it).
+  // A remote payload received while the app runs (`appIsBackground`: the user
+  // opened it). Fails with the payload's PushNotificationError, and nothing is
+  // handed over; otherwise as handlePushNotificationReceive.
   Result<void> processRemoteNotification(const Json& userInfo, bool appIsBackground = false);
   Result<void> processLocalNotification(const platform::LocalNotification& notification,
                                         bool appIsBackground = false);
+  // Records the received-push event and hands the push to the callback. Fails
+  // when the event could not be recorded; the push is handed over all the same.
   Result<void> handlePushNotificationReceive(std::shared_ptr<OLPushBase> push,
                                              bool appIsBackground);
-  // Shows the page of the last URL push received; fails when there is none.
+  // Shows the page of the last URL push received through Platform::webView;
+  // fails when there is none. Both handles are the host's own, passed to the
+  // web view untouched and never read by the library: on a phone the view
+  // controller to present over and the web view's navigation delegate (each
+  // may be null when the host's web view needs none); the desktop default
+  // ignores them and names the page in the log.
   Result<void> showInterstitialContent(void* onViewController, void* navigationDelegate);
   OLPushBuilder getPushBuilder();
   void terminationActions();
@@ -70,14 +96,13 @@ class OLPushManager : public std::enable_shared_from_this<OLPushManager> {
   OLPushManager() = default;
   void setRegistered(bool value);
   void recordRegistration(bool succeeded, const std::optional<std::string>& reason);
-  void recordReceived(const OLPushBase& push, PushReceiveAction action);
-  void deliverPending();
+  Result<void> recordReceived(const OLPushBase& push, PushReceiveAction action);
 
   std::shared_ptr<OLStatus> _ostrelState;
   std::shared_ptr<ConnectorBuilder> _buildConnector;
   std::weak_ptr<OLQueueManager> _eventManager;
   mutable std::mutex mutex_;
-  PushCallback _onPushReceivedCallback;
+  std::unique_ptr<PendingPushes> pending_;  // holds the host's callback
   std::optional<std::string> _deviceToken;
   bool _syncNotification = false;
   std::atomic<bool> registered_{false};

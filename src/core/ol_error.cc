@@ -125,8 +125,10 @@ OLError OLError::OstrelError(std::string code, std::string message, int64_t stat
 }
 
 OLError OLError::LocalError(LocalErrorCodes code, std::string message,
-                            std::optional<PlatformError> error, std::optional<Json> extra) {
+                            std::optional<PlatformError> error, std::optional<Json> extra,
+                            std::optional<int64_t> statusCode) {
   OLError e;
+  e.status_ = statusCode;
   e.kind_ = Kind::LocalError;
   e.local_ = code;
   e.code_ = std::string(rawValue(code));
@@ -142,7 +144,6 @@ std::optional<LocalErrorCodes> OLError::localCode() const {
 }
 
 std::optional<int64_t> OLError::statusCode() const {
-  if (kind_ != Kind::OstrelError) return std::nullopt;
   return status_;
 }
 
@@ -157,7 +158,7 @@ bool OLError::is(LocalErrorCodes code, std::string_view message) const {
 std::string OLError::description() const {
   if (kind_ == Kind::OstrelError) {
     // The service form deliberately has no closing parenthesis.
-    return "Ostrel Error [" + code_ + "/" + std::to_string(status_) + "]: " + message_ +
+    return "Ostrel Error [" + code_ + "/" + std::to_string(status_.value_or(0)) + "]: " + message_ +
            " (extra: " + describeOptional(extra_.get());
   }
   std::optional<std::string> underlying;

@@ -16,9 +16,9 @@ OLMSISDNPINLoginFlowImpl::OLMSISDNPINLoginFlowImpl(std::shared_ptr<OLStatus> sta
 void OLMSISDNPINLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   if (!_pin) {
-    freeSlot();
-    return failStart(
-        OLError::LocalError(LocalErrorCodes::LoginBuilderError, "Missing MSISDN PIN credential"));
+    return endHoldingSlot(
+        OLError::LocalError(LocalErrorCodes::LoginBuilderError, "Missing MSISDN PIN credential"),
+        std::nullopt);
   }
   runRequest(OstrelAPIEndpoint::MSISDNLogin, Json{{"msisdn", _msisdn}, {"pin", *_pin}},
              {{OstrelErrorCodes::WRONG_PIN, LocalErrorCodes::MSISDNLoginWrongPINError}},
@@ -55,30 +55,18 @@ void OLMSISDNUserRecognitionLoginFlowImpl::startLoginFlow() {
 void OLMSISDNUserRecognitionLoginFlowImpl::parseOstrelResponse(std::optional<OLError> error,
                                                                int64_t statusCode,
                                                                std::optional<Json> body) {
-  if (!error) {
-    freeSlot();
-    parseUserStatus(body);
-    return;
-  }
+  if (!error) return parseUserStatus(body);
   if (!error->is(LocalErrorCodes::ConnectionDomainWarning)) {
-    freeSlot();
-    finish(mapServiceError(*error, {}, LocalErrorCodes::MSISDNUserRecognitionFailed), std::nullopt);
-    return;
+    return endHoldingSlot(
+        mapServiceError(*error, {}, LocalErrorCodes::MSISDNUserRecognitionFailed, body),
+        std::nullopt);
   }
-  if (bounces > 2) {
-    freeSlot();
-    finish(std::move(error), std::nullopt);
-    return;
-  }
-  // The operator's raw reply goes back to the service, Base64-encoded.
+  if (bounces > 2) return endHoldingSlot(std::move(error), std::nullopt);
+  // The operator's reply goes back to the service as it came, Base64-encoded.
   std::string raw;
   if (const Json* extra = error->extra(); extra && extra->contains("response")) {
-    const Json& response = (*extra)["response"];
-    if (response.is_object() && response.contains("__parsed_string__") &&
-        response["__parsed_string__"].is_string()) {
-      raw = response["__parsed_string__"].get<std::string>();
-    } else if (!response.is_null()) {
-      raw = dumpJson(response);
+    if (const Json& response = (*extra)["response"]; response.is_binary()) {
+      raw.assign(response.get_binary().begin(), response.get_binary().end());
     }
   }
   bounces += 1;

@@ -31,23 +31,20 @@ void OLAutoLoginFlowImpl::startLoginFlow() {
     token = *service;
   }
   auto self = std::static_pointer_cast<OLAutoLoginFlowImpl>(shared_from_this());
-  post(OstrelAPIEndpoint::RefreshToken, Json{{bhandleKey, token}},
-       [self](std::optional<OLError> error, int64_t status, std::optional<Json> reply,
-              const Json& input) {
-         // The slot is freed whatever the outcome, before the completion runs.
-         self->freeSlot();
-         if (error) {
-           self->finish(std::move(error), std::nullopt);
-           return;
-         }
-         if (status < 200 || status > 299) {
-           self->finish(replyError(std::nullopt, LocalErrorCodes::AutologinServerError, input,
-                                   status, reply),
-                        std::nullopt);
-           return;
-         }
-         self->parseUserStatus(reply);
-       });
+  post(
+      OstrelAPIEndpoint::RefreshToken, Json{{bhandleKey, token}},
+      [self](std::optional<OLError> error, int64_t status, std::optional<Json> reply,
+             const Json& input) {
+        // The slot is freed whatever the outcome, before the completion runs
+        // (after the renewed login is recorded, when there is one).
+        if (error) return self->endHoldingSlot(std::move(error), std::nullopt);
+        if (status < 200 || status > 299) {
+          return self->endHoldingSlot(
+              replyError(std::nullopt, LocalErrorCodes::AutologinServerError, input, status, reply),
+              std::nullopt);
+        }
+        self->parseUserStatus(reply);
+      });
 }
 
 }  // namespace ostrel

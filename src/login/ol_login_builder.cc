@@ -98,6 +98,10 @@ OLLoginBuilder& OLLoginBuilder::setInfoUtente(std::string v) {
   _infoUtente = std::move(v);
   return *this;
 }
+OLLoginBuilder& OLLoginBuilder::setIMSI(std::string v) {
+  _imsi = std::move(v);
+  return *this;
+}
 OLLoginBuilder& OLLoginBuilder::setAllowCustomLoginSession() {
   logLine("Dummy method setAllowCustomLoginSession");
   return *this;
@@ -136,12 +140,18 @@ Result<void> OLLoginBuilder::checkEmail(bool needsPassword) {
 void OLLoginBuilder::fireFinalizeFlowActions(std::optional<OLError> error,
                                              std::optional<std::string> sessionToken,
                                              LoginType loginType) {
+  finalizeFlow(std::move(error), std::move(sessionToken), loginType, _customData);
+}
+
+void OLLoginBuilder::finalizeFlow(std::optional<OLError> error,
+                                  std::optional<std::string> sessionToken, LoginType loginType,
+                                  const std::shared_ptr<OLSimpleObject>& customData) {
   auto listener = _ostrelState->userState()->stateChangeListener();
   logLine("State Change Listener " + (listener ? listener->description() : std::string("none")));
   if (!error) {
     if (auto manager = _eventManager.lock(); manager && sessionToken) {
       logLine("Queueing identify event of " + std::string(rawValue(loginType)));
-      (void)manager->generateIdentify(*sessionToken, _customData,
+      (void)manager->generateIdentify(*sessionToken, customData,
                                       IdentificationType::login(loginType));
     }
     logLine(std::string("Finalize Login Flow ") + (listener ? "true" : "false"));
@@ -252,7 +262,7 @@ Result<std::shared_ptr<OLMSISDNPINLoginFlow>> OLLoginBuilder::getMSISDPINLoginFl
 Result<std::shared_ptr<OLMSISDNUserRecognitionLoginFlow>> OLLoginBuilder::getMSISDNURLoginFlow() {
   if (auto ok = checkRequirements(); !ok) return ok.error();
   auto flow = std::make_shared<OLMSISDNUserRecognitionLoginFlowImpl>(
-      _ostrelState, _buildConnector->buildConnector(), std::nullopt, 0, kOperatorPagePattern);
+      _ostrelState, _buildConnector->buildConnector(), _imsi, 0, kOperatorPagePattern);
   OSTREL_WIRE_FINALIZE(flow, LoginType::msisdnUR);
   return {std::move(flow)};
 }
@@ -299,13 +309,25 @@ Result<std::shared_ptr<OLMFPLoginFlow>> OLLoginBuilder::getMFPLoginFlow() {
                                "Unable to retrieve Mobile Fingerprint", std::nullopt,
                                Json{{"pony", describeOptional(_pony)}});
   }
+  // The pony is outside input: a field of another type is no field at all.
+  auto text = [&](const char* key) {
+    auto it = decoded->find(key);
+    return it != decoded->end() && it->is_string() ? it->get<std::string>() : std::string();
+  };
   auto flow = std::make_shared<OLMFPLoginFlowImpl>(_ostrelState, _buildConnector->buildConnector(),
-                                                   decoded->value("session_id", ""),
-                                                   decoded->value("user_id", ""));
-  if (decoded->contains("custom_data")) {
-    if (auto data = OLSimpleObject::fromDictionary((*decoded)["custom_data"])) _customData = data;
+                                                   text("session_id"), text("user_id"));
+  // The pony's custom data belongs to this flow's identify event; the builder's
+  // own stays for the flows it hands out next.
+  std::shared_ptr<OLSimpleObject> ponyData;
+  if (auto data = decoded->find("custom_data"); data != decoded->end()) {
+    ponyData = OLSimpleObject::fromDictionary(*data);
   }
-  OSTREL_WIRE_FINALIZE(flow, LoginType::mfp);
+  auto self = shared_from_this();
+  flow->setInternalCompletionCallback(
+      [self, ponyData](std::optional<OLError> e, std::optional<std::string> t) {
+        self->finalizeFlow(std::move(e), std::move(t), LoginType::mfp,
+                           ponyData ? ponyData : self->_customData);
+      });
   return {std::move(flow)};
 }
 

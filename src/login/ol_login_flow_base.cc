@@ -17,7 +17,14 @@ OLError builderError(std::string message, std::optional<Json> extra = std::nullo
 }  // namespace
 
 std::string bodyText(const std::optional<Json>& body) {
-  return body ? describeValue(*body) : std::string("nil");
+  if (!body) return "nil";
+  // A reply that was no JSON dictionary: its text, or its bytes in hexadecimal.
+  if (body->is_object() && body->size() == 1) {
+    for (const char* key : {"__parsed_string__", "__parsed_hex__"}) {
+      if (auto it = body->find(key); it != body->end() && it->is_string()) return *it;
+    }
+  }
+  return describeValue(*body);
 }
 
 OLLoginFlowBase::OLLoginFlowBase(std::shared_ptr<OLStatus> state, OLConnector connector)
@@ -57,19 +64,24 @@ void OLLoginFlowBase::finish(std::optional<OLError> error, std::optional<std::st
   if (_internalCompletionCallback) _internalCompletionCallback(std::move(error), std::move(token));
 }
 
+void OLLoginFlowBase::endHoldingSlot(std::optional<OLError> error,
+                                     std::optional<std::string> token) {
+  freeSlot();
+  finish(std::move(error), std::move(token));
+}
+
 void OLLoginFlowBase::parseUserStatus(const std::optional<Json>& body) {
   if (!body) {
-    finish(OLError::LocalError(LocalErrorCodes::ConnectionValidationError, "Unexpected Null body"),
-           std::nullopt);
-    return;
+    return endHoldingSlot(
+        OLError::LocalError(LocalErrorCodes::ConnectionValidationError, "Unexpected Null body"),
+        std::nullopt);
   }
   auto session = body->find("session_token");
   if (!body->is_object() || session == body->end() || !session->is_string()) {
-    finish(
+    return endHoldingSlot(
         OLError::LocalError(LocalErrorCodes::InvalidLoginFlowResponse, "Invalid Session Token (O_)",
                             std::nullopt, Json{{"body", bodyText(body)}}),
         std::nullopt);
-    return;
   }
   std::optional<std::string> autologin;
   if (auto a = body->find("autologin_token"); a != body->end() && a->is_string()) {
@@ -80,7 +92,8 @@ void OLLoginFlowBase::parseUserStatus(const std::optional<Json>& body) {
   if (auto meta = body->find("meta"); meta != body->end() && meta->is_object()) {
     (void)user().setUserMetaInfo(*meta);
   }
-  finish(std::nullopt, sessionToken);
+  // Only now may another flow start: it finds the user logged and is refused.
+  endHoldingSlot(std::nullopt, sessionToken);
 }
 
 void OLLoginFlowBase::post(
@@ -103,19 +116,13 @@ void OLLoginFlowBase::runRequest(OstrelAPIEndpoint endpoint, Json body,
   post(endpoint, std::move(body),
        [self, mapping, fallback, logsIn, holdsSlot](std::optional<OLError> error, int64_t status,
                                                     std::optional<Json> reply, const Json& input) {
-         if (holdsSlot) self->freeSlot();
          if (!error && (status < 200 || status > 299)) {
            error = replyError(std::nullopt, fallback, input, status, reply);
          }
-         if (error) {
-           self->finish(mapServiceError(*error, mapping, fallback), std::nullopt);
-           return;
-         }
-         if (logsIn) {
-           self->parseUserStatus(reply);
-         } else {
-           self->finish(std::nullopt, std::nullopt);
-         }
+         if (!error && logsIn) return self->parseUserStatus(reply);
+         if (error) error = mapServiceError(*error, mapping, fallback, reply);
+         if (holdsSlot) return self->endHoldingSlot(std::move(error), std::nullopt);
+         self->finish(std::move(error), std::nullopt);
        });
 }
 
@@ -123,9 +130,15 @@ OLError OLLoginFlowBase::replyError(std::optional<OLError> error, LocalErrorCode
                                     const Json& input, int64_t status,
                                     const std::optional<Json>& reply) {
   if (error) return *error;
+  // The request's secrets stay out of errors, which hosts log and show.
+  Json shown = input;
+  if (shown.is_object()) {
+    for (const char* secret : {"password", "pin"}) shown.erase(secret);
+  }
   return OLError::LocalError(
       fallback, "Unexpected reply", std::nullopt,
-      Json{{"input", describeValue(input)}, {"statusCode", status}, {"body", bodyText(reply)}});
+      Json{{"input", describeValue(shown)}, {"statusCode", status}, {"body", bodyText(reply)}},
+      status);
 }
 
 }  // namespace ostrel

@@ -34,7 +34,9 @@ class OLLoginFlowBase : public virtual OLLoginFlow,
   virtual Result<void> checkStartRequirements();
   // Succeeds while nobody is logged; takes no slot.
   virtual Result<void> checkForgotRequirements();
-  // Records a successful login reply and ends the flow.
+  // Records a successful login reply, then frees the slot and ends the flow:
+  // a flow racing for the slot finds the user logged, never a free slot
+  // before the login is recorded.
   void parseUserStatus(const std::optional<Json>& body);
 
   std::string description() const override;
@@ -44,6 +46,9 @@ class OLLoginFlowBase : public virtual OLLoginFlow,
   OLUserStatus& user() const;
   void freeSlot();
   void finish(std::optional<OLError> error, std::optional<std::string> token);
+  // Frees the slot this flow holds, then ends: a flow started from the
+  // completion finds the slot free.
+  void endHoldingSlot(std::optional<OLError> error, std::optional<std::string> token);
   // Ends at once after a failed prerequisite.
   void failStart(const OLError& error) { finish(error, std::nullopt); }
   // Sends one signed request; `handler` runs on the reply with the request body.
@@ -52,7 +57,7 @@ class OLLoginFlowBase : public virtual OLLoginFlow,
                 handler);
   // Sends the flow's one request. A failed reply ends with the error mapped to
   // the flow's local codes; a good one logs the user in (`logsIn`) or ends
-  // without a token. A flow that holds the slot frees it before it ends.
+  // without a token. A flow that holds the slot frees it just before it ends.
   void runRequest(OstrelAPIEndpoint endpoint, Json body,
                   std::initializer_list<struct ServiceCodeMapping> known, LocalErrorCodes fallback,
                   bool logsIn, bool holdsSlot);

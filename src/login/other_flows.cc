@@ -11,25 +11,23 @@ void OLCustomLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   const std::string token = "C_" + _customId;
   user().loginUser(token, std::nullopt);
-  freeSlot();
-  finish(std::nullopt, token);
+  endHoldingSlot(std::nullopt, token);
 }
 
 void OLExternalLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   user().loginUser(_externalId, std::nullopt);
-  freeSlot();
-  finish(std::nullopt, _externalId);
+  endHoldingSlot(std::nullopt, _externalId);
 }
 
 void OLPaymentReceiptLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   auto receipt = _ostrelState->getSerializedReceipt(_offerId, _receiptUrl);
   if (!receipt) {
-    freeSlot();
-    return failStart(OLError::LocalError(LocalErrorCodes::PaymentSerializationError,
-                                         "Unable to retrieve appStoreReceipt", std::nullopt,
-                                         Json{{"offerId", _offerId}}));
+    return endHoldingSlot(OLError::LocalError(LocalErrorCodes::PaymentSerializationError,
+                                              "Unable to retrieve appStoreReceipt", std::nullopt,
+                                              Json{{"offerId", _offerId}}),
+                          std::nullopt);
   }
   Json body = {{"serialized_receipt", *receipt}, {"offerId", _offerId}};
   if (_emailParams) body["productmail_parameters"] = _emailParams->getDictionary();
@@ -40,14 +38,13 @@ void OLPaymentReceiptLoginFlowImpl::startLoginFlow() {
 void OLMFPLoginFlowImpl::startLoginFlow() {
   if (auto ready = checkStartRequirements(); !ready) return failStart(ready.error());
   if (_userId.empty()) {
-    freeSlot();
-    return failStart(OLError::LocalError(LocalErrorCodes::MFPLoginWrongFingerprint,
-                                         "Unable to retrieve Mobile Fingerprint"));
+    return endHoldingSlot(OLError::LocalError(LocalErrorCodes::MFPLoginWrongFingerprint,
+                                              "Unable to retrieve Mobile Fingerprint"),
+                          std::nullopt);
   }
   // The fingerprint names a user the service already knows: its token is taken over.
   user().loginUser(_userId, std::nullopt);
-  freeSlot();
-  finish(std::nullopt, _userId);
+  endHoldingSlot(std::nullopt, _userId);
 }
 
 void OLUO2CredentialsLoginFlowImpl::startLoginFlow() {

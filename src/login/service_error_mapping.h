@@ -2,8 +2,10 @@
 // How the login flows report the service's refusals: each flow turns a service
 // error it knows by name into the local code that names the reaction, and any
 // other failure (another service error, a transport failure) into its own
-// generic code. The service's code, status and extra travel in the extra map
-// ("code", "statusCode", "extra"), so nothing of the answer is lost.
+// generic code. Nothing of the answer is lost: the error answers the reply's
+// status (`statusCode()`), and its extra map carries the service's code, the
+// status, the service's extra and the reply body's text ("code", "statusCode",
+// "extra", "body"). Nothing of the request travels with it (no password, no PIN).
 //
 //   flow               service code             local code
 //   e-mail login       WRONG_EMAIL_PASSWORD     EMAILLoginWrongPasswordError
@@ -29,6 +31,7 @@
 #include <utility>
 #include <vector>
 
+#include "ostrel/json.h"
 #include "ostrel/ol_error.h"
 
 namespace ostrel {
@@ -38,7 +41,8 @@ struct ServiceCodeMapping {
   LocalErrorCodes local;
 };
 
+// `reply`: the decoded reply the error came with, if any.
 OLError mapServiceError(const OLError& error, const std::vector<ServiceCodeMapping>& known,
-                        LocalErrorCodes fallback);
+                        LocalErrorCodes fallback, const std::optional<Json>& reply);
 
 }  // namespace ostrel

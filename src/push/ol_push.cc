@@ -58,27 +58,37 @@ void OLBackgroundPush::encode(ArchiveWriter& w) const {
 }
 
 namespace {
+constexpr const char* kNotificationTypes[] = {"Standard", "Url", "Background", "Ping"};
 constexpr const char* kTypes[] = {"standard", "background", "url", "ping"};
 constexpr const char* kActions[] = {"notified", "opened", "scheduled", "url_shown"};
+
+// The case whose text is `raw`; the texts are in declaration order.
+template <class Enum, std::size_t N>
+std::optional<Enum> fromRaw(const char* const (&texts)[N], const std::string& raw) {
+  for (std::size_t i = 0; i < N; ++i) {
+    if (raw == texts[i]) return static_cast<Enum>(i);
+  }
+  return std::nullopt;
+}
 }  // namespace
 
+const char* rawValue(PushNotificationType type) {
+  return kNotificationTypes[static_cast<int>(type)];
+}
 const char* rawValue(PushReceiveType type) {
   return kTypes[static_cast<int>(type)];
 }
 const char* rawValue(PushReceiveAction action) {
   return kActions[static_cast<int>(action)];
 }
+std::optional<PushNotificationType> pushNotificationTypeFromRaw(const std::string& raw) {
+  return fromRaw<PushNotificationType>(kNotificationTypes, raw);
+}
 std::optional<PushReceiveType> pushReceiveTypeFromRaw(const std::string& raw) {
-  for (int i = 0; i < 4; ++i) {
-    if (raw == kTypes[i]) return static_cast<PushReceiveType>(i);
-  }
-  return std::nullopt;
+  return fromRaw<PushReceiveType>(kTypes, raw);
 }
 std::optional<PushReceiveAction> pushReceiveActionFromRaw(const std::string& raw) {
-  for (int i = 0; i < 4; ++i) {
-    if (raw == kActions[i]) return static_cast<PushReceiveAction>(i);
-  }
-  return std::nullopt;
+  return fromRaw<PushReceiveAction>(kActions, raw);
 }
 
 PushReceiveType receiveTypeOf(const OLPushBase& push) {

@@ -2,11 +2,13 @@
 
 #include "core/device_information.h"
 #include "core/ol_status.h"
+#include "events/grapheme.h"
+#include "events/push_events.h"
 #include "login/ol_user_status.h"
 #include "ostrel/ol_notification.h"
 #include "ostrel/ostrel.h"
 #include "platform/runtime.h"
-#include "push/push_archive.h"
+#include "push/pending_pushes.h"
 #include "queue/ol_queue_manager.h"
 #include "transport/connector_builder.h"
 
@@ -33,6 +35,7 @@ std::shared_ptr<OLPushManager> OLPushManager::make(std::shared_ptr<OLStatus> ost
   m->_ostrelState = std::move(ostrelState);
   m->_buildConnector = std::move(buildConnector);
   m->_eventManager = std::move(eventManager);
+  m->pending_ = std::make_unique<PendingPushes>(pendingFolder());
   std::weak_ptr<OLPushManager> weak = m;
   runtime::current().localNotifications->setDeliveryHandler(
       [weak](const platform::LocalNotification& n) {
@@ -97,7 +100,11 @@ void OLPushManager::setRegistrationError(const OLError& error) {
 void OLPushManager::recordRegistration(bool succeeded, const std::optional<std::string>& reason) {
   auto manager = _eventManager.lock();
   if (!manager) return;
-  if (auto queued = manager->generatePushRegistered(succeeded, reason); !queued) {
+  // The event takes a reason of limited length: a longer description is cut
+  // rather than the failure going unrecorded.
+  std::optional<std::string> kept;
+  if (reason) kept = truncateGraphemes(*reason, OLPushRegisteredEvent::kMaxReasonLength);
+  if (auto queued = manager->generatePushRegistered(succeeded, kept); !queued) {
     logLine("Error in push registered event " + queued.error().description());
   }
 }
@@ -159,31 +166,8 @@ void OLPushManager::setRegistered(bool value) {
 }
 
 OLPushManager& OLPushManager::setPushCallback(PushCallback callback) {
-  {
-    std::lock_guard lock(mutex_);
-    _onPushReceivedCallback = std::move(callback);
-  }
-  deliverPending();
+  pending_->setCallback(std::move(callback));
   return *this;
-}
-
-void OLPushManager::deliverPending() {
-  PushCallback callback;
-  {
-    std::lock_guard lock(mutex_);
-    callback = _onPushReceivedCallback;
-  }
-  if (!callback) return;
-  auto& files = runtime::files();
-  auto names = files.listDirectory(pendingFolder());
-  if (!names) return;
-  for (const auto& name : *names) {
-    const std::string path = pendingFolder() + "/" + name;
-    auto bytes = files.readFile(path);
-    (void)files.remove(path);
-    if (!bytes) continue;
-    if (auto push = decodePush(*bytes)) callback(*push);
-  }
 }
 
 void OLPushManager::setNotifyLaunchOptions(const LaunchOptions& launchOptions) {
@@ -221,12 +205,15 @@ Result<void> OLPushManager::processLocalNotification(const platform::LocalNotifi
   return handlePushNotificationReceive(*push, appIsBackground);
 }
 
-void OLPushManager::recordReceived(const OLPushBase& push, PushReceiveAction action) {
+Result<void> OLPushManager::recordReceived(const OLPushBase& push, PushReceiveAction action) {
   auto manager = _eventManager.lock();
-  if (!manager) return;
-  auto queued = manager->generatePushReceived(
-      push.pushId, PushNotificationEventType(receiveTypeOf(push), action), push.isLocal);
+  Result<void> queued =
+      manager
+          ? manager->generatePushReceived(
+                push.pushId, PushNotificationEventType(receiveTypeOf(push), action), push.isLocal)
+          : OLError::LocalError(LocalErrorCodes::InvalidQueueHandler, "Missing event manager");
   if (!queued) logLine("Error in push received event " + queued.error().description());
+  return queued;
 }
 
 Result<void> OLPushManager::handlePushNotificationReceive(std::shared_ptr<OLPushBase> push,
@@ -234,33 +221,17 @@ Result<void> OLPushManager::handlePushNotificationReceive(std::shared_ptr<OLPush
   if (!push) {
     return OLError::LocalError(LocalErrorCodes::PushNotificationError, "Missing push");
   }
-  auto manager = _eventManager.lock();
-  if (!manager) {
-    return OLError::LocalError(LocalErrorCodes::InvalidQueueHandler, "Missing event manager");
-  }
   const auto action = appIsBackground ? PushReceiveAction::opened : PushReceiveAction::notified;
-  auto queued = manager->generatePushReceived(
-      push->pushId, PushNotificationEventType(receiveTypeOf(*push), action), push->isLocal);
-  if (!queued) return queued.error();
+  // The push is the user's whatever becomes of its analytics: a received event
+  // that cannot be recorded is reported, and the push handed over all the same.
+  auto recorded = recordReceived(*push, action);
   if (auto url = std::dynamic_pointer_cast<OLUrlPush>(push)) {
     std::lock_guard lock(mutex_);
     _ostrelState->urlPush = url;
   }
   notify(OLNotification::PushNotificationReceived, this, Json{{"push_id", push->pushId}}, push);
-  PushCallback callback;
-  {
-    std::lock_guard lock(mutex_);
-    callback = _onPushReceivedCallback;
-  }
-  if (callback) {
-    callback(push);
-    return {};
-  }
-  // No callback yet (typically the push that launched the app): kept until one is set.
-  auto& files = runtime::files();
-  if (auto made = files.createDirectories(pendingFolder()); !made) return made.error();
-  const std::string name = hexString(runtime::crypto().randomBytes(8));
-  return files.writeFileAtomic(pendingFolder() + "/" + name, archivePush(*push));
+  pending_->add(std::move(push));
+  return recorded;
 }
 
 Result<void> OLPushManager::showInterstitialContent(void* onViewController,
@@ -279,14 +250,14 @@ Result<void> OLPushManager::showInterstitialContent(void* onViewController,
     std::lock_guard lock(mutex_);
     if (_ostrelState->urlPush == push) _ostrelState->urlPush.reset();
   }
-  recordReceived(*push, PushReceiveAction::urlShown);
+  (void)recordReceived(*push, PushReceiveAction::urlShown);
   return {};
 }
 
 OLPushBuilder OLPushManager::getPushBuilder() {
   std::weak_ptr<OLPushManager> weak = weak_from_this();
   return OLPushBuilder([weak](const OLPushBase& push) {
-    if (auto self = weak.lock()) self->recordReceived(push, PushReceiveAction::scheduled);
+    if (auto self = weak.lock()) (void)self->recordReceived(push, PushReceiveAction::scheduled);
   });
 }
 

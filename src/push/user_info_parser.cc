@@ -1,6 +1,6 @@
 #include "push/user_info_parser.h"
 
-#include "core/fatal.h"
+#include "push/uri_syntax.h"
 
 namespace ostrel {
 namespace {
@@ -103,27 +103,25 @@ Result<std::string> UserInfoParser::getUrl() const {
   const std::string text =
       url ? (url->is_string() ? url->get<std::string>() : dumpJson(*url)) : std::string("nil");
   if (!url || !url->is_string()) return fail("Url not recognized " + text);
-  // Only web pages: the scheme is compared as written.
-  const auto colon = text.find("://");
-  const std::string scheme = colon == std::string::npos ? "" : text.substr(0, colon);
-  const bool hasHost = colon != std::string::npos && colon + 3 < text.size() &&
-                       text[colon + 3] != '/' && text.find_first_of(" \t\r\n") == std::string::npos;
-  if ((scheme != "http" && scheme != "https") || !hasHost)
+  // Only web pages: a URI (RFC 3986) whose scheme is compared as written.
+  const auto scheme = uriScheme(text);
+  if (!scheme || (*scheme != "http" && *scheme != "https")) {
     return fail("Url not recognized " + text);
+  }
   return text;
 }
 
 namespace {
 
 template <class Push>
-Result<std::shared_ptr<Push>> standardFields(const UserInfoParser& parser) {
+Result<std::shared_ptr<Push>> standardFields(const UserInfoParser& parser, const Json& userInfo) {
   auto id = parser.getPushId();
   if (!id) return id.error();
   auto body = parser.getBody();
   if (!body) return body.error();
-  // The type decision has seen an "aps" dictionary; a missing body is a payload
-  // the service must never send as a notification.
-  if (!*body) fatal("A standard push must have a body");
+  // A notification shows its body: without one the payload is refused, like
+  // any other malformed payload (it comes from outside the app).
+  if (!*body) return UserInfoParser::failure("Body not recognized in aps", userInfo);
   auto badge = parser.getBadge();
   if (!badge) return badge.error();
   auto sound = parser.getSound();
@@ -149,14 +147,14 @@ Result<std::shared_ptr<OLPushBase>> buildPushObjectFromUserInfo(const Json& user
   std::shared_ptr<OLPushBase> push;
   switch (*type) {
     case PushNotificationType::Standard: {
-      auto standard = standardFields<OLStandardPush>(parser);
+      auto standard = standardFields<OLStandardPush>(parser, userInfo);
       if (!standard) return standard.error();
       (*standard)->customFields = parser.getCustomFields();
       push = *standard;
       break;
     }
     case PushNotificationType::Url: {
-      auto url = standardFields<OLUrlPush>(parser);
+      auto url = standardFields<OLUrlPush>(parser, userInfo);
       if (!url) return url.error();
       auto address = parser.getUrl();
       if (!address) return address.error();

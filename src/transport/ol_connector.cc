@@ -144,7 +144,11 @@ void OLConnector::parseResponse(const std::optional<PlatformError>& error,
     return;
   }
   logLine("Connection came from URL " + response.finalUrl);
-  Json details = {{"response", dictionary ? *dictionary : Json(nullptr)}, {"statusCode", status}};
+  // The reply of somebody else (the mobile operator) is kept as it came, byte
+  // for byte: the login flow forwards it to the service unchanged.
+  Json details = {{"response", Json::binary(Json::binary_t::container_type(response.body.begin(),
+                                                                           response.body.end()))},
+                  {"statusCode", status}};
   callback(OLError::LocalError(LocalErrorCodes::ConnectionDomainWarning,
                                "Response is not coming from " + domain + " domain", std::nullopt,
                                std::move(details)),

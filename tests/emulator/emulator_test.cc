@@ -207,7 +207,15 @@ TEST_F(EmulatorTest, OperatorRecognitionGoesOutsideTheDomain) {
   auto first = send(OstrelAPIEndpoint::MSISDNUR, Json::object());
   ASSERT_TRUE(first.error);
   EXPECT_TRUE(first.error->is(LocalErrorCodes::ConnectionDomainWarning));
-  auto forwarded = send(OstrelAPIEndpoint::MSISDNURBody, Json{{"mno_response", "cGFnZQ=="}});
+  // Only the page as it was served is accepted back.
+  auto altered = send(OstrelAPIEndpoint::MSISDNURBody, Json{{"mno_response", "cGFnZQ=="}});
+  ASSERT_TRUE(altered.error);
+  EXPECT_EQ(altered.error->code(), "WRONG_MNO_RESPONSE");
+  const auto& page = (*first.error->extra())["response"].get_binary();
+  auto forwarded =
+      send(OstrelAPIEndpoint::MSISDNURBody,
+           Json{{"mno_response",
+                 runtime::crypto().base64Encode(std::string(page.begin(), page.end()))}});
   ASSERT_FALSE(forwarded.error) << forwarded.error->description();
   EXPECT_TRUE(forwarded.body->contains("session_token"));
 }

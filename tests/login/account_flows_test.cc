@@ -5,13 +5,13 @@
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <mutex>
 
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_login_flow.h"
 #include "ostrel/ostrel.h"
 #include "ostrel/user_state_change_listener.h"
 #include "support/emulator_service.h"
+#include "support/recorder.h"
 
 namespace ostrel {
 namespace {
@@ -126,20 +126,11 @@ TEST(AccountFlowsTest, ForgotWhileLoggedIsRefusedLocally) {
   EXPECT_TRUE(*o->isUserLogged());
 }
 
-class RecordingListener : public UserStateChangeListener {
+class RecordingListener : public UserStateChangeListener, public test::Recorder<std::string> {
  public:
   void onUserStateChanged(const std::optional<OLError>& error) override {
-    std::lock_guard lock(mutex_);
-    calls.push_back(error ? error->message() : "ok");
+    add(error ? error->message() : "ok");
   }
-  std::vector<std::string> seen() {
-    std::lock_guard lock(mutex_);
-    return calls;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::string> calls;
 };
 
 TEST(AccountFlowsTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
@@ -164,7 +155,7 @@ TEST(AccountFlowsTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
   EXPECT_FALSE(service.emulator().store().userByEmail("gone@ostrel.test"));
   EXPECT_FALSE(*o->isUserLogged());
 
-  EXPECT_EQ(listener->seen(),
+  EXPECT_EQ(listener->values(),
             (std::vector<std::string>{"Wrong e-mail or password", "ok", "ok", "ok", "ok"}));
   // Deleting again: nobody is logged.
   std::promise<std::optional<OLError>> again;

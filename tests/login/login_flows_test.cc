@@ -2,6 +2,7 @@
 // stand-in service over HTTPS.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <thread>
@@ -73,32 +74,143 @@ TEST_F(LoginTest, EmailLoginLogsInQueuesIdentifyAndSurvivesARestart) {
   EXPECT_EQ(o->getUserToken()->substr(0, 2), "L_");
 }
 
-TEST_F(LoginTest, ServiceRefusalsMapToLocalCodes) {
+TEST_F(LoginTest, ServiceRefusalsMapToLocalCodesAndKeepTheReply) {
   auto o = start();
+  using Fault = emulator::Emulator::Fault;
   struct Case {
     std::function<void(OLLoginBuilder&)> configure;
     bool pin;
+    std::optional<Fault> fault;
     LocalErrorCodes code;
     std::string serviceCode;
+    int64_t status;
+    std::string body;    // found in the reply body's text
+    std::string secret;  // never in the error
   };
   const Case cases[] = {
-      {[](OLLoginBuilder& b) { b.setEmail(test::EmulatorService::kEmail).setPassword("wrong"); },
-       false, LocalErrorCodes::EMAILLoginWrongPasswordError, "WRONG_EMAIL_PASSWORD"},
-      {[](OLLoginBuilder& b) { b.setMSISDN(test::EmulatorService::kMsisdn).setPIN("0000"); }, true,
-       LocalErrorCodes::MSISDNLoginWrongPINError, "WRONG_PIN"},
+      {[](OLLoginBuilder& b) { b.setEmail(test::EmulatorService::kEmail).setPassword("pw-x7"); },
+       false, std::nullopt, LocalErrorCodes::EMAILLoginWrongPasswordError, "WRONG_EMAIL_PASSWORD",
+       401, "WRONG_EMAIL_PASSWORD", "pw-x7"},
+      {[](OLLoginBuilder& b) { b.setMSISDN(test::EmulatorService::kMsisdn).setPIN("9876"); }, true,
+       std::nullopt, LocalErrorCodes::MSISDNLoginWrongPINError, "WRONG_PIN", 401, "WRONG_PIN",
+       "9876"},
       {[](OLLoginBuilder& b) { b.setMSISDN(test::EmulatorService::kMsisdn).setNOPIN(); }, true,
-       LocalErrorCodes::MSISDNLoginWrongPINError, "WRONG_PIN"},
+       std::nullopt, LocalErrorCodes::MSISDNLoginWrongPINError, "WRONG_PIN", 401, "WRONG_PIN",
+       "__NO_PIN_SENTINEL__"},
+      // Answers that are no service error object: the status and the body still reach the host.
+      {[](OLLoginBuilder& b) {
+         b.setEmail(test::EmulatorService::kEmail).setPassword(test::EmulatorService::kPassword);
+       },
+       false, Fault{.status = 500, .body = "non_json"}, LocalErrorCodes::EMAILLoginError,
+       "HTTP 500", 500, "plain text, not JSON", test::EmulatorService::kPassword},
+      {[](OLLoginBuilder& b) {
+         b.setMSISDN(test::EmulatorService::kMsisdn).setPIN(test::EmulatorService::kPin);
+       },
+       true, Fault{.status = 502, .body = "non_utf8"}, LocalErrorCodes::MSISDNLoginError,
+       "HTTP 502", 502, "fffe0001", test::EmulatorService::kPin},
   };
   for (const auto& c : cases) {
+    SCOPED_TRACE(c.serviceCode + " " + c.body);
+    if (c.fault) {
+      service_.emulator().injectFault(
+          c.pin ? "/login/direct/msisdn/PINidentify" : "/login/direct/email/login", *c.fault);
+    }
     auto error = c.pin ? run(*o, c.configure, &OLLoginBuilder::getMSISDPINLoginFlow)
                        : run(*o, c.configure, &OLLoginBuilder::getEmailLoginFlow);
     ASSERT_TRUE(error);
     EXPECT_EQ(error->localCode(), c.code) << error->description();
+    EXPECT_EQ(error->statusCode(), c.status);
     EXPECT_EQ((*error->extra())["code"], c.serviceCode);
-    EXPECT_EQ((*error->extra())["statusCode"], 401);
+    EXPECT_EQ((*error->extra())["statusCode"], c.status);
+    EXPECT_NE((*error->extra())["body"].get<std::string>().find(c.body), std::string::npos)
+        << error->description();
+    EXPECT_EQ(error->description().find(c.secret), std::string::npos) << error->description();
     EXPECT_FALSE(*o->isUserLogged());
   }
   EXPECT_TRUE(platform_.log().contains("Finalize Login Flow Error"));
+}
+
+// Puts many keys before the tokens of every e-mail login reply: reading the
+// reply then takes a while, which leaves a racing flow a wide window if the
+// slot were ever free before the login is recorded.
+class SlowToReadLoginReplies : public platform::HttpClient {
+ public:
+  explicit SlowToReadLoginReplies(std::shared_ptr<platform::HttpClient> inner)
+      : inner_(std::move(inner)) {
+    for (int i = 0; i < 5000; ++i) padding_ += "\"pad" + std::to_string(i) + "\":0,";
+  }
+  void send(platform::HttpRequest request, platform::HttpCompletion completion) override {
+    const bool login = request.url.ends_with("/login/direct/email/login");
+    inner_->send(std::move(request),
+                 [this, login, completion = std::move(completion)](
+                     std::optional<PlatformError> error, platform::HttpResponse response) {
+                   if (login && response.status == 200 && response.body.starts_with("{")) {
+                     response.body.insert(1, padding_);
+                   }
+                   completion(std::move(error), std::move(response));
+                 });
+  }
+
+ private:
+  std::shared_ptr<platform::HttpClient> inner_;
+  std::string padding_;
+};
+
+TEST_F(LoginTest, AFlowRacingForTheSlotNeverLogsInBesideTheRunningOne) {
+  // A second thread keeps trying a custom login while an e-mail login runs:
+  // it may only ever find the slot held or the user logged.
+  Platform p = service_.platformFor(platform_);
+  p.http = std::make_shared<SlowToReadLoginReplies>(p.http);
+  auto o = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, p);
+  for (int round = 0; round < 30; ++round) {
+    SCOPED_TRACE(round);
+    std::atomic<int> successes{0};
+    std::atomic<bool> emailDone{false};
+    auto email = *o->getLoginBuilder();
+    email->setEmail(test::EmulatorService::kEmail)
+        .setPassword(test::EmulatorService::kPassword)
+        .setOnFlowCompleteCallback([&](std::optional<OLError> e) {
+          if (!e) ++successes;
+          emailDone = true;
+        });
+    auto custom = *o->getLoginBuilder();
+    custom->setCustomID("racer").setOnFlowCompleteCallback([&](std::optional<OLError> e) {
+      if (!e) ++successes;
+    });
+    (*email->getEmailLoginFlow())->startLoginFlow();  // holds the slot from here
+    std::thread racer([&] {
+      while (!emailDone) {
+        if (auto flow = custom->getCustomLoginFlow()) (*flow)->startLoginFlow();
+        std::this_thread::yield();
+      }
+    });
+    racer.join();
+    EXPECT_EQ(successes.load(), 1);
+    EXPECT_EQ(o->getUserToken()->substr(0, 2), "O_");
+    ASSERT_TRUE(o->userLogout());
+    platform_.log().clear();
+  }
+}
+
+TEST_F(LoginTest, TheFingerprintsCustomDataStaysWithItsOwnFlow) {
+  auto o = start();
+  auto b = *o->getLoginBuilder();
+  b->setCustomData(OLSimpleObject::fromJSONString(R"({"from":"builder"})"))
+      .setPony(R"({"ostrel":{"session_id":"s1","user_id":"O_fp","custom_data":{"from":"pony"}}})");
+  auto runOn = [&](auto flow) {
+    std::promise<std::optional<OLError>> done;
+    b->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
+    ASSERT_TRUE(flow);
+    (*flow)->startLoginFlow();
+    ASSERT_FALSE(done.get_future().get());
+  };
+  runOn(b->getMFPLoginFlow());
+  ASSERT_TRUE(o->userLogout());
+  b->setEmail(test::EmulatorService::kEmail).setPassword(test::EmulatorService::kPassword);
+  runOn(b->getEmailLoginFlow());
+  std::vector<std::string> seen;
+  for (const auto& e : flushedEvents(*o, "identify")) seen.push_back(e["custom_data"]["from"]);
+  EXPECT_EQ(seen, (std::vector<std::string>{"pony", "builder"}));
 }
 
 TEST_F(LoginTest, BuilderChecksComeBeforeTheNetwork) {
@@ -152,26 +264,47 @@ TEST_F(LoginTest, PinLoginWithoutPinFailsAtStart) {
   EXPECT_FALSE(o->impl()._ostrelStatus->hasRunningFlow());
 }
 
-TEST_F(LoginTest, OperatorRecognitionForwardsAtMostThreeTimes) {
+TEST_F(LoginTest, OperatorRecognitionForwardsThePageAsItCameAtMostThreeTimes) {
+  // The emulator refuses a forwarded page that differs from the one it served.
+  const std::string html = emulator::Options().operatorPage;
+  const char kLatin1[] = "<html>caf\xe9 \xff\x00 ok</html>";  // not UTF-8, with a NUL
+  const std::string latin1(kLatin1, sizeof kLatin1 - 1);
+  const std::string json = R"({ "b" : 1,   "a":"\u00e9" })";
   struct Case {
     int bounces;
+    std::string page;
+    std::optional<std::string> imsi;
     bool logged;
   };
-  for (const auto& c : {Case{1, true}, Case{3, true}, Case{4, false}}) {
+  for (const auto& c : {Case{1, html, "222015550001", true}, Case{3, html, std::nullopt, true},
+                        Case{4, html, std::nullopt, false}, Case{2, latin1, std::nullopt, true},
+                        Case{1, json, std::nullopt, true}}) {
+    SCOPED_TRACE(std::to_string(c.bounces) + " " + c.page);
     test::TestPlatform platform;
     test::EmulatorService service;
     service.setOperatorBounces(c.bounces);
+    service.emulator().setOperatorPage(c.page);
     auto o = service.startFacade(platform);
     auto builder = *o->getLoginBuilder();
+    if (c.imsi) builder->setIMSI(*c.imsi);
     std::promise<std::optional<OLError>> done;
     builder->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
     (*builder->getMSISDNURLoginFlow())->startLoginFlow();
     auto error = done.get_future().get();
-    EXPECT_EQ(!error, c.logged) << c.bounces;
+    EXPECT_EQ(!error, c.logged) << error->description();
     if (error) {
       EXPECT_TRUE(error->is(LocalErrorCodes::ConnectionDomainWarning));
     }
-    EXPECT_EQ(service.requestsTo("/login/direct/msisdn/bodyrecognition"), std::min(c.bounces, 3));
+    const auto start = service.emulator().requestBodies("/login/direct/msisdn/autorecognition");
+    ASSERT_EQ(start.size(), 1u);
+    const Json sent = *parseJson(start[0]);
+    EXPECT_EQ(sent.contains("imsi") ? std::optional(sent["imsi"].get<std::string>()) : std::nullopt,
+              c.imsi);
+    const auto forwarded = service.emulator().requestBodies("/login/direct/msisdn/bodyrecognition");
+    EXPECT_EQ(forwarded.size(), static_cast<std::size_t>(std::min(c.bounces, 3)));
+    for (const auto& body : forwarded) {
+      EXPECT_EQ((*parseJson(body))["mno_response"], runtime::crypto().base64Encode(c.page));
+    }
   }
 }
 

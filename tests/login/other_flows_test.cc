@@ -41,6 +41,16 @@ TEST_F(OtherFlowsTest, BuilderChecks) {
   EXPECT_EQ(message(b->getMFPLoginFlow()), "Unable to retrieve Mobile Fingerprint");
   b->setPony("not json");
   EXPECT_EQ(message(b->getMFPLoginFlow()), "Unable to retrieve Mobile Fingerprint");
+  // A pony whose fields are of another type names no user: refused when started.
+  b->setPony(R"({"session_id":5,"user_id":["O_x"]})");
+  std::promise<std::optional<OLError>> odd;
+  b->setOnFlowCompleteCallback([&](std::optional<OLError> e) { odd.set_value(e); });
+  auto mfp = b->getMFPLoginFlow();
+  ASSERT_TRUE(mfp);
+  (*mfp)->startLoginFlow();
+  auto refused = odd.get_future().get();
+  ASSERT_TRUE(refused);
+  EXPECT_TRUE(refused->is(LocalErrorCodes::MFPLoginWrongFingerprint));
   EXPECT_EQ(message(b->getUO2CredentialsLoginFlow()), "Missing InfoUtente parameter");
   b->setInfoUtente("info");
   EXPECT_EQ(message(b->getUO2CredentialsLoginFlow()), "Missing BrivolaUser parameter");

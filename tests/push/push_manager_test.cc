@@ -3,8 +3,10 @@
 // as events.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
+#include <map>
 #include <mutex>
 #include <thread>
 
@@ -13,6 +15,7 @@
 #include "ostrel/ostrel.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
+#include "support/recorder.h"
 
 namespace ostrel {
 namespace {
@@ -29,6 +32,18 @@ class RecordingWebView : public platform::WebView {
   std::mutex mutex;
   std::vector<std::string> shown;
 };
+
+// The ids handed to a callback, in the order it saw them.
+class Collector : public test::Recorder<std::string> {
+ public:
+  OLPushManager::PushCallback callback() {
+    return [this](std::shared_ptr<OLPushBase> p) { add(p->pushId); };
+  }
+};
+
+Json ping(const std::string& id) {
+  return Json{{"aps", {{"t", "P"}}}, {"push_id", id}};
+}
 
 class PushManagerTest : public ::testing::Test {
  protected:
@@ -103,12 +118,19 @@ TEST_F(PushManagerTest, RegistrationFailuresBecomeEvents) {
   push_->registerDevice();
   service_.failNext("/push/registration", 500);
   ASSERT_TRUE(push_->setDeviceToken("\x01"));
+  // A description beyond the event's 256 characters is cut, not lost.
+  const auto longError = OLError::LocalError(
+      LocalErrorCodes::PushNotificationDeviceRegistrationError, std::string(300, 'm'));
+  push_->setRegistrationError(longError);
   auto events = flushed("push registered");
-  for (int i = 0; i < 50 && events.size() < 2; ++i) {
+  for (int i = 0; i < 50 && events.size() < 3; ++i) {
     std::this_thread::sleep_for(20ms);
     events = flushed("push registered");
   }
-  ASSERT_EQ(events.size(), 2u);
+  ASSERT_EQ(events.size(), 3u);
+  EXPECT_TRUE(std::any_of(events.begin(), events.end(), [&](const Json& e) {
+    return e["reason"] == longError.description().substr(0, 256);
+  }));
   std::vector<std::string> reasons;
   for (const auto& e : events) {
     EXPECT_EQ(e["succeeded"], false);
@@ -122,12 +144,8 @@ TEST_F(PushManagerTest, RegistrationFailuresBecomeEvents) {
 }
 
 TEST_F(PushManagerTest, ReceivedOpenedScheduledAndShownPushesAreRecorded) {
-  std::vector<std::shared_ptr<OLPushBase>> seen;
-  std::mutex mutex;
-  push_->setPushCallback([&](std::shared_ptr<OLPushBase> p) {
-    std::lock_guard lock(mutex);
-    seen.push_back(std::move(p));
-  });
+  Collector seen;
+  push_->setPushCallback(seen.callback());
   ASSERT_TRUE(push_->processRemoteNotification(
       *parseJson(R"({"aps":{"t":"N","alert":"hi"},"push_id":"n1"})"), false));
   ASSERT_TRUE(push_->processRemoteNotification(
@@ -162,8 +180,7 @@ TEST_F(PushManagerTest, ReceivedOpenedScheduledAndShownPushesAreRecorded) {
                                     false));
   EXPECT_EQ(std::get<2>(got[3]), "scheduled");
   EXPECT_EQ(std::get<3>(got[3]), true);
-  std::lock_guard lock(mutex);
-  EXPECT_EQ(seen.size(), 2u);
+  EXPECT_EQ(seen.values(), (std::vector<std::string>{"n1", "u1"}));
 }
 
 TEST_F(PushManagerTest, TheLaunchPushWaitsForTheCallback) {
@@ -180,6 +197,66 @@ TEST_F(PushManagerTest, TheLaunchPushWaitsForTheCallback) {
   auto opened = flushed("push received");
   ASSERT_EQ(opened.size(), 1u);
   EXPECT_EQ(opened[0]["push_action"], "opened");
+}
+
+TEST_F(PushManagerTest, APushIsHandedOverEvenWhenItsEventCannotBeRecorded) {
+  Collector seen;
+  push_->setPushCallback(seen.callback());
+  facade_.reset();  // the queue manager goes with the facade
+  auto handled = push_->processRemoteNotification(ping("orphan"));
+  ASSERT_FALSE(handled);
+  EXPECT_EQ(handled.error().localCode(), LocalErrorCodes::InvalidQueueHandler);
+  EXPECT_EQ(seen.values(), std::vector<std::string>{"orphan"});
+}
+
+TEST_F(PushManagerTest, WaitingPushesReachTheNextCallbackInArrivalOrderAfterARestart) {
+  std::vector<std::string> sent;
+  for (int i = 0; i < 8; ++i) {
+    sent.push_back("w" + std::to_string(i));
+    ASSERT_TRUE(push_->processRemoteNotification(ping(sent.back())));
+  }
+  // The app stops before it sets a callback; the next run takes the pushes over.
+  push_.reset();
+  facade_.reset();
+  SetUp();
+  Collector seen;
+  push_->setPushCallback(seen.callback());
+  EXPECT_EQ(seen.values(), sent);
+  Collector again;
+  push_->setPushCallback(again.callback());
+  EXPECT_TRUE(again.values().empty()) << "handed over once";
+}
+
+TEST_F(PushManagerTest, PushesArrivingWhileCallbacksAreSetAreHandedOverOnceInOrder) {
+  constexpr int kProducers = 3, kEach = 30;
+  Collector seen;
+  std::atomic<int> sent{0};
+  std::vector<std::thread> threads;
+  for (int p = 0; p < kProducers; ++p) {
+    threads.emplace_back([&, p] {
+      for (int i = 0; i < kEach; ++i) {
+        EXPECT_TRUE(push_->processRemoteNotification(
+            ping(std::to_string(p) + ":" + std::to_string(100 + i))));
+        ++sent;
+      }
+    });
+  }
+  // Two callbacks set at once, while pushes keep arriving and some already wait.
+  for (int s = 0; s < 2; ++s) {
+    threads.emplace_back([&] {
+      while (sent < kProducers * 5) std::this_thread::yield();
+      push_->setPushCallback(seen.callback());
+    });
+  }
+  for (auto& t : threads) t.join();
+  const auto ids = seen.values();
+  EXPECT_EQ(ids.size(), static_cast<std::size_t>(kProducers * kEach));
+  std::map<std::string, std::string> last;  // producer -> last id seen
+  for (const auto& id : ids) {
+    const std::string producer = id.substr(0, id.find(':'));
+    EXPECT_LT(last[producer], id) << "out of arrival order or twice";
+    last[producer] = id;
+  }
 }
 
 TEST_F(PushManagerTest, AnUnseenUrlPushComesBackAfterTermination) {

@@ -36,6 +36,15 @@ TEST(PushParserTest, RefusedPayloadsGiveTheExactMessageAndCarryThePayload) {
        "Url not recognized HTTPS://a.b"},
       {R"({"aps":{"t":"U","alert":"b"},"push_id":"x","url":"not a url"})",
        "Url not recognized not a url"},
+      // A notification without a body, whatever the shape: refused, never a stop.
+      {R"({"aps":{"t":"N"},"push_id":"x"})", "Body not recognized in aps"},
+      {R"({"aps":{"t":"N","alert":7},"push_id":"x"})", "Body not recognized in aps"},
+      {R"({"aps":{"t":"N","alert":{"title":"only a title"}},"push_id":"x"})",
+       "Body not recognized in aps"},
+      {R"({"aps":{"t":"N","alert":{"body":null}},"push_id":"x"})", "Body not recognized in aps"},
+      {R"({"aps":{"t":"U"},"push_id":"x","url":"https://a.b"})", "Body not recognized in aps"},
+      {R"({"aps":{"t":"U","alert":{"title":"t"}},"push_id":"x","url":"https://a.b"})",
+       "Body not recognized in aps"},
       {R"({"aps":{"t":"B"},"push_id":"x","custom":{"k":1}})",
        "Bad configured Background Push. Missing content-available"},
       {R"({"aps":{"t":"B","content-available":0},"push_id":"x","custom":{"k":1}})",
@@ -83,6 +92,11 @@ TEST(PushParserTest, EachTypeIsBuiltWithItsFields) {
   auto ping = OLPushBuilder::buildPushObject(payload(R"({"aps":{"t":"P"},"push_id":"x"})"), true);
   ASSERT_TRUE(ping);
   EXPECT_EQ((*ping)->type(), PushNotificationType::Ping);
+  for (auto type : {PushNotificationType::Standard, PushNotificationType::Url,
+                    PushNotificationType::Background, PushNotificationType::Ping}) {
+    EXPECT_EQ(pushNotificationTypeFromRaw(rawValue(type)), type);
+  }
+  EXPECT_STREQ(rawValue(PushNotificationType::Url), "Url");
   EXPECT_EQ((*ping)->pushId, "x");
   EXPECT_TRUE((*ping)->shown);
   EXPECT_FALSE((*ping)->isLocal);
@@ -145,11 +159,50 @@ TEST(PushParserTest, FieldReadersOnOddShapes) {
   EXPECT_FALSE(noAps.getCustomFields());
 }
 
-TEST(PushParserDeathTest, AStandardPushWithoutBodyIsAProgrammingError) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH((void)OLPushBuilder::buildPushObject(
-                   payload(R"({"aps":{"t":"N","alert":7},"push_id":"x"})"), false),
-               "A standard push must have a body");
+TEST(PushParserTest, UrlsAreTheUrisOfRfc3986WithAWebScheme) {
+  struct Case {
+    const char* url;
+    bool accepted;
+  };
+  const Case cases[] = {
+      {"http:foo", true},  // a URI of scheme http and path "foo"
+      {"https://ostrel.test", true},
+      {"https://", true},  // an empty registered name is one
+      {"https://u:p@[::ffff:1.2.3.4]:8080/a/b;c?q=1/?#frag/?", true},
+      {"http://[2001:db8::7]/", true},
+      {"http://[1:2:3:4:5:6:7:8]/", true},
+      {"http://[v7.a:b]/", true},
+      {"https://x.y/%41%6a/~a-b_c.d!$&'()*+,;=:@", true},
+      {"http://1.2.3.4:/", true},
+      {"//ostrel.test/p", false},  // a relative reference has no scheme
+      {"/p", false},
+      {"http//x.y", false},
+      {"https://a b", false},
+      {"https://x.y/%4g", false},
+      {"https://x.y/%4", false},
+      {"https://[::1", false},
+      {"https://[1:2:3:4:5:6:7:8:9]/", false},
+      {"https://[1::2::3]/", false},
+      {"https://[::1.2.3.256]/", false},
+      {"https://x.y:8o/", false},
+      {"https://x.y/#a#b", false},
+      {"https://a@b@c/", false},
+      {"https://caf\xc3\xa9.test/", false},  // outside ASCII: a URI percent-encodes it
+      {"HTTPS://a.b", false},                // the scheme is compared as written
+      {"ftp://a.b", false},
+      {"", false},
+  };
+  test::TestPlatform platform;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.url);
+    Json userInfo = payload(R"({"aps":{"t":"U","alert":"b"},"push_id":"x"})");
+    userInfo["url"] = c.url;
+    auto push = OLPushBuilder::buildPushObject(userInfo, false);
+    EXPECT_EQ(push.has_value(), c.accepted);
+    if (!c.accepted) {
+      EXPECT_EQ(push.error().message(), std::string("Url not recognized ") + c.url);
+    }
+  }
 }
 
 TEST(PushArchiveTest, EveryPushRoundTrips) {

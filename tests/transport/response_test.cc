@@ -83,7 +83,9 @@ TEST(ParseResponseTest, DomainCheck) {
       ASSERT_TRUE(out.error) << c.url;
       EXPECT_TRUE(out.error->is(LocalErrorCodes::ConnectionDomainWarning,
                                 "Response is not coming from ostrel.io domain"));
-      EXPECT_EQ(*out.error->extra(), (Json{{"response", {{"k", 1}}}, {"statusCode", 200}}));
+      const std::string raw = "{\"k\":1}";
+      EXPECT_EQ(*out.error->extra(),
+                (Json{{"response", Json::binary({raw.begin(), raw.end()})}, {"statusCode", 200}}));
       EXPECT_TRUE(platform.log().contains("Connection came from URL " + c.url));
     }
   }

@@ -10,23 +10,6 @@
 #include "ostrel/ol_push_builder.h"
 
 namespace ostrel::cli {
-namespace {
-
-const char* typeName(PushNotificationType type) {
-  switch (type) {
-    case PushNotificationType::Standard:
-      return "Standard";
-    case PushNotificationType::Url:
-      return "Url";
-    case PushNotificationType::Background:
-      return "Background";
-    case PushNotificationType::Ping:
-      break;
-  }
-  return "Ping";
-}
-
-}  // namespace
 
 int runPush(const std::vector<std::string>& argv) {
   if (argv.size() != 2 || argv[0] != "parse") return usageError("usage: push parse FILE");
@@ -37,7 +20,7 @@ int runPush(const std::vector<std::string>& argv) {
   auto push = OLPushBuilder::buildPushObject(std::string_view(text.str()), false);
   if (!push) return printOutcome(push.error(), nullptr);
   return printOutcome(std::nullopt, Json{{"class", (*push)->archiveClassName()},
-                                         {"type", typeName((*push)->type())},
+                                         {"type", rawValue((*push)->type())},
                                          {"description", (*push)->description()}});
 }
 
