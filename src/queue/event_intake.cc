@@ -24,6 +24,12 @@ std::optional<uint64_t> parseSegmentName(const std::string& name) {
   return id;
 }
 
+std::string segmentName(uint64_t segment) {
+  char name[32];
+  std::snprintf(name, sizeof name, "%020" PRIu64 ".log", segment);
+  return name;
+}
+
 OLError intakeError(std::string message) {
   return OLError::LocalError(LocalErrorCodes::QueueError, std::move(message));
 }
@@ -58,9 +64,33 @@ EventIntake::~EventIntake() {
 }
 
 std::string EventIntake::segmentPath(uint64_t segment) const {
-  char name[32];
-  std::snprintf(name, sizeof name, "%020" PRIu64 ".log", segment);
-  return folder_ + "/" + name;
+  return folder_ + "/" + segmentName(segment);
+}
+
+std::vector<IntakeRecord> EventIntake::pendingRecords(const platform::FileSystem& files,
+                                                      const std::string& folder) {
+  std::vector<uint64_t> segments;
+  if (auto names = files.listDirectory(folder)) {
+    for (const auto& name : *names) {
+      if (auto id = parseSegmentName(name)) segments.push_back(*id);
+    }
+  }
+  std::sort(segments.begin(), segments.end());
+  uint64_t segment = 0, offset = 0;
+  if (auto text = files.readFile(folder + "/" + kCheckpoint)) {
+    if (std::sscanf(text->c_str(), "%" SCNu64 " %" SCNu64, &segment, &offset) != 2) segment = 0;
+  }
+  std::vector<IntakeRecord> out;
+  for (uint64_t id : segments) {
+    if (id < segment) continue;
+    auto bytes = files.readFile(folder + "/" + segmentName(id));
+    if (!bytes) continue;
+    const std::size_t from = id == segment ? std::min<uint64_t>(offset, bytes->size()) : 0;
+    for (auto& frame : parseIntakeFrames(std::string_view(*bytes).substr(from), true).frames) {
+      out.push_back(std::move(frame.record));
+    }
+  }
+  return out;
 }
 
 void EventIntake::recover() {

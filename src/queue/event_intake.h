@@ -92,6 +92,11 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   // of this run written so far, after every write.
   void setPersistedObserver(std::function<void(uint64_t)> observer);
 
+  // Read only, for tools: the events of the log in `folder` that are not known
+  // to be in chunks yet, oldest first, whole frames only.
+  static std::vector<IntakeRecord> pendingRecords(const platform::FileSystem& files,
+                                                  const std::string& folder);
+
   // The folder name under the storage root.
   static constexpr const char* kFolder = "EventIntake";
 

@@ -11,6 +11,7 @@
 #include "ostrel/ol_simple_object.h"
 #include "ostrel/ostrel.h"
 #include "platform/runtime.h"
+#include "queue/event_intake.h"
 
 namespace ostrel::cli {
 
@@ -58,7 +59,7 @@ int runQueue(const std::vector<std::string>& argv) {
   if (!args) return usageError(problem);
   const std::string root = args->get("dir").value_or(runtime::files().storageRoot());
   const std::string chunks = root + "/EventQueue/Chunks";
-  Json out = {{"root", root}, {"chunks", Json::array()}};
+  Json out = {{"root", root}, {"chunks", Json::array()}, {"intake", Json::array()}};
   // Read only: the listing never opens the queue itself, which would write.
   std::vector<int> keys;
   if (auto names = runtime::files().listDirectory(chunks)) {
@@ -82,6 +83,14 @@ int runQueue(const std::vector<std::string>& argv) {
                              : Json{{"file", f}, {"error", event.error().description()}});
     }
     out["chunks"].push_back(Json{{"key", key}, {"events", events}});
+  }
+  // Accepted, on disk, and not yet in a chunk.
+  for (const auto& record :
+       EventIntake::pendingRecords(runtime::files(), root + "/" + EventIntake::kFolder)) {
+    auto event = decodeEvent(record.archive);
+    out["intake"].push_back(
+        event ? Json{{"file", record.fileName}, {"event", (*event)->getEventDictionary()}}
+              : Json{{"file", record.fileName}, {"error", event.error().description()}});
   }
   std::printf("%s\n", out.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
   return 0;
