@@ -1,5 +1,6 @@
 #include "events/content_events.h"
 
+#include "events/float_json.h"
 #include "events/grapheme.h"
 #include "events/name_rule.h"
 #include "events/simple_object_archive.h"
@@ -33,7 +34,7 @@ Json OLRankingContentEvent::getEventDictionary() const {
   Json d = OLBaseEvent::getEventDictionary();
   d["content_id"] = contentId;
   d["scope"] = scope.rawValue();
-  d["multiplier"] = multiplier;
+  d["multiplier"] = floatJson(multiplier);
   return d;
 }
 
