@@ -79,7 +79,7 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
   f.setupExternalParamenters(dictParameters);
   f.startSession();
   f.startAutologin();
-  f.observeLifeCycle();
+  f.observeLifeCycle(facade);
   return facade;
 }
 
