@@ -25,6 +25,8 @@ class RefusingHttpClient : public platform::HttpClient {
     response.finalUrl = request.url;
     completion(std::nullopt, std::move(response));
   }
+  // It answers on the caller's thread anyway.
+  void dispatch(std::function<void()> work) override { work(); }
 };
 
 long statusField(const char* name) {
