@@ -68,7 +68,12 @@ class Ostrel {
   ~Ostrel();
 
   std::string environmentString() const;
-  void setDistributionGroup(const std::string& distributionGroup);
+  // Any thread. The group travels in every request's Authorization header and
+  // is kept across runs; one with a control character, a double quote or a
+  // backslash is refused (ConnectionValidationError "Invalid distribution
+  // group") and the group stays as it was. The external parameter
+  // DistributionGroup follows the same rule: a bad one fails the start-up.
+  Result<void> setDistributionGroup(const std::string& distributionGroup);
   void unSetDistributionGroup();
 
   // Users and login.

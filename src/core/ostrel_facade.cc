@@ -113,12 +113,12 @@ std::string Ostrel::environmentString() const {
   return std::string("PROD-") + (impl_->_environment.isSandbox() ? "SANDBOX" : "RELEASE");
 }
 
-void Ostrel::setDistributionGroup(const std::string& distributionGroup) {
-  impl_->_connetionBuilder->setDistributionGroup(distributionGroup);
+Result<void> Ostrel::setDistributionGroup(const std::string& distributionGroup) {
+  return impl_->_connetionBuilder->setDistributionGroup(distributionGroup);
 }
 
 void Ostrel::unSetDistributionGroup() {
-  impl_->_connetionBuilder->setDistributionGroup(std::nullopt);
+  (void)impl_->_connetionBuilder->setDistributionGroup(std::nullopt);  // clearing never fails
 }
 
 }  // namespace ostrel

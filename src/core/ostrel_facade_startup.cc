@@ -23,7 +23,8 @@ void OstrelFacadeImpl::setupExternalParamenters(
   if (!dictParameters) return;
   for (const auto& [key, value] : *dictParameters) {
     if (key.isDistributionGroup()) {
-      _connetionBuilder->setDistributionGroup(value);
+      // Checked with the rest of the start-up input before anything was built.
+      (void)_connetionBuilder->setDistributionGroup(value);
     } else {
       // Custom parameters are kept in the settings under their own key.
       runtime::settings().set("ExternalParameter." + key.rawValue(), value);

@@ -5,6 +5,7 @@
 #include <future>
 #include <thread>
 
+#include "core/ol_default.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
 #include "support/emulator_service.h"
@@ -154,6 +155,58 @@ TEST_F(ConnectorHttpsTest, InvalidBodyNeverLeavesTheDeviceAndIsAnsweredOnTheNetw
             answered.set_value(std::this_thread::get_id());
           });
   EXPECT_NE(answered.get_future().get(), std::this_thread::get_id());
+}
+
+TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesTheWire) {
+  const Key<std::string> stored("DistributionGroup");
+  ConnectorBuilder builder("app-id", "secret", false, false, false, 15, runtime::deployment());
+  struct Case {
+    std::string group;
+    bool accepted;
+  };
+  const Case cases[] = {
+      {"be\"ta\r\nX-Injected: yes", false},
+      {"beta\nX-Injected: yes", false},
+      {"beta\rX-Injected: yes", false},
+      {"be\"ta", false},
+      {"be\\ta", false},
+      {std::string("be\0ta", 5), false},
+      {"tab\there", false},
+      {"del\x7f", false},
+      {"c1\xC2\x85", false},
+      {"\xff\xfe", false},
+      {"beta", true},
+      {"b\xC3\xA9ta 2, (rc)", true},
+      {"", true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.group);
+    ASSERT_TRUE(builder.setDistributionGroup(std::string("before")));
+    auto set = builder.setDistributionGroup(c.group);
+    ASSERT_EQ(set.has_value(), c.accepted);
+    const std::string expected = c.accepted ? c.group : "before";
+    if (!set) {
+      EXPECT_TRUE(
+          set.error().is(LocalErrorCodes::ConnectionValidationError, "Invalid distribution group"));
+      EXPECT_EQ((*set.error().extra())["distributionGroup"], c.group);
+    }
+    EXPECT_EQ(builder.distributionGroup(), expected);
+    EXPECT_EQ(OLDefault::shared().get(stored), expected);
+
+    std::promise<void> done;
+    builder.buildConnector().send(OstrelAPIEndpoint::RichPush, Json::object(),
+                                  [&](auto, auto, auto) { done.set_value(); });
+    done.get_future().wait();
+    const auto received = server_.received().back();
+    EXPECT_EQ(received.headers.count("X-Injected"), 0u);
+    EXPECT_NE(received.header("Authorization").find("group=\"" + expected + "\" , signature="),
+              std::string::npos);
+  }
+  // A group stored by an older version that breaks the rule is dropped at start.
+  OLDefault::shared().set(std::string("x\r\nX-Injected: yes"), stored);
+  ConnectorBuilder restarted("app-id", "secret", false, false, false, 15, runtime::deployment());
+  EXPECT_FALSE(restarted.distributionGroup());
+  EXPECT_FALSE(OLDefault::shared().has(stored));
 }
 
 // Every login endpoint against the emulator redirecting it to a host outside
