@@ -58,7 +58,8 @@ class Ostrel {
 
   // Creates the process-wide instance. `conf` is the application secret; a
   // secret containing "_" selects the sandbox. The platform pieces the host
-  // leaves empty get the defaults.
+  // leaves empty get the defaults. A platform whose deployment or network
+  // overrides are not valid is refused with OstrelInitializationError.
   static Result<std::shared_ptr<Ostrel>> getSharedInstanceWithConfig(
       const std::string& conf, std::shared_ptr<OLSimpleObject> customData = nullptr,
       const std::optional<ExternalParameters>& dictParameters = std::nullopt,

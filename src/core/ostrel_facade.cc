@@ -4,6 +4,7 @@
 #include "core/device_information.h"
 #include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
+#include "core/startup_input.h"
 #include "login/ol_user_status.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
@@ -47,6 +48,7 @@ Ostrel::~Ostrel() = default;
 Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
     const std::string& conf, std::shared_ptr<OLSimpleObject> customData,
     const std::optional<ExternalParameters>& dictParameters, Platform platform) {
+  if (auto ok = checkStartupInput(platform, dictParameters); !ok) return ok.error();
   runtime::install(std::move(platform));
   auto impl = std::make_unique<OstrelFacadeImpl>(
       conf, OstrelEnvironment(conf, OLDeviceUtils::isDevelopmentApp()));
@@ -93,6 +95,8 @@ Result<std::shared_ptr<Ostrel>> Ostrel::getSharedInstanceWithConfig(
                                  "Ostrel Already Initialized. Must call getSharedInstance");
     }
   }
+  // Refused before the one attempt is spent, so that the host can correct it.
+  if (auto ok = checkStartupInput(platform, dictParameters); !ok) return ok.error();
   if (g_initializing.exchange(true)) {
     return notInitialized("Concurrent Initialization of singleton");
   }

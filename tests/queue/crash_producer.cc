@@ -25,10 +25,11 @@ int main(int argc, char** argv) {
   class Quiet : public ostrel::platform::LogSink {
     void write(std::string_view) override {}
   };
-  ostrel::Platform platform;
-  platform.log = std::make_shared<Quiet>();
+  auto platform = ostrel::Platform::fromEnvironment();
+  if (!platform) return 2;
+  platform->log = std::make_shared<Quiet>();
   auto facade =
-      ostrel::Ostrel::getSharedInstanceWithConfig("demo-secret", nullptr, std::nullopt, platform);
+      ostrel::Ostrel::getSharedInstanceWithConfig("demo-secret", nullptr, std::nullopt, *platform);
   if (!facade) return 1;
   if (drain) {
     std::promise<bool> done;
