@@ -42,13 +42,19 @@ void AppLifeCycle::post(LifeCycleEvent event) {
       if (entry->removed) continue;
       entry->callers.push_back(self);
     }
+    // Ends the call also when the observer throws, so that no removal waits forever.
+    struct CallEnd {
+      AppLifeCycle& owner;
+      Entry& entry;
+      std::thread::id self;
+      ~CallEnd() {
+        std::lock_guard lock(owner.mutex_);
+        entry.callers.erase(std::find(entry.callers.begin(), entry.callers.end(), self));
+        owner.callEnded_.notify_all();
+      }
+    } end{*this, *entry, self};
     // Outside the lock: an observer may report events or remove observers itself.
     entry->observer(event);
-    {
-      std::lock_guard lock(mutex_);
-      entry->callers.erase(std::find(entry->callers.begin(), entry->callers.end(), self));
-      callEnded_.notify_all();
-    }
   }
 }
 

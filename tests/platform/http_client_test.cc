@@ -1,6 +1,9 @@
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -251,13 +254,20 @@ TEST(CurlHttpClient, DispatchedWorkRunsOnTheNetworkThreadInOrder) {
 // A request in flight when the process exits, whose completions send again twice.
 [[noreturn]] void exitWithARequestThatSendsAgain() {
   ::alarm(20);  // a deadlock ends as SIGALRM, not as a hung test
-  // Never destroyed: exit() does not wait for its thread, the client's must end.
-  auto* server = new test::LoopbackServer(/*https=*/false);
-  server->setHandler([](const httplib::Request&, httplib::Response& res) {
-    std::this_thread::sleep_for(std::chrono::seconds(5));
-    res.set_content("{}", "application/json");
-  });
-  auto client = platform::makeCurlHttpClient(NetworkOverrides{server->connectTo(), {}});
+  // A socket that listens and never answers: the connection waits in its
+  // backlog, and no server thread is left running while the process exits.
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+      ::listen(listener, 4) != 0 ||
+      ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    std::_Exit(3);
+  }
+  auto client = platform::makeCurlHttpClient(
+      NetworkOverrides{"127.0.0.1:" + std::to_string(ntohs(address.sin_port)), {}});
   platform::HttpClient* raw = client.get();
   const HttpRequest request{"http://client.ostrel.test/x", "POST", {}, "{}"};
   raw->send(request, [raw, request](std::optional<PlatformError>, HttpResponse) {
