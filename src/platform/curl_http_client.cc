@@ -204,7 +204,7 @@ void stopLiveEngines();
 
 // The network thread and what it owns. The thread holds the engine alive, so a
 // client released from one of its own completions lets the thread finish alone.
-class Engine : public std::enable_shared_from_this<Engine> {
+class Engine {
  public:
   static std::shared_ptr<Engine> make(NetworkOverrides overrides) {
     static std::once_flag once;
@@ -229,33 +229,28 @@ class Engine : public std::enable_shared_from_this<Engine> {
   }
 
   void send(std::unique_ptr<Transfer> t) {
-    {
-      std::lock_guard lock(mutex_);
-      if (!stopping_) {
-        incoming_.push_back(std::move(t));
-      }
-    }
-    if (t) {
-      // No thread will take it; outside the lock, so that a completion that sends again cannot
-      // deadlock.
+    std::unique_lock lock(mutex_);
+    if (stopping_) {
+      // No thread will take it. Outside the lock, so that a completion that
+      // sends again cannot deadlock.
+      lock.unlock();
       t->completion(cancelled(), {});
       return;
     }
+    incoming_.push_back(std::move(t));
+    lock.unlock();
     curl_multi_wakeup(multi_);
   }
 
   void dispatch(std::function<void()> work) {
-    {
-      std::lock_guard lock(mutex_);
-      if (!stopping_) {
-        work_.push_back(std::move(work));
-        work = nullptr;
-      }
-    }
-    if (work) {
+    std::unique_lock lock(mutex_);
+    if (stopping_) {
+      lock.unlock();
       work();
       return;
     }
+    work_.push_back(std::move(work));
+    lock.unlock();
     curl_multi_wakeup(multi_);
   }
 
