@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -25,6 +26,8 @@ class RefusingHttpClient : public platform::HttpClient {
     response.finalUrl = request.url;
     completion(std::nullopt, std::move(response));
   }
+  // It answers on the caller's thread anyway.
+  void dispatch(std::function<void()> work) override { work(); }
 };
 
 long statusField(const char* name) {
@@ -70,14 +73,18 @@ std::unique_ptr<emulator::Emulator> startEmulator(const std::string& dataDir) {
 
 Platform benchPlatform(const std::string& storageRoot,
                        const std::optional<emulator::Info>& service) {
-  Platform p;
+  auto fromEnvironment = Platform::fromEnvironment();
+  if (!fromEnvironment) {
+    std::fprintf(stderr, "%s\n", fromEnvironment.error().description().c_str());
+    std::exit(2);
+  }
+  Platform p = *fromEnvironment;
   p.log = std::make_shared<SilentLog>();
   p.files = platform::makePosixFileSystem(storageRoot);
   if (service) {
     p.deployment.domain = service->domain;
     p.deployment.scheme = service->scheme;
-    p.http = platform::makeCurlHttpClient(
-        NetworkOverrides{"127.0.0.1:" + std::to_string(service->port), service->caFile});
+    p.network = {"127.0.0.1:" + std::to_string(service->port), service->caFile};
   } else {
     p.http = std::make_shared<RefusingHttpClient>();
   }

@@ -68,20 +68,26 @@ int main() {
   }
   std::printf("Emulator: %s\n", ostrel::dumpJson(started->toJson()).c_str());
 
-  ostrel::Platform platform;
-  platform.deployment.domain = started->domain;
-  platform.http = ostrel::platform::makeCurlHttpClient(
-      ostrel::NetworkOverrides{"127.0.0.1:" + std::to_string(started->port), started->caFile});
+  // The environment's overrides are checked like everywhere; the demo then
+  // points the library at the emulator it started itself.
+  auto platform = ostrel::Platform::fromEnvironment();
+  if (!platform) {
+    std::printf("Cannot start Ostrel: %s\n", platform.error().description().c_str());
+    return 1;
+  }
+  platform->deployment.domain = started->domain;
+  platform->deployment.scheme = started->scheme;
+  platform->network = {"127.0.0.1:" + std::to_string(started->port), started->caFile};
   // A fresh storage folder per run unless the caller chose one.
   if (std::getenv("OSTREL_STORAGE_DIR") == nullptr) {
     char folder[] = "/tmp/ostrel-demo-XXXXXX";
     if (::mkdtemp(folder) != nullptr) {
-      platform.files = ostrel::platform::makePosixFileSystem(std::string(folder) + "/Ostrel");
+      platform->files = ostrel::platform::makePosixFileSystem(std::string(folder) + "/Ostrel");
     }
   }
 
   auto facade =
-      ostrel::Ostrel::getSharedInstanceWithConfig(kSecret, nullptr, std::nullopt, platform);
+      ostrel::Ostrel::getSharedInstanceWithConfig(kSecret, nullptr, std::nullopt, *platform);
   if (!facade) {
     std::printf("Cannot start Ostrel: %s\n", facade.error().description().c_str());
     return 1;

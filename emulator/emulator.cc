@@ -186,6 +186,11 @@ std::vector<std::string> Emulator::requestBodies(const std::string& path) {
   return bodies;
 }
 
+std::vector<Json> Emulator::requests() {
+  std::lock_guard lock(mutex_);
+  return {requests_.begin(), requests_.end()};
+}
+
 void Emulator::setOperatorBounces(int bounces) {
   std::lock_guard lock(mutex_);
   options_.operatorBounces = bounces;
@@ -279,9 +284,10 @@ void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
       return;
     }
     if (fault->body == "outside") {
-      res.status = 307;
+      const bool redirect = fault->status >= 301 && fault->status <= 308 && fault->status != 304;
+      res.status = redirect ? fault->status : 307;
       res.set_header("Location", std::string("https://") + kOutsideHost + req.path);
-      logRequest(req, 307);
+      logRequest(req, res.status);
       return;
     }
     if (fault->body == "non_json") {

@@ -81,8 +81,9 @@ class Emulator {
     int status = 0;     // refuse with it (205: answer normally with that status)
     int delayMs = 0;    // wait first
     bool drop = false;  // close the connection without an answer
-    // "non_json", "non_utf8", or "outside": a redirect to a host outside the
-    // domain, which answers without storing anything.
+    // "non_json", "non_utf8", or "outside": a redirect (307, or `status` when
+    // that is a redirect status) to a host outside the domain, which answers
+    // without storing anything.
     std::string body;
   };
   // The next `count` replies to an endpoint (name or path) get `status`
@@ -98,6 +99,9 @@ class Emulator {
   int requestCount(const std::string& path);
   // Their bodies, oldest first.
   std::vector<std::string> requestBodies(const std::string& path);
+  // The last 1000 requests, oldest first: {"method", "path", "headers", "body", "at"}
+  // (the host is the "Host" header), for every host the emulator answers.
+  std::vector<Json> requests();
   void setOperatorBounces(int bounces);
   void setOperatorPage(std::string bytes);
   void setAutologinLifetime(double secs);

@@ -28,7 +28,6 @@ const std::string& installQuietPlatform() {
     platform.log = std::make_shared<Quiet>();
     platform.files = platform::makePosixFileSystem(folder);
     platform.settings = platform::makeFileSettingsStore(platform.files, folder + "/settings.json");
-    platform.deployment = Deployment::production();
     runtime::install(platform);
     // The folder goes with the process, whatever way it ends.
     std::atexit([] {

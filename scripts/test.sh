@@ -9,7 +9,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 flavour=${1:-release}
 if [ "$flavour" = tsan ]; then
   programs=(queue/ostrel_queue_tests platform/ostrel_platform_tests login/ostrel_login_tests
-            push/ostrel_push_tests)
+            push/ostrel_push_tests transport/ostrel_transport_tests)
   targets=()
   for p in "${programs[@]}"; do targets+=("$(basename "$p")"); done
   "$root/scripts/build.sh" tsan "${targets[@]}"

@@ -59,7 +59,8 @@ class Ostrel {
 
   // Creates the process-wide instance. `conf` is the application secret; a
   // secret containing "_" selects the sandbox. The platform pieces the host
-  // leaves empty get the defaults.
+  // leaves empty get the defaults. A platform whose deployment or network
+  // overrides are not valid is refused with OstrelInitializationError.
   static Result<std::shared_ptr<Ostrel>> getSharedInstanceWithConfig(
       const std::string& conf, std::shared_ptr<OLSimpleObject> customData = nullptr,
       const std::optional<ExternalParameters>& dictParameters = std::nullopt,
@@ -75,7 +76,12 @@ class Ostrel {
   ~Ostrel();
 
   std::string environmentString() const;
-  void setDistributionGroup(const std::string& distributionGroup);
+  // Any thread. The group travels in every request's Authorization header and
+  // is kept across runs; one with a control character, a double quote or a
+  // backslash is refused (ConnectionValidationError "Invalid distribution
+  // group") and the group stays as it was. The external parameter
+  // DistributionGroup follows the same rule: a bad one fails the start-up.
+  Result<void> setDistributionGroup(const std::string& distributionGroup);
   void unSetDistributionGroup();
 
   // Users and login.

@@ -15,11 +15,14 @@
 #include "ostrel/platform/remote_notifications.h"
 #include "ostrel/platform/scheduler.h"
 #include "ostrel/platform/web_view.h"
+#include "ostrel/result.h"
 
 namespace ostrel {
 
 // Everything the library needs from the operating system, in one bundle handed
 // to the facade. Any member left empty is filled with the default implementation.
+// A Platform made in code reads no deployment or network setting from the
+// environment: it reaches the production service unless the host says otherwise.
 struct Platform {
   std::shared_ptr<platform::HttpClient> http;
   std::shared_ptr<platform::Crypto> crypto;
@@ -34,13 +37,24 @@ struct Platform {
   std::shared_ptr<platform::LocalNotifications> localNotifications;
   std::shared_ptr<platform::WebView> webView;
   std::shared_ptr<platform::ReceiptSource> receipts;
-  Deployment deployment = Deployment::fromEnvironment();
+  Deployment deployment;
+  // How the default HTTP client (made when `http` is empty) reaches the service.
+  NetworkOverrides network;
 
   // The defaults for this machine (Linux/desktop): libcurl, OpenSSL, the storage
   // root ($OSTREL_STORAGE_DIR, else $XDG_DATA_HOME or ~/.local/share, + "/Ostrel"),
   // settings in a file under it, stdout for the log, local notifications kept
-  // under the storage root, the store receipt from a file.
+  // under the storage root, the store receipt from a file. The production
+  // deployment, whatever the environment says.
   static Platform defaults();
+  // The one way in for the environment's deployment overrides, for tools, tests
+  // and staging builds: a Platform (members empty, as made in code) with
+  // OSTREL_SERVICE_DOMAIN (a host name), OSTREL_SERVICE_SCHEME ("https" or
+  // "http"), OSTREL_CONNECT_TO (ADDRESS:PORT) and OSTREL_CA_FILE (a readable PEM
+  // file) applied. A variable that is set but not valid fails the whole call
+  // with OstrelInitializationError naming it; an empty one counts as unset.
+  // Any thread.
+  static Result<Platform> fromEnvironment();
   // Fills every empty member with its default.
   Platform completed() const;
 };

@@ -4,6 +4,7 @@
 #include "core/device_information.h"
 #include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
+#include "core/startup_input.h"
 #include "login/ol_user_status.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
@@ -37,6 +38,7 @@ Ostrel::~Ostrel() = default;
 Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
     const std::string& conf, std::shared_ptr<OLSimpleObject> customData,
     const std::optional<ExternalParameters>& dictParameters, Platform platform) {
+  if (auto ok = checkStartupInput(platform, dictParameters); !ok) return ok.error();
   runtime::install(std::move(platform));
   auto impl = std::make_unique<OstrelFacadeImpl>(
       conf, OstrelEnvironment(conf, OLDeviceUtils::isDevelopmentApp()));
@@ -77,7 +79,7 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
   f.setupExternalParamenters(dictParameters);
   f.startSession();
   f.startAutologin();
-  f.observeLifeCycle();
+  f.observeLifeCycle(facade);
   return facade;
 }
 
@@ -91,6 +93,8 @@ Result<std::shared_ptr<Ostrel>> Ostrel::getSharedInstanceWithConfig(
                                  "Ostrel Already Initialized. Must call getSharedInstance");
     }
   }
+  // Refused before the one attempt is spent, so that the host can correct it.
+  if (auto ok = checkStartupInput(platform, dictParameters); !ok) return ok.error();
   if (g_initializing.exchange(true)) {
     return notInitialized("Concurrent Initialization of singleton");
   }
@@ -127,12 +131,12 @@ std::string Ostrel::environmentString() const {
   return std::string("PROD-") + (impl_->_environment.isSandbox() ? "SANDBOX" : "RELEASE");
 }
 
-void Ostrel::setDistributionGroup(const std::string& distributionGroup) {
-  impl_->_connetionBuilder->setDistributionGroup(distributionGroup);
+Result<void> Ostrel::setDistributionGroup(const std::string& distributionGroup) {
+  return impl_->_connetionBuilder->setDistributionGroup(distributionGroup);
 }
 
 void Ostrel::unSetDistributionGroup() {
-  impl_->_connetionBuilder->setDistributionGroup(std::nullopt);
+  (void)impl_->_connetionBuilder->setDistributionGroup(std::nullopt);  // clearing never fails
 }
 
 }  // namespace ostrel

@@ -27,7 +27,8 @@ class OstrelFacadeImpl {
   void setupExternalParamenters(const std::optional<ExternalParameters>& dictParameters);
   void startSession();
   void startAutologin();
-  void observeLifeCycle();
+  // The observer holds the facade weakly: one destroyed meanwhile is left alone.
+  void observeLifeCycle(std::weak_ptr<Ostrel> facade);
 
   std::shared_ptr<OLStatus> _ostrelStatus;
   std::shared_ptr<OLQueueManager> eventManager;

@@ -25,7 +25,8 @@ void OstrelFacadeImpl::setupExternalParamenters(
   if (!dictParameters) return;
   for (const auto& [key, value] : *dictParameters) {
     if (key.isDistributionGroup()) {
-      _connetionBuilder->setDistributionGroup(value);
+      // Checked with the rest of the start-up input before anything was built.
+      (void)_connetionBuilder->setDistributionGroup(value);
     } else {
       // Custom parameters are kept in the settings under their own key.
       runtime::settings().set("ExternalParameter." + key.rawValue(), value);
@@ -59,13 +60,14 @@ void OstrelFacadeImpl::startSession() {
       });
 }
 
-void OstrelFacadeImpl::observeLifeCycle() {
+void OstrelFacadeImpl::observeLifeCycle(std::weak_ptr<Ostrel> facade) {
   terminateQueue = runtime::scheduler().makeSerialQueue("io.ostrel.AppWillTerminate");
   std::weak_ptr<OLQueueManager> manager = eventManager;
   lifeCycleObserver = runtime::current().lifeCycle->addObserver(
-      [this, manager, queue = terminateQueue](platform::LifeCycleEvent event) {
+      [facade, manager, queue = terminateQueue](platform::LifeCycleEvent event) {
+        auto self = facade.lock();
         auto m = manager.lock();
-        if (!m) return;
+        if (!self || !m) return;
         switch (event) {
           case platform::LifeCycleEvent::DidEnterBackground:
             m->libraryGoToBackground();
@@ -77,8 +79,8 @@ void OstrelFacadeImpl::observeLifeCycle() {
           case platform::LifeCycleEvent::WillTerminate: {
             std::shared_ptr<OLPushManager> push;
             {
-              std::lock_guard lock(managersMutex);
-              push = pushManager;
+              std::lock_guard lock(self->impl().managersMutex);
+              push = self->impl().pushManager;
             }
             if (push) push->terminationActions();
             // Whatever is queued is already on disk; give a last flush a chance.

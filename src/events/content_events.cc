@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "events/float_json.h"
 #include "events/grapheme.h"
 #include "events/name_rule.h"
 #include "events/simple_object_archive.h"
@@ -40,7 +41,7 @@ Json OLRankingContentEvent::getEventDictionary() const {
   Json d = OLBaseEvent::getEventDictionary();
   d["content_id"] = contentId;
   d["scope"] = scope.rawValue();
-  d["multiplier"] = multiplier;
+  d["multiplier"] = floatJson(multiplier);
   return d;
 }
 

@@ -16,11 +16,14 @@ namespace {
 
 class Pattern {
  public:
-  Pattern(std::string_view pattern, uint32_t options) {
+  Pattern(std::string_view pattern, uint32_t options, uint32_t newline = PCRE2_NEWLINE_LF) {
+    std::unique_ptr<pcre2_compile_context, decltype(&pcre2_compile_context_free)> context(
+        pcre2_compile_context_create(nullptr), pcre2_compile_context_free);
+    pcre2_set_newline(context.get(), newline);
     int error = 0;
     PCRE2_SIZE offset = 0;
     code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(pattern.data()), pattern.size(),
-                          options | PCRE2_UTF | PCRE2_UCP, &error, &offset, nullptr);
+                          options | PCRE2_UTF | PCRE2_UCP, &error, &offset, context.get());
     // The patterns are constants: one that does not compile is a programming error.
     if (code_ == nullptr) fatal("Cannot compile pattern " + std::string(pattern));
     pcre2_jit_compile(code_, PCRE2_JIT_COMPLETE);
@@ -58,10 +61,21 @@ std::string_view utf16Prefix(std::string_view text, std::size_t units) {
   return text.substr(0, offset);
 }
 
+// "^[\w-]{1,32}$" as a Unicode-aware platform engine (ICU, behind the phones'
+// regular expressions) reads it. Its \w is the word class of Unicode's regular
+// expression guidelines (UTS #18): alphabetic characters, combining marks,
+// decimal digits, connector punctuation and the two joiners, where PCRE2's own
+// \w leaves out the marks and joiners (NFD accents, most Indic vowel signs).
+// Its lines end at every Unicode line break, CR, LF, CRLF, VT, FF, NEL, U+2028
+// and U+2029: exactly PCRE2's newline convention ANY (ANYCRLF would miss the
+// last five).
+constexpr std::string_view kNamePattern =
+    "^[\\p{Alphabetic}\\p{M}\\p{Nd}\\p{Pc}\\x{200C}\\x{200D}-]{1,32}$";
+
 }  // namespace
 
 bool matchesEventNameRule(const std::string& name) {
-  static const auto* pattern = new Pattern("^[\\w-]{1,32}$", PCRE2_MULTILINE);
+  static const auto* pattern = new Pattern(kNamePattern, PCRE2_MULTILINE, PCRE2_NEWLINE_ANY);
   if (!isValidUtf8(name)) return false;
   return pattern->matches(utf16Prefix(name, graphemeCount(name)));
 }

@@ -3,9 +3,10 @@
 
 namespace ostrel {
 
-// Whether an app-chosen event name has a match of "^[\w-]{1,32}$" (Unicode \w,
-// "^" and "$" also at line breaks), searched over as many UTF-16 units as the
-// name has user-perceived characters.
+// Whether an app-chosen event name has a match of "^[\w-]{1,32}$" (\w in the
+// Unicode sense, marks and joiners included; "^" and "$" also at every Unicode
+// line break), searched over as many UTF-16 units as the name has
+// user-perceived characters.
 bool matchesEventNameRule(const std::string& name);
 
 // Whether an attached user identifier matches "^[CAOUE]_\S+$".

@@ -1,10 +1,10 @@
 #include "ostrel/ol_simple_object.h"
 
-#include <charconv>
 #include <cmath>
 
 #include "archive/keyed_archive.h"
 #include "core/ostrel_api_endpoint.h"
+#include "events/float_json.h"
 #include "events/grapheme.h"
 #include "transport/ol_connector.h"
 
@@ -15,15 +15,6 @@ constexpr const char* kPropertiesKey = "simple_object";
 // Inside the archive a float is kept apart from a double as {"$float": value};
 // a bag never holds maps, so the wrapper cannot be mistaken for a value.
 constexpr const char* kFloatTag = "$float";
-
-// A float as JSON: the double of its shortest decimal form (1.1f is 1.1, not 1.100000023841858).
-Json floatJson(float f) {
-  char buf[64];
-  auto [end, ec] = std::to_chars(buf, buf + sizeof buf, f);
-  double d = f;
-  if (ec == std::errc()) std::from_chars(buf, end, d);
-  return Json(d);
-}
 
 Json toJson(const SimpleValue& value) {
   return std::visit(

@@ -7,13 +7,27 @@
 namespace ostrel::platform {
 namespace {
 
+// Whether JSON can carry the text as it is (it is UTF-8).
+bool isJsonText(const std::string& text) {
+  try {
+    (void)Json(text).dump();
+    return true;
+  } catch (const Json::type_error&) {
+    return false;
+  }
+}
+
 // On disk: one JSON object, each entry {"type": ..., "value": ...}, so that a
-// value reads back with the type it was written with.
+// value reads back with the type it was written with. A text that is not
+// UTF-8 is kept as {"type": "string", "base64": ...}, byte for byte.
 Json encodeValue(const SettingsValue& value, const Crypto& crypto) {
   return std::visit(
       [&](const auto& v) -> Json {
         using T = std::decay_t<decltype(v)>;
-        if constexpr (std::is_same_v<T, std::string>) return {{"type", "string"}, {"value", v}};
+        if constexpr (std::is_same_v<T, std::string>) {
+          if (!isJsonText(v)) return {{"type", "string"}, {"base64", crypto.base64Encode(v)}};
+          return {{"type", "string"}, {"value", v}};
+        }
         if constexpr (std::is_same_v<T, bool>) return {{"type", "bool"}, {"value", v}};
         if constexpr (std::is_same_v<T, int64_t>) return {{"type", "int"}, {"value", v}};
         if constexpr (std::is_same_v<T, float>) return {{"type", "float"}, {"value", v}};
@@ -29,9 +43,15 @@ Json encodeValue(const SettingsValue& value, const Crypto& crypto) {
 std::optional<SettingsValue> decodeValue(const Json& entry, const Crypto& crypto) {
   if (!entry.is_object()) return std::nullopt;
   auto type = entry.find("type");
-  auto value = entry.find("value");
-  if (type == entry.end() || value == entry.end() || !type->is_string()) return std::nullopt;
+  if (type == entry.end() || !type->is_string()) return std::nullopt;
   const std::string& t = type->get_ref<const std::string&>();
+  if (auto bytes = entry.find("base64"); t == "string" && bytes != entry.end()) {
+    if (!bytes->is_string()) return std::nullopt;
+    if (auto text = crypto.base64Decode(bytes->get<std::string>())) return *text;
+    return std::nullopt;
+  }
+  auto value = entry.find("value");
+  if (value == entry.end()) return std::nullopt;
   if (t == "string" && value->is_string()) return value->get<std::string>();
   if (t == "bool" && value->is_boolean()) return value->get<bool>();
   if (t == "int" && value->is_number_integer()) return value->get<int64_t>();

@@ -25,7 +25,7 @@ Platform Platform::completed() const {
   }
   if (!p.webView) p.webView = platform::makeLoggingWebView(p.log);
   if (!p.receipts) p.receipts = platform::makeFileReceiptSource(p.files);
-  if (!p.http) p.http = platform::makeCurlHttpClient(NetworkOverrides::fromEnvironment());
+  if (!p.http) p.http = platform::makeCurlHttpClient(p.network);
   return p;
 }
 

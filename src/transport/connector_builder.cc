@@ -1,6 +1,9 @@
 #include "transport/connector_builder.h"
 
+#include <utf8proc.h>
+
 #include "core/ol_default.h"
+#include "platform/runtime.h"
 
 namespace ostrel {
 namespace {
@@ -18,10 +21,43 @@ ConnectorBuilder::ConnectorBuilder(std::string identifier, std::string secret, b
       timeout_(timeout),
       deployment_(std::move(deployment)),
       group_(std::make_shared<GroupState>()) {
-  group_->value = OLDefault::shared().get(kDistributionGroupKey);
+  OLDefault defaults = OLDefault::shared();
+  auto stored = defaults.get(kDistributionGroupKey);
+  // A settings file is outside input too: a group that could break the header
+  // (stored by an older version, or edited) is dropped rather than sent.
+  if (stored && !checkDistributionGroup(*stored)) {
+    logLine("Dropping the stored distribution group: it cannot travel in a header");
+    defaults.clear(kDistributionGroupKey);
+    stored.reset();
+  }
+  group_->value = std::move(stored);
 }
 
-void ConnectorBuilder::setDistributionGroup(const std::optional<std::string>& distributionGroup) {
+Result<void> ConnectorBuilder::checkDistributionGroup(const std::string& distributionGroup) {
+  bool valid = isValidUtf8(distributionGroup);
+  auto* p = reinterpret_cast<const utf8proc_uint8_t*>(distributionGroup.data());
+  auto left = static_cast<utf8proc_ssize_t>(distributionGroup.size());
+  while (valid && left > 0) {
+    utf8proc_int32_t cp;
+    const utf8proc_ssize_t n = utf8proc_iterate(p, left, &cp);
+    valid = cp != '"' && cp != '\\' && utf8proc_category(cp) != UTF8PROC_CATEGORY_CC;
+    p += n;
+    left -= n;
+  }
+  if (valid) return {};
+  return OLError::LocalError(LocalErrorCodes::ConnectionValidationError,
+                             "Invalid distribution group", std::nullopt,
+                             Json{{"distributionGroup", distributionGroup}});
+}
+
+Result<void> ConnectorBuilder::setDistributionGroup(
+    const std::optional<std::string>& distributionGroup) {
+  if (distributionGroup) {
+    if (auto ok = checkDistributionGroup(*distributionGroup); !ok) return ok;
+  }
+  // The settings store never calls back into the library, so holding the lock
+  // across its write cannot deadlock; requests only wait for a settings write.
+  std::lock_guard lock(group_->mutex);
   OLDefault defaults = OLDefault::shared();
   if (distributionGroup) {
     if (defaults.get(kDistributionGroupKey) != distributionGroup) {
@@ -30,8 +66,8 @@ void ConnectorBuilder::setDistributionGroup(const std::optional<std::string>& di
   } else {
     defaults.clear(kDistributionGroupKey);
   }
-  std::lock_guard lock(group_->mutex);
   group_->value = distributionGroup;
+  return {};
 }
 
 std::optional<std::string> ConnectorBuilder::distributionGroup() const {

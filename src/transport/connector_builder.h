@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ostrel/platform/deployment.h"
+#include "ostrel/result.h"
 #include "transport/ol_connector.h"
 
 namespace ostrel {
@@ -16,8 +17,15 @@ class ConnectorBuilder {
   ConnectorBuilder(std::string identifier, std::string secret, bool isDebug, bool isSandbox,
                    bool isDev, int64_t timeout, Deployment deployment = Deployment::production());
 
-  void setDistributionGroup(const std::optional<std::string>& distributionGroup);
+  // Any thread. A group travels inside the Authorization header: one with a
+  // control character, a double quote or a backslash (or that is not UTF-8) is
+  // refused with ConnectionValidationError "Invalid distribution group", and
+  // nothing changes. Absent clears it.
+  Result<void> setDistributionGroup(const std::optional<std::string>& distributionGroup);
   std::optional<std::string> distributionGroup() const;
+
+  // Whether a group can travel in the header as it is.
+  static Result<void> checkDistributionGroup(const std::string& distributionGroup);
 
   OLConnector buildConnector() const;
 
@@ -30,6 +38,8 @@ class ConnectorBuilder {
 
  private:
   struct GroupState {
+    // Also held while a setter compares and writes the settings, so that the
+    // value in memory is always the one last stored.
     mutable std::mutex mutex;
     std::optional<std::string> value;
   };

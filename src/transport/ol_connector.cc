@@ -32,9 +32,17 @@ void OLConnector::send(OstrelAPIEndpoint endpoint, const std::optional<Json>& ob
   // No session or cache is kept between requests; every request says what it accepts.
   request.headers = {{"Accept", "application/json"}, {"Content-Type", "application/json"}};
 
+  // A body goes again, after a redirect, only to the service's own hosts; the
+  // operator recognition is answered from outside the domain by design.
+  request.bodyDomain = deployment_.domain;
+  request.bodyMayLeaveDomain = endpoint == OstrelAPIEndpoint::MSISDNUR;
+
   auto body = getValidatedInputBody(endpoint, object);
   if (!body) {
-    callback(body.error(), 0, std::nullopt);
+    // Answered where every other answer comes, so the caller is never re-entered.
+    runtime::http().dispatch([callback = std::move(callback), error = body.error()] {
+      callback(error, 0, std::nullopt);
+    });
     return;
   }
   addHeadersToRequest(request, std::nullopt, dumpJson(*body));

@@ -16,7 +16,7 @@
 namespace ostrel {
 
 // (error, HTTP status (0 without an answer), decoded reply). Runs on the HTTP
-// client's network thread.
+// client's network thread, also when the body was refused before sending.
 using ConnectorCallback = std::function<void(std::optional<OLError>, int64_t, std::optional<Json>)>;
 
 class OLConnector {

@@ -14,6 +14,15 @@ TEST(FacadeSingletonTest, LifeOfTheSharedInstance) {
   EXPECT_TRUE(before.error().is(LocalErrorCodes::OstrelNotInitialized,
                                 "Must call getSharedInstanceWithConfig first"));
 
+  // Input refused at start-up is a clear error, and does not spend the one creation.
+  auto refused = Ostrel::getSharedInstanceWithConfig(
+      "app_secret", nullptr,
+      ExternalParameters{{OLExternalParameterKey::DistributionGroup(), "a\"b"}},
+      platform.platform());
+  ASSERT_FALSE(refused);
+  EXPECT_TRUE(
+      refused.error().is(LocalErrorCodes::ConnectionValidationError, "Invalid distribution group"));
+
   auto created =
       Ostrel::getSharedInstanceWithConfig("app_secret", nullptr, std::nullopt, platform.platform());
   ASSERT_TRUE(created) << created.error().description();

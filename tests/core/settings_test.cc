@@ -60,7 +60,14 @@ TEST_F(SettingsTest, PlainValuesRoundTripAcrossReopenAndKeepTheirType) {
     d.set(0.1 + 0.2, Key<double>("d"));
     d.set(OLDate{1700000000.5}, Key<OLDate>("date"));
   }
+  // Texts come back byte for byte, also when they are not UTF-8.
+  const std::string texts[] = {"", "caf\xC3\xA9 \xE2\x80\xA8", std::string("\xff\xfe\x00\x80x", 5),
+                               "\xC3", "\xED\xA0\x80"};
+  for (std::size_t i = 0; i < std::size(texts); ++i)
+    OLDefault::shared().set(texts[i], Key<std::string>("t" + std::to_string(i)));
   OLDefault d = reopen();
+  for (std::size_t i = 0; i < std::size(texts); ++i)
+    EXPECT_EQ(d.get(Key<std::string>("t" + std::to_string(i))), texts[i]) << i;
   EXPECT_EQ(d.get(Key<std::string>("s")), "text");
   EXPECT_EQ(d.get(Key<bool>("b")), true);
   EXPECT_EQ(d.get(Key<int64_t>("i")), -42);

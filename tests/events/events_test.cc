@@ -7,6 +7,7 @@
 #include "events/flow_events.h"
 #include "events/internal_events.h"
 #include "events/push_events.h"
+#include "ostrel/ol_simple_object.h"
 #include "support/test_platform.h"
 
 namespace ostrel {
@@ -51,10 +52,45 @@ TEST_F(EventsTest, NameRule) {
       {"good\nbad name", true},
       {"bad name\n", false},
       {"ok\nnot ok!", true},
+      // Every Unicode line break ends a line: CR, CRLF, NEL, LS, PS, VT, FF.
+      {"ok\rnot ok!", true},
+      {"bad name\r\nok", true},
+      {"ok\xC2\x85not ok!", true},
+      {"ok\xE2\x80\xA8not ok!", true},
+      {"not ok!\xE2\x80\xA9ok", true},
+      {"ok\vnot ok!", true},
+      {"ok\fnot ok!", true},
+      {"bad name\r", false},
+      // Word characters of every script: letters, combining marks, joiners, digits.
       {"citt\xC3\xA0", true},
       {"\xD0\xBC\xD0\xB8\xD1\x80", true},
+      {"e\xCC\x81"
+       "e\xCC\x81",
+       true},  // NFD "éé"
+      {"\xE0\xA4\xB9\xE0\xA4\xBF\xE0\xA4\xA8\xE0\xA5\x8D\xE0\xA4\xA6\xE0\xA5\x80", true},  // हिन्दी
+      {"\xE0\xAE\xA4\xE0\xAE\xAE\xE0\xAE\xBF\xE0\xAE\xB4\xE0\xAF\x8D", true},  // தமிழ்
+      {"\xE0\xB8\xAA\xE0\xB8\xA7\xE0\xB8\xB1\xE0\xB8\xAA\xE0\xB8\x94\xE0\xB8\xB5", true},  // สวัสดี
+      {"\xD9\x85\xD8\xB1\xD8\xAD\xD8\xA8\xD9\x8B\xD8\xA7", true},  // مرحبًا
+      {"\xD9\xA1\xD9\xA2\xD9\xA3", true},                          // Arabic-Indic digits
+      {"a\xE2\x80\x8D"
+       "b",
+       true},  // a ZWJ b
+      {"a\xE2\x80\x8C"
+       "b",
+       true},                    // a ZWNJ b
+      {"x\xE2\x80\xBFy", true},  // connector punctuation
+      {"\xC2\xBD", false},       // ½ is a number, not a digit
+      {"a\xE2\x80\x8B"
+       "b",
+       false},                      // zero-width space
+      {"\xF0\x9F\x98\x80", false},  // 😀 alone
+      {"\xF0\x9F\x98\x80"
+       "abc",
+       false},
       {std::string(10000, 'x'), false},
       {"\xff\xfe", false},
+      // Only as many UTF-16 units as the name has characters are searched:
+      // the emoji's second half lies outside that range.
       {"emoji\xF0\x9F\x98\x80", true},
   };
   for (const auto& c : cases) {
@@ -241,6 +277,23 @@ TEST_F(EventsTest, EveryClassRoundTripsThroughItsArchive) {
     EXPECT_EQ((*back)->getEventDictionary(), e->getEventDictionary()) << e->archiveClassName();
     EXPECT_EQ((*back)->uniqueName(), e->uniqueName());
   }
+}
+
+TEST_F(EventsTest, RankingMultiplierGoesOutAsTheSimpleObjectWritesAFloat) {
+  for (float multiplier : {1.1f, 0.1f, 2.5f, -0.3f, 1e-45f, 3.4028235e38f}) {
+    auto bag = OLSimpleObject::fromJSONString("{}");
+    ASSERT_TRUE(bag->setFloat("m", multiplier));
+    auto ranking = *OLRankingContentEvent::make("s", "u", "abc",
+                                                RankingScope(_RankingScope::social), multiplier);
+    const std::string expected = dumpJson(bag->getDictionary()["m"]);
+    EXPECT_EQ(dumpJson(ranking->getEventDictionary()["multiplier"]), expected);
+    auto back = decodeEvent(archivedBytes(*ranking));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(dumpJson((*back)->getEventDictionary()["multiplier"]), expected);
+  }
+  auto ranking =
+      *OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::social), 1.1f);
+  EXPECT_EQ(dumpJson(ranking->getEventDictionary()["multiplier"]), "1.1");
 }
 
 TEST_F(EventsTest, CorruptArchivesYieldNoEvent) {

@@ -150,6 +150,7 @@ class SlowToReadLoginReplies : public platform::HttpClient {
                    completion(std::move(error), std::move(response));
                  });
   }
+  void dispatch(std::function<void()> work) override { inner_->dispatch(std::move(work)); }
 
  private:
   std::shared_ptr<platform::HttpClient> inner_;

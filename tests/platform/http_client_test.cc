@@ -1,7 +1,18 @@
+#include <curl/curl.h>
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
 #include <future>
+#include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "platform/defaults.h"
 #include "support/loopback_server.h"
@@ -68,6 +79,7 @@ TEST(CurlHttpClient, TransportFailuresCompleteWithErrorAndNoResponse) {
     NetworkOverrides overrides;
     double timeout;
     const char* url = "https://client.ostrel.test/x";
+    std::vector<std::pair<std::string, std::string>> headers = {};
   };
   NetworkOverrides refused;
   refused.connectTo = "127.0.0.1:1";
@@ -77,37 +89,199 @@ TEST(CurlHttpClient, TransportFailuresCompleteWithErrorAndNoResponse) {
       {"certificate of another host", reaching(server), 10, "https://elsewhere.example/x"},
       {"time-out", reaching(server), 0.3},
       {"refused", refused, 10},
+      // A header that would add a line of its own is never sent.
+      {"CRLF in a value",
+       reaching(server),
+       10,
+       "https://client.ostrel.test/x",
+       {{"Authorization", "iMeld group=\"x\"\r\nX-Injected: yes"}}},
+      {"LF in a value", reaching(server), 10, "https://client.ostrel.test/x", {{"A", "b\nc"}}},
+      {"NUL in a value",
+       reaching(server),
+       10,
+       "https://client.ostrel.test/x",
+       {{"A", std::string("b\0c", 3)}}},
+      {"colon in a name", reaching(server), 10, "https://client.ostrel.test/x", {{"X: y", "z"}}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     auto client = platform::makeCurlHttpClient(c.overrides);
-    auto out = sendAndWait(*client, {c.url, "POST", {}, "{}", c.timeout});
+    auto out = sendAndWait(*client, {c.url, "POST", c.headers, "{}", c.timeout});
     ASSERT_TRUE(out.error);
     EXPECT_EQ(out.error->domain, "ostrel.http");
     EXPECT_NE(out.error->code, 0);
     EXPECT_FALSE(out.error->localizedDescription.empty());
     EXPECT_EQ(out.response.status, 0);
   }
+  // Only the time-out case reached the handler.
+  EXPECT_EQ(server.received().size(), 1u);
 }
 
-TEST(CurlHttpClient, DestructionCompletesRequestsInFlightAsCancelled) {
+TEST(CurlHttpClient, RedirectsCarryTheBodyOnlyWhereItMayGo) {
   test::LoopbackServer server;
-  server.setHandler([](const httplib::Request&, httplib::Response& res) {
-    std::this_thread::sleep_for(std::chrono::seconds(1));
-    res.set_content("{}", "application/json");
-  });
-  std::promise<Outcome> done;
-  {
-    auto client = platform::makeCurlHttpClient(reaching(server));
-    client->send({"https://client.ostrel.test/x", "POST", {}, "{}"},
-                 [&](std::optional<PlatformError> e, HttpResponse r) {
-                   done.set_value({std::move(e), std::move(r)});
-                 });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  struct Case {
+    const char* name;
+    int status;
+    std::string target;
+    std::string method;  // at the target; "" when the redirect is refused
+    bool keepsBody;
+    bool keepsAuthorization;
+    std::string bodyDomain = "ostrel.test";
+    bool bodyMayLeaveDomain = false;
+  };
+  const std::string same = "https://auth.ostrel.test/next";
+  const std::string inDomain = "https://client.ostrel.test/next";
+  const std::string outside = "https://operator.mno.test/next";
+  const Case cases[] = {
+      {"301 same host", 301, same, "GET", false, true},
+      {"302 outside", 302, outside, "GET", false, false},
+      {"303 in the domain", 303, inDomain, "GET", false, true},
+      {"303 outside", 303, outside, "GET", false, false},
+      {"307 same host", 307, same, "POST", true, true},
+      {"308 in the domain", 308, inDomain, "POST", true, true},
+      {"307 outside", 307, outside, "", false, false},
+      {"308 outside", 308, outside, "", false, false},
+      {"307 down to http", 307, "http://auth.ostrel.test/next", "", false, false},
+      {"307 relative", 307, "/next", "POST", true, true},
+      {"307 another host, own host only", 307, inDomain, "", false, false, ""},
+      {"302 another host, own host only", 302, inDomain, "GET", false, false, ""},
+      {"307 outside, allowed there", 307, outside, "POST", true, true, "ostrel.test", true},
+  };
+  const std::string body = R"({"email":"a@b.c","password":"pw"})";
+  auto client = platform::makeCurlHttpClient(reaching(server));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    server.setHandler([&](const httplib::Request& req, httplib::Response& res) {
+      if (req.path == "/start") {
+        res.status = c.status;
+        res.set_header("Location", c.target);
+      } else {
+        res.set_content("{\"ok\":true}", "application/json");
+      }
+    });
+    const std::size_t before = server.received().size();
+    HttpRequest request{"https://auth.ostrel.test/start",
+                        "POST",
+                        {{"Authorization", "iMeld signature=\"s\""},
+                         {"Content-Type", "application/json"},
+                         {"Content-Length", std::to_string(body.size())}},
+                        body};
+    request.bodyDomain = c.bodyDomain;
+    request.bodyMayLeaveDomain = c.bodyMayLeaveDomain;
+    auto out = sendAndWait(*client, request);
+    auto received = server.received();
+    ASSERT_GE(received.size(), before + 1);
+    EXPECT_EQ(received[before].body, body);
+    if (c.method.empty()) {
+      ASSERT_TRUE(out.error);
+      EXPECT_EQ(out.error->domain, "ostrel.http.redirect");
+      EXPECT_EQ(received.size(), before + 1) << "nothing may reach the redirect's target";
+      continue;
+    }
+    ASSERT_FALSE(out.error) << out.error->localizedDescription;
+    EXPECT_EQ(out.response.status, 200);
+    ASSERT_EQ(received.size(), before + 2);
+    const auto& hop = received[before + 1];
+    EXPECT_EQ(hop.method, c.method);
+    EXPECT_EQ(hop.path, "/next");
+    EXPECT_EQ(hop.body, c.keepsBody ? body : "");
+    EXPECT_EQ(hop.header("Content-Length"), c.keepsBody ? std::to_string(body.size()) : "");
+    EXPECT_EQ(hop.header("Authorization").empty(), !c.keepsAuthorization);
+    EXPECT_EQ(out.response.finalUrl, c.target.starts_with("/") ? same : c.target);
   }
-  auto out = done.get_future().get();
+
+  // A redirect that never ends stops with an error.
+  server.setHandler([](const httplib::Request&, httplib::Response& res) {
+    res.status = 302;
+    res.set_header("Location", "/loop");
+  });
+  auto out = sendAndWait(*client, {"https://client.ostrel.test/loop", "POST", {}, "{}"});
   ASSERT_TRUE(out.error);
-  EXPECT_EQ(out.error->localizedDescription, "cancelled");
+  EXPECT_EQ(out.error->code, CURLE_TOO_MANY_REDIRECTS);
+}
+
+TEST(CurlHttpClient, ExtraCaIsReadOnceWhenTheClientIsMade) {
+  test::LoopbackServer server;
+  test::TempDir dir;
+  const std::string copy = dir.path() + "/ca.pem";
+  std::ofstream(copy) << test::readWholeFile(server.caFile());
+  auto client = platform::makeCurlHttpClient(NetworkOverrides{server.connectTo(), copy});
+  std::remove(copy.c_str());
+  // Each host is a connection of its own: each one is verified with the CA read before.
+  for (const char* url : {"https://client.ostrel.test/x", "https://auth.ostrel.test/x"}) {
+    auto out = sendAndWait(*client, {url, "POST", {}, "{}"});
+    EXPECT_FALSE(out.error) << url << ": " << out.error->localizedDescription;
+  }
+}
+
+TEST(CurlHttpClient, ReleasedFromItsOwnCompletion) {
+  test::LoopbackServer server;
+  auto holder = std::make_shared<std::shared_ptr<platform::HttpClient>>(
+      platform::makeCurlHttpClient(reaching(server)));
+  std::promise<std::thread::id> done;
+  (*holder)->send({"https://client.ostrel.test/x", "POST", {}, "{}"},
+                  [holder, &done](std::optional<PlatformError>, HttpResponse) {
+                    holder->reset();  // the last reference: the client goes here
+                    done.set_value(std::this_thread::get_id());
+                  });
+  EXPECT_NE(done.get_future().get(), std::this_thread::get_id());
+}
+
+TEST(CurlHttpClient, DispatchedWorkRunsOnTheNetworkThreadInOrder) {
+  test::LoopbackServer server;
+  auto client = platform::makeCurlHttpClient(reaching(server));
+  std::mutex mutex;
+  std::vector<int> order;
+  std::promise<std::thread::id> done;
+  {
+    // Held while dispatching: work that ran on this thread would deadlock here.
+    std::lock_guard lock(mutex);
+    client->dispatch([&] {
+      std::lock_guard l(mutex);
+      order.push_back(1);
+    });
+    client->dispatch([&] {
+      std::lock_guard l(mutex);
+      order.push_back(2);
+      done.set_value(std::this_thread::get_id());
+    });
+  }
+  EXPECT_NE(done.get_future().get(), std::this_thread::get_id());
+  std::lock_guard lock(mutex);
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+}
+
+// A request in flight when the process exits, whose completions send again twice.
+[[noreturn]] void exitWithARequestThatSendsAgain() {
+  ::alarm(20);  // a deadlock ends as SIGALRM, not as a hung test
+  // A socket that listens and never answers: the connection waits in its
+  // backlog, and no server thread is left running while the process exits.
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+      ::listen(listener, 4) != 0 ||
+      ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    std::_Exit(3);
+  }
+  auto client = platform::makeCurlHttpClient(
+      NetworkOverrides{"127.0.0.1:" + std::to_string(ntohs(address.sin_port)), {}});
+  platform::HttpClient* raw = client.get();
+  const HttpRequest request{"http://client.ostrel.test/x", "POST", {}, "{}"};
+  raw->send(request, [raw, request](std::optional<PlatformError>, HttpResponse) {
+    raw->send(request, [raw, request](std::optional<PlatformError>, HttpResponse) {
+      raw->send(request, [](std::optional<PlatformError>, HttpResponse) {});
+    });
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  std::exit(0);
+}
+
+TEST(CurlHttpClientDeathTest, CompletionsThatSendAgainAtExitEndTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(exitWithARequestThatSendsAgain(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -26,10 +26,14 @@ class Quiet : public ostrel::platform::LogSink {
 };
 
 std::shared_ptr<ostrel::Ostrel> start() {
-  ostrel::Platform platform;
-  platform.log = std::make_shared<Quiet>();
+  auto platform = ostrel::Platform::fromEnvironment();
+  if (!platform) {
+    std::fprintf(stderr, "environment: %s\n", platform.error().description().c_str());
+    std::exit(2);
+  }
+  platform->log = std::make_shared<Quiet>();
   auto facade =
-      ostrel::Ostrel::getSharedInstanceWithConfig("demo-secret", nullptr, std::nullopt, platform);
+      ostrel::Ostrel::getSharedInstanceWithConfig("demo-secret", nullptr, std::nullopt, *platform);
   if (!facade) {
     std::fprintf(stderr, "start: %s\n", facade.error().description().c_str());
     std::exit(1);

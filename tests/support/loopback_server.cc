@@ -22,7 +22,7 @@ LoopbackServer::LoopbackServer(bool https, std::vector<std::string> hosts) {
   handler_ = [](const httplib::Request&, httplib::Response& res) {
     res.set_content("{\"ok\":true}", "application/json");
   };
-  server_->Post(".*", [this](const httplib::Request& req, httplib::Response& res) {
+  auto record = [this](const httplib::Request& req, httplib::Response& res) {
     Handler handler;
     {
       std::lock_guard lock(mutex_);
@@ -31,7 +31,9 @@ LoopbackServer::LoopbackServer(bool https, std::vector<std::string> hosts) {
       handler = handler_;
     }
     handler(req, res);
-  });
+  };
+  server_->Post(".*", record);
+  server_->Get(".*", record);
   // Short keep-alive, so that stopping never waits long for an idle client connection.
   server_->set_keep_alive_timeout(1);
   port_ = server_->bind_to_any_port("127.0.0.1");

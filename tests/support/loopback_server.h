@@ -32,7 +32,7 @@ class LoopbackServer {
                                                             "operator.mno.test"});
   ~LoopbackServer();
 
-  // Every POST goes to the handler (default: 200 {"ok": true}).
+  // Every POST or GET goes to the handler (default: 200 {"ok": true}).
   void setHandler(Handler handler);
   int port() const { return port_; }
   const std::string& caFile() const { return certs_.caFile; }

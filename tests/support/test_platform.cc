@@ -59,7 +59,6 @@ TestPlatform::TestPlatform()
   platform_.log = log_;
   platform_.files = platform::makePosixFileSystem(root_);
   platform_.settings = platform::makeFileSettingsStore(platform_.files, root_ + "/settings.json");
-  platform_.deployment = Deployment::production();
   runtime::install(platform_);
   platform_ = runtime::current();
 }

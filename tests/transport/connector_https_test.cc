@@ -5,8 +5,10 @@
 #include <future>
 #include <thread>
 
+#include "core/ol_default.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
+#include "support/emulator_service.h"
 #include "support/loopback_server.h"
 #include "transport/connector_builder.h"
 
@@ -136,12 +138,129 @@ TEST_F(ConnectorHttpsTest, TimeOutIsAConnectionError) {
   ASSERT_NE(answer.error->underlyingError(), nullptr);
 }
 
-TEST_F(ConnectorHttpsTest, InvalidBodyNeverLeavesTheDevice) {
+TEST_F(ConnectorHttpsTest, InvalidBodyNeverLeavesTheDeviceAndIsAnsweredOnTheNetworkThread) {
   auto answer = send(OstrelAPIEndpoint::UserInfo, Json::object());
   ASSERT_TRUE(answer.error);
   EXPECT_TRUE(
       answer.error->is(LocalErrorCodes::ConnectionValidationError, "Missing User Token (user_id)"));
   EXPECT_TRUE(server_.received().empty());
+
+  // The refusal comes where every answer comes, never inside the caller's send().
+  std::promise<std::thread::id> answered;
+  ConnectorBuilder("app-id", "secret", false, false, false, 15, runtime::deployment())
+      .buildConnector()
+      .send(
+          OstrelAPIEndpoint::EmailLogin, Json{{"email", "a@b.c"}},
+          [&](std::optional<OLError> e, int64_t, std::optional<Json>) {
+            EXPECT_TRUE(e && e->is(LocalErrorCodes::ConnectionValidationError, "Missing password"));
+            answered.set_value(std::this_thread::get_id());
+          });
+  EXPECT_NE(answered.get_future().get(), std::this_thread::get_id());
+}
+
+TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesTheWire) {
+  const Key<std::string> stored("DistributionGroup");
+  ConnectorBuilder builder("app-id", "secret", false, false, false, 15, runtime::deployment());
+  struct Case {
+    std::string group;
+    bool accepted;
+  };
+  const Case cases[] = {
+      {"be\"ta\r\nX-Injected: yes", false},
+      {"beta\nX-Injected: yes", false},
+      {"beta\rX-Injected: yes", false},
+      {"be\"ta", false},
+      {"be\\ta", false},
+      {std::string("be\0ta", 5), false},
+      {"tab\there", false},
+      {"del\x7f", false},
+      {"c1\xC2\x85", false},
+      {"\xff\xfe", false},
+      {"beta", true},
+      {"b\xC3\xA9ta 2, (rc)", true},
+      {"", true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.group);
+    ASSERT_TRUE(builder.setDistributionGroup(std::string("before")));
+    auto set = builder.setDistributionGroup(c.group);
+    ASSERT_EQ(set.has_value(), c.accepted);
+    const std::string expected = c.accepted ? c.group : "before";
+    if (!set) {
+      EXPECT_TRUE(
+          set.error().is(LocalErrorCodes::ConnectionValidationError, "Invalid distribution group"));
+      EXPECT_EQ((*set.error().extra())["distributionGroup"], c.group);
+    }
+    EXPECT_EQ(builder.distributionGroup(), expected);
+    EXPECT_EQ(OLDefault::shared().get(stored), expected);
+
+    std::promise<void> done;
+    builder.buildConnector().send(OstrelAPIEndpoint::RichPush, Json::object(),
+                                  [&](auto, auto, auto) { done.set_value(); });
+    done.get_future().wait();
+    const auto received = server_.received().back();
+    EXPECT_EQ(received.headers.count("X-Injected"), 0u);
+    EXPECT_NE(received.header("Authorization").find("group=\"" + expected + "\" , signature="),
+              std::string::npos);
+  }
+  // A group stored by an older version that breaks the rule is dropped at start.
+  OLDefault::shared().set(std::string("x\r\nX-Injected: yes"), stored);
+  ConnectorBuilder restarted("app-id", "secret", false, false, false, 15, runtime::deployment());
+  EXPECT_FALSE(restarted.distributionGroup());
+  EXPECT_FALSE(OLDefault::shared().has(stored));
+}
+
+// Every login endpoint against the emulator redirecting it to a host outside
+// the domain: credentials never reach that host, whatever the redirect.
+TEST(ConnectorRedirectTest, CredentialsNeverFollowARedirectOutsideTheDomain) {
+  test::TestPlatform platform;
+  test::EmulatorService service;
+  runtime::install(service.platformFor(platform));
+  const std::pair<OstrelAPIEndpoint, Json> logins[] = {
+      {OstrelAPIEndpoint::EmailLogin, {{"email", "user@ostrel.test"}, {"password", "secret"}}},
+      {OstrelAPIEndpoint::EmailSignup, {{"email", "new@ostrel.test"}, {"password", "secret"}}},
+      {OstrelAPIEndpoint::EmailForgot, {{"email", "user@ostrel.test"}}},
+      {OstrelAPIEndpoint::EmailResend, {{"email", "user@ostrel.test"}}},
+      {OstrelAPIEndpoint::EmailIdentify,
+       {{"user_id", "U_1"}, {"email", "user@ostrel.test"}, {"password", "secret"}}},
+      {OstrelAPIEndpoint::MSISDNLogin, {{"msisdn", "393331234567"}, {"pin", "1234"}}},
+      {OstrelAPIEndpoint::MSISDNForgot, {{"msisdn", "393331234567"}}},
+      {OstrelAPIEndpoint::MSISDNURBody, {{"mno_response", "PGh0bWw+"}}},
+      {OstrelAPIEndpoint::NativeConvert, {{"access_token", "oauth-token"}}},
+      {OstrelAPIEndpoint::RefreshToken, {{"user_id", "autologin-token"}}},
+      {OstrelAPIEndpoint::PaymentReceiptLogin,
+       {{"serialized_receipt", "receipt"}, {"offerId", "offer"}}},
+      {OstrelAPIEndpoint::UO2CredentialsTo3, {{"brivolauser", "u"}, {"info_utente", "i"}}},
+      {OstrelAPIEndpoint::GenerateTransientToken, {{"user_id", "O_session"}}},
+  };
+  ConnectorBuilder builder("demo", "demo-secret", false, false, false, 10, runtime::deployment());
+  for (const auto& [endpoint, body] : logins) {
+    for (int status : {301, 302, 303, 307, 308}) {
+      SCOPED_TRACE(std::string(endpointName(endpoint)) + " " + std::to_string(status));
+      service.emulator().injectFault(std::string(endpointPath(endpoint)),
+                                     emulator::Emulator::Fault{status, 0, false, "outside"});
+      std::promise<std::optional<OLError>> done;
+      builder.buildConnector().send(
+          endpoint, body,
+          [&](std::optional<OLError> e, int64_t, std::optional<Json>) { done.set_value(e); });
+      auto error = done.get_future().get();
+      // Refused before it goes (307, 308), or answered by the stranger: never a success.
+      ASSERT_TRUE(error);
+      EXPECT_TRUE(error->is(status >= 307 ? LocalErrorCodes::ConnectionError
+                                          : LocalErrorCodes::ConnectionDomainWarning))
+          << error->description();
+    }
+  }
+  int strangerRequests = 0;
+  for (const auto& r : service.emulator().requests()) {
+    if (r["headers"].value("Host", "") != emulator::Emulator::kOutsideHost) continue;
+    ++strangerRequests;
+    EXPECT_EQ(r["method"], "GET");
+    EXPECT_EQ(r["body"], "");
+    EXPECT_FALSE(r["headers"].contains("Authorization"));
+  }
+  // 301, 302 and 303 of each endpoint were followed, as GETs.
+  EXPECT_EQ(strangerRequests, 3 * static_cast<int>(std::size(logins)));
 }
 
 TEST(ConnectorTransportTest, RefusedConnectionAndUntrustedCertificate) {

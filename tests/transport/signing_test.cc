@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <thread>
 
+#include "core/ol_default.h"
 #include "platform/runtime.h"
 #include "support/test_platform.h"
 #include "transport/connector_builder.h"
@@ -129,7 +133,7 @@ TEST_F(HeadersTest, EmptyBodyAndQueryLeaveThreeSeparatorsInARow) {
 TEST_F(HeadersTest, DistributionGroupIsPersistedAndReadAtRequestTime) {
   ConnectorBuilder builder("app", "secret", false, false, false, 15);
   OLConnector connector = builder.buildConnector();
-  builder.setDistributionGroup(std::string("beta"));
+  ASSERT_TRUE(builder.setDistributionGroup(std::string("beta")));
   platform::HttpRequest r;
   r.url = "https://client.ostrel.io/v1/rich";
   connector.addHeadersToRequest(r, std::nullopt, std::nullopt);
@@ -137,12 +141,49 @@ TEST_F(HeadersTest, DistributionGroupIsPersistedAndReadAtRequestTime) {
 
   // A new builder (a restart) finds the group in the settings.
   EXPECT_EQ(ConnectorBuilder("app", "secret", false, false, false, 15).distributionGroup(), "beta");
-  builder.setDistributionGroup(std::nullopt);
+  ASSERT_TRUE(builder.setDistributionGroup(std::nullopt));
   EXPECT_FALSE(ConnectorBuilder("app", "secret", false, false, false, 15).distributionGroup());
   platform::HttpRequest r2;
   r2.url = r.url;
   connector.addHeadersToRequest(r2, std::nullopt, std::nullopt);
   EXPECT_EQ(header(r2, "Authorization").find("group="), std::string::npos);
+}
+
+// Settings whose writes return late, by a varying amount, so that two writers overlap.
+class SlowSettings : public platform::KeyValueStore {
+ public:
+  explicit SlowSettings(std::shared_ptr<platform::KeyValueStore> inner)
+      : inner_(std::move(inner)) {}
+  std::optional<platform::SettingsValue> get(const std::string& key) const override {
+    return inner_->get(key);
+  }
+  void set(const std::string& key, platform::SettingsValue value) override {
+    inner_->set(key, std::move(value));
+    std::this_thread::sleep_for(std::chrono::microseconds(100 + (++writes_ * 7919) % 1500));
+  }
+  void remove(const std::string& key) override { inner_->remove(key); }
+  void removeAll() override { inner_->removeAll(); }
+  void synchronize() override { inner_->synchronize(); }
+
+ private:
+  std::shared_ptr<platform::KeyValueStore> inner_;
+  std::atomic<int> writes_{0};
+};
+
+TEST(DistributionGroupTest, ConcurrentSettersLeaveMemoryAndSettingsAgreeing) {
+  test::TestPlatform platform;
+  Platform slow = platform.platform();
+  slow.settings = std::make_shared<SlowSettings>(slow.settings);
+  runtime::install(slow);
+  ConnectorBuilder builder("app", "secret", false, false, false, 15);
+  const Key<std::string> stored("DistributionGroup");
+  for (int round = 0; round < 30; ++round) {
+    std::thread a([&] { (void)builder.setDistributionGroup("a" + std::to_string(round)); });
+    std::thread b([&] { (void)builder.setDistributionGroup("b" + std::to_string(round)); });
+    a.join();
+    b.join();
+    ASSERT_EQ(builder.distributionGroup(), OLDefault::shared().get(stored)) << "round " << round;
+  }
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ void printHelp() {
       "      or prints whether the user is paying\n"
       "The library's folder follows OSTREL_STORAGE_DIR.\n"
       "The deployment follows OSTREL_SERVICE_DOMAIN, OSTREL_SERVICE_SCHEME, OSTREL_CONNECT_TO\n"
-      "and OSTREL_CA_FILE.\n");
+      "and OSTREL_CA_FILE; a value that is not valid stops the command (exit status 2).\n");
 }
 
 }  // namespace
@@ -54,9 +54,13 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
     }
   };
-  ostrel::Platform platform;
-  platform.log = std::make_shared<StderrSink>();
-  ostrel::runtime::install(platform);
+  auto platform = ostrel::Platform::fromEnvironment();
+  if (!platform) {
+    std::fprintf(stderr, "ostrel-cli: %s\n", platform.error().description().c_str());
+    return 2;
+  }
+  platform->log = std::make_shared<StderrSink>();
+  ostrel::runtime::install(*platform);
 
   if (command == "sign") return ostrel::cli::runSign(rest);
   if (command == "send") return ostrel::cli::runSend(rest);

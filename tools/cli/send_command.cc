@@ -8,6 +8,7 @@
 #include "args.h"
 #include "commands.h"
 #include "platform/runtime.h"
+#include "transport/connector_builder.h"
 #include "transport/ol_connector.h"
 
 namespace ostrel::cli {
@@ -19,6 +20,9 @@ int runSend(const std::vector<std::string>& argv) {
   if (!args) return usageError(problem);
   for (const char* required : {"secret", "app-id", "endpoint"}) {
     if (!args->get(required)) return usageError(std::string("send needs --") + required);
+  }
+  if (auto group = args->get("group"); group && !ConnectorBuilder::checkDistributionGroup(*group)) {
+    return usageError("--group cannot hold control characters, quotes or backslashes");
   }
   auto endpoint = endpointFromName(*args->get("endpoint"));
   if (!endpoint) return usageError("unknown endpoint " + *args->get("endpoint"));

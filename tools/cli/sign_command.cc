@@ -5,6 +5,7 @@
 
 #include "args.h"
 #include "commands.h"
+#include "transport/connector_builder.h"
 #include "transport/ol_connector.h"
 
 namespace ostrel::cli {
@@ -16,6 +17,9 @@ int runSign(const std::vector<std::string>& argv) {
   if (!args) return usageError(problem);
   for (const char* required : {"secret", "app-id", "url", "timestamp"}) {
     if (!args->get(required)) return usageError(std::string("sign needs --") + required);
+  }
+  if (auto group = args->get("group"); group && !ConnectorBuilder::checkDistributionGroup(*group)) {
+    return usageError("--group cannot hold control characters, quotes or backslashes");
   }
   std::string body;
   if (auto file = args->get("body-file")) {

@@ -2,10 +2,13 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/result.h"
+
 namespace ostrel {
 
 // Where the service lives. The production values are constants of the library;
-// a host (the emulator, tests, staging) may override any of them at run time.
+// a host (the emulator, tests, staging) may override any of them in code, or
+// take the OSTREL_* variables of its environment through Platform::fromEnvironment().
 struct Deployment {
   std::string scheme = "https";
   std::string domain = "ostrel.io";
@@ -15,19 +18,26 @@ struct Deployment {
   std::string devMarker = "-dev";
 
   static Deployment production() { return Deployment{}; }
-  // Production values with OSTREL_SERVICE_DOMAIN and OSTREL_SERVICE_SCHEME applied.
-  static Deployment fromEnvironment();
+
+  // The scheme is "https" or "http", and every host the library can form
+  // (label + markers + "." + domain) is a host name. Fails with
+  // OstrelInitializationError naming the part that is not.
+  Result<void> validate() const;
 };
 
 // How the default HTTP client reaches the service, beyond the URL.
 struct NetworkOverrides {
   // "ADDRESS:PORT": every request connects there whatever its host name; the URL,
-  // the Host header and the TLS name stay as they are (OSTREL_CONNECT_TO).
+  // the Host header and the TLS name stay as they are. ADDRESS is a host name,
+  // an IPv4 address or a bracketed IPv6 address.
   std::optional<std::string> connectTo;
-  // An extra CA bundle to trust (OSTREL_CA_FILE).
+  // An extra CA bundle (PEM) to trust beside the system's, read once when the
+  // client is made. TLS verification itself is never switched off.
   std::optional<std::string> caFile;
 
-  static NetworkOverrides fromEnvironment();
+  // `connectTo` has the form above and `caFile` is a readable file with at
+  // least one certificate. Fails with OstrelInitializationError otherwise.
+  Result<void> validate() const;
 };
 
 }  // namespace ostrel

@@ -1,8 +1,11 @@
 #pragma once
 // The host application's life cycle. A phone host forwards the system's
 // notifications here; a desktop host calls these itself.
+#include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace ostrel::platform {
@@ -14,6 +17,7 @@ enum class LifeCycleEvent {
   WillTerminate
 };
 
+// Any thread may report an event; observers run on the thread that reports it.
 class AppLifeCycle {
  public:
   using Observer = std::function<void(LifeCycleEvent)>;
@@ -23,29 +27,26 @@ class AppLifeCycle {
   void willEnterForeground() { post(LifeCycleEvent::WillEnterForeground); }
   void willTerminate() { post(LifeCycleEvent::WillTerminate); }
 
-  // Observers run on the thread that reports the event.
-  int addObserver(Observer observer) {
-    std::lock_guard lock(mutex_);
-    observers_.push_back({++next_, std::move(observer)});
-    return next_;
-  }
-  void removeObserver(int token) {
-    std::lock_guard lock(mutex_);
-    std::erase_if(observers_, [&](const auto& o) { return o.first == token; });
-  }
+  // Any thread. Answers the token that removes the observer.
+  int addObserver(Observer observer);
+  // Any thread, observers included. Once it returns the observer is not running
+  // on another thread and is never called again, so whatever it uses may go:
+  // it waits for a call in progress elsewhere (never for one of its own thread).
+  void removeObserver(int token);
 
  private:
-  void post(LifeCycleEvent event) {
-    std::vector<Observer> copy;
-    {
-      std::lock_guard lock(mutex_);
-      for (const auto& o : observers_) copy.push_back(o.second);
-    }
-    for (const auto& o : copy) o(event);
-  }
+  struct Entry {
+    int token = 0;
+    Observer observer;
+    bool removed = false;
+    std::vector<std::thread::id> callers;  // threads inside the observer now
+  };
+
+  void post(LifeCycleEvent event);
 
   std::mutex mutex_;
-  std::vector<std::pair<int, Observer>> observers_;
+  std::condition_variable callEnded_;
+  std::vector<std::shared_ptr<Entry>> observers_;
   int next_ = 0;
 };
 

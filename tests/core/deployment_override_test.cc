@@ -1,0 +1,155 @@
+// What the environment and the host hand the library at start-up is input:
+// only Platform::fromEnvironment() reads the deployment overrides, each one is
+// checked there, and nothing a host or its environment hands can stop the process.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+
+#include "core/ol_default.h"
+#include "emulator/certificates.h"
+#include "ostrel/ostrel.h"
+#include "support/test_platform.h"
+
+namespace ostrel {
+namespace {
+
+constexpr const char* kVariables[] = {"OSTREL_SERVICE_DOMAIN", "OSTREL_SERVICE_SCHEME",
+                                      "OSTREL_CONNECT_TO", "OSTREL_CA_FILE"};
+
+// Sets the deployment variables for one test and clears them after it.
+class ScopedEnvironment {
+ public:
+  explicit ScopedEnvironment(const std::map<std::string, std::string>& values) {
+    for (const char* name : kVariables) ::unsetenv(name);
+    for (const auto& [name, value] : values) ::setenv(name.c_str(), value.c_str(), 1);
+  }
+  ~ScopedEnvironment() {
+    for (const char* name : kVariables) ::unsetenv(name);
+  }
+};
+
+class DeploymentOverrideTest : public ::testing::Test {
+ protected:
+  test::TestPlatform platform_;
+  test::TempDir dir_;
+  std::string ca_ = emulator::makeCertificates(dir_.path(), {"ostrel.test"}).caFile;
+};
+
+TEST_F(DeploymentOverrideTest, APlatformMadeInCodeReadsNoDeploymentVariable) {
+  ScopedEnvironment env({{"OSTREL_SERVICE_DOMAIN", "attacker.example"},
+                         {"OSTREL_SERVICE_SCHEME", "http"},
+                         {"OSTREL_CONNECT_TO", "10.0.0.1:80"},
+                         {"OSTREL_CA_FILE", ca_}});
+  for (const Platform& p : {Platform{}, Platform::defaults()}) {
+    EXPECT_EQ(p.deployment.domain, "ostrel.io");
+    EXPECT_EQ(p.deployment.scheme, "https");
+    EXPECT_FALSE(p.network.connectTo);
+    EXPECT_FALSE(p.network.caFile);
+  }
+  auto opted = Platform::fromEnvironment();
+  ASSERT_TRUE(opted) << opted.error().description();
+  EXPECT_EQ(opted->deployment.domain, "attacker.example");
+  EXPECT_EQ(opted->deployment.scheme, "http");
+  EXPECT_EQ(opted->network.connectTo, "10.0.0.1:80");
+  EXPECT_EQ(opted->network.caFile, ca_);
+}
+
+TEST_F(DeploymentOverrideTest, EachOverrideIsCheckedOnce) {
+  const std::string notPem = dir_.path() + "/not.pem";
+  std::ofstream(notPem) << "not a certificate";
+  struct Case {
+    std::map<std::string, std::string> values;
+    const char* refused;  // the variable named by the error, nullptr when all are taken
+  };
+  const Case cases[] = {
+      {{}, nullptr},
+      {{{"OSTREL_SERVICE_DOMAIN", ""}, {"OSTREL_SERVICE_SCHEME", ""}}, nullptr},  // unset
+      {{{"OSTREL_SERVICE_DOMAIN", "staging.Ostrel-1.test"}, {"OSTREL_SERVICE_SCHEME", "https"}},
+       nullptr},
+      {{{"OSTREL_CONNECT_TO", "[::1]:443"}}, nullptr},
+      {{{"OSTREL_CONNECT_TO", "localhost:8443"}}, nullptr},
+      {{{"OSTREL_SERVICE_DOMAIN", "ostrel.io/x"}}, "OSTREL_SERVICE_DOMAIN"},
+      {{{"OSTREL_SERVICE_DOMAIN", "ostrel.io:8443"}}, "OSTREL_SERVICE_DOMAIN"},
+      {{{"OSTREL_SERVICE_DOMAIN", "ostrel.io\r\nX-Injected: yes"}}, "OSTREL_SERVICE_DOMAIN"},
+      {{{"OSTREL_SERVICE_DOMAIN", "ostrel.io."}}, "OSTREL_SERVICE_DOMAIN"},
+      {{{"OSTREL_SERVICE_DOMAIN", "-ostrel.io"}}, "OSTREL_SERVICE_DOMAIN"},
+      {{{"OSTREL_SERVICE_DOMAIN", std::string(64, 'a') + ".io"}}, "OSTREL_SERVICE_DOMAIN"},
+      {{{"OSTREL_SERVICE_DOMAIN", "user@ostrel.io"}}, "OSTREL_SERVICE_DOMAIN"},
+      {{{"OSTREL_SERVICE_SCHEME", "ftp"}}, "OSTREL_SERVICE_SCHEME"},
+      {{{"OSTREL_SERVICE_SCHEME", "HTTP"}}, "OSTREL_SERVICE_SCHEME"},
+      {{{"OSTREL_CONNECT_TO", "127.0.0.1"}}, "OSTREL_CONNECT_TO"},
+      {{{"OSTREL_CONNECT_TO", "127.0.0.1:0"}}, "OSTREL_CONNECT_TO"},
+      {{{"OSTREL_CONNECT_TO", "127.0.0.1:65536"}}, "OSTREL_CONNECT_TO"},
+      {{{"OSTREL_CONNECT_TO", "::1:443"}}, "OSTREL_CONNECT_TO"},
+      {{{"OSTREL_CONNECT_TO", "127.0.0.1:80,evil:1"}}, "OSTREL_CONNECT_TO"},
+      {{{"OSTREL_CA_FILE", dir_.path() + "/missing.pem"}}, "OSTREL_CA_FILE"},
+      {{{"OSTREL_CA_FILE", notPem}}, "OSTREL_CA_FILE"},
+      {{{"OSTREL_CA_FILE", dir_.path()}}, "OSTREL_CA_FILE"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.values.empty() ? "nothing set" : c.values.begin()->second);
+    ScopedEnvironment env(c.values);
+    auto p = Platform::fromEnvironment();
+    ASSERT_EQ(p.has_value(), c.refused == nullptr);
+    if (p) {
+      auto domain = c.values.find("OSTREL_SERVICE_DOMAIN");
+      const bool set = domain != c.values.end() && !domain->second.empty();
+      EXPECT_EQ(p->deployment.domain, set ? domain->second : "ostrel.io");
+      continue;
+    }
+    EXPECT_TRUE(p.error().is(LocalErrorCodes::OstrelInitializationError));
+    EXPECT_TRUE(p.error().message().starts_with(std::string(c.refused) + " is refused: "))
+        << p.error().message();
+    EXPECT_EQ((*p.error().extra())["variable"], c.refused);
+  }
+}
+
+TEST_F(DeploymentOverrideTest, BadStartUpInputIsAClearErrorNeverAStop) {
+  Platform badDomain = platform_.platform();
+  badDomain.deployment.domain = "ostrel.io/x";
+  Platform badScheme = platform_.platform();
+  badScheme.deployment.scheme = "file";
+  Platform badLabel = platform_.platform();
+  badLabel.deployment.sandboxMarker = "/sandbox";
+  Platform badNetwork = platform_.platform();
+  badNetwork.http = nullptr;  // the default client would use the overrides
+  badNetwork.network.connectTo = "nowhere";
+  const Key<std::string> stored("DistributionGroup");
+  struct Case {
+    const char* name;
+    Platform platform;
+    std::optional<ExternalParameters> parameters;
+    LocalErrorCodes code;
+  };
+  const Case cases[] = {
+      {"domain", badDomain, std::nullopt, LocalErrorCodes::OstrelInitializationError},
+      {"scheme", badScheme, std::nullopt, LocalErrorCodes::OstrelInitializationError},
+      {"host label", badLabel, std::nullopt, LocalErrorCodes::OstrelInitializationError},
+      {"network", badNetwork, std::nullopt, LocalErrorCodes::OstrelInitializationError},
+      {"group", platform_.platform(),
+       ExternalParameters{{OLExternalParameterKey::DistributionGroup(), "be\"ta\r\nX: y"}},
+       LocalErrorCodes::ConnectionValidationError},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto made = Ostrel::makeUnshared("secret", nullptr, c.parameters, c.platform);
+    ASSERT_FALSE(made);
+    EXPECT_TRUE(made.error().is(c.code)) << made.error().description();
+    EXPECT_FALSE(OLDefault(platform_.platform().settings).has(stored));
+  }
+
+  auto facade = Ostrel::makeUnshared(
+      "secret", nullptr, ExternalParameters{{OLExternalParameterKey::DistributionGroup(), "beta"}},
+      platform_.platform());
+  ASSERT_TRUE(facade) << facade.error().description();
+  auto refused = (*facade)->setDistributionGroup("x\ny");
+  ASSERT_FALSE(refused);
+  EXPECT_TRUE(
+      refused.error().is(LocalErrorCodes::ConnectionValidationError, "Invalid distribution group"));
+  EXPECT_EQ(OLDefault::shared().get(stored), "beta");
+}
+
+}  // namespace
+}  // namespace ostrel
