@@ -7,11 +7,13 @@ namespace ostrel {
 
 const std::array<std::string_view, 94>& OLUtils::charset() {
   static const std::array<std::string_view, 94> chars = [] {
-    static const std::string all = [] {
+    // Never destroyed, like every static the library's threads read: they may
+    // still run while the process exits.
+    static const std::string& all = *new std::string([] {
       std::string s;
       for (char c = 33; c <= 126; ++c) s.push_back(c);
       return s;
-    }();
+    }());
     std::array<std::string_view, 94> out{};
     for (std::size_t i = 0; i < out.size(); ++i) out[i] = std::string_view(all).substr(i, 1);
     return out;

@@ -22,7 +22,8 @@ struct EndpointRow {
 };
 
 const std::array<EndpointRow, kEndpointCount>& table() {
-  static const std::array<EndpointRow, kEndpointCount> rows = {{
+  // Never destroyed: a network thread may still read it while the process exits.
+  static const auto& rows = *new std::array<EndpointRow, kEndpointCount>{{
       {"TrackBulk", HostGroup::ClientApi, "/events/track_bulk", {}},
       {"NativeConvert",
        HostGroup::AuthApi,

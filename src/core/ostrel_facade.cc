@@ -23,12 +23,13 @@ std::atomic<bool> g_initializing{false};
 }  // namespace
 
 const std::string& Ostrel::versionString() {
-  // VCS tag, commit and build date, computed once.
-  static const std::string version = [] {
+  // VCS tag, commit and build date, computed once. Never destroyed: a queue
+  // thread may still describe the device while the process exits.
+  static const std::string& version = *new std::string([] {
     std::string v = "v4.1.1";
     v.append(" ").append("7f9b2c0").append(" ").append("2021-04-30T16:40:40+0200");
     return v;
-  }();
+  }());
   return version;
 }
 
