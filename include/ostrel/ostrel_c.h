@@ -407,7 +407,8 @@ OSTREL_C_API ostrel_code_t ostrel_push_process_remote(ostrel_t* instance, const 
  * or another one handing pushes over at that moment), or this call's own for
  * pushes that waited; never under a lock of the library's. The callback is
  * kept until replaced (NULL: pushes wait again); `user_data` must stay valid
- * until then. */
+ * until then, and until a push that another thread was handing over at that
+ * moment has reached it. */
 OSTREL_C_API ostrel_code_t ostrel_push_set_callback(ostrel_t* instance, ostrel_push_fn callback,
                                                     void* user_data, ostrel_error_t** error);
 
