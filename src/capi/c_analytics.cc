@@ -19,14 +19,11 @@ using NamedCall = ostrel::Result<void> (ostrel::Ostrel::*)(const std::string&,
 ostrel_code_t namedEvent(ostrel_t* instance, const char* name, const char* what,
                          const char* customDataJson, NamedCall call, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     std::string text;
-    if (auto code = readText(name, what, text, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readText(name, what, text, error));
     std::shared_ptr<ostrel::OLSimpleObject> data;
-    if (auto code = readCustomData(customDataJson, "custom_data_json", data, error);
-        code != OSTREL_OK) {
-      return code;
-    }
+    OSTREL_C_CHECK(readCustomData(customDataJson, "custom_data_json", data, error));
     if (auto done = ((*instance->facade).*call)(text, std::move(data)); !done) {
       return fail(error, done.error());
     }
@@ -64,10 +61,10 @@ ostrel_code_t ostrel_timed_event_stop(ostrel_t* instance, const char* name,
 ostrel_code_t ostrel_is_timed_event_running(ostrel_t* instance, const char* name, int* running,
                                             ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-    if (auto code = needOut(running, "running", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
+    OSTREL_C_CHECK(needOut(running, "running", error));
     std::string text;
-    if (auto code = readText(name, "name", text, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readText(name, "name", text, error));
     return answerFlag(instance->facade->isTimedEventRunning(text), running, error);
   });
 }
@@ -101,8 +98,8 @@ ostrel_code_t ostrel_flow_cancel(ostrel_t* instance, const char* reason,
 
 ostrel_code_t ostrel_is_flow_begun(ostrel_t* instance, int* begun, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-    if (auto code = needOut(begun, "begun", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
+    OSTREL_C_CHECK(needOut(begun, "begun", error));
     return answerFlag(instance->facade->isAnalyticFlowBegun(), begun, error);
   });
 }
@@ -110,8 +107,8 @@ ostrel_code_t ostrel_is_flow_begun(ostrel_t* instance, int* begun, ostrel_error_
 ostrel_code_t ostrel_get_current_flow_name(ostrel_t* instance, char** name,
                                            ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-    if (auto code = needOut(name, "name", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
+    OSTREL_C_CHECK(needOut(name, "name", error));
     auto current = instance->facade->getCurrentAnalyticFlowName();
     if (!current) return fail(error, current.error());
     *name = copyOut(*current);
@@ -123,9 +120,9 @@ ostrel_code_t ostrel_rank_content(ostrel_t* instance, const char* content_id,
                                   ostrel_ranking_scope_t scope, float multiplier,
                                   ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     std::string id;
-    if (auto code = readText(content_id, "content_id", id, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readText(content_id, "content_id", id, error));
     std::optional<ostrel::_RankingScope> s;
     switch (scope) {
       case OSTREL_RANKING_CONSUMPTION:
@@ -152,22 +149,13 @@ ostrel_code_t ostrel_attach_session(ostrel_t* instance, const char* attached_ses
                                     const char* attached_user_id, ostrel_attach_type_t attach_type,
                                     const char* custom_data_json, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     std::string session;
     std::optional<std::string> user;
     std::shared_ptr<ostrel::OLSimpleObject> data;
-    if (auto code = readText(attached_session_id, "attached_session_id", session, error);
-        code != OSTREL_OK) {
-      return code;
-    }
-    if (auto code = readOptionalText(attached_user_id, "attached_user_id", user, error);
-        code != OSTREL_OK) {
-      return code;
-    }
-    if (auto code = readCustomData(custom_data_json, "custom_data_json", data, error);
-        code != OSTREL_OK) {
-      return code;
-    }
+    OSTREL_C_CHECK(readText(attached_session_id, "attached_session_id", session, error));
+    OSTREL_C_CHECK(readOptionalText(attached_user_id, "attached_user_id", user, error));
+    OSTREL_C_CHECK(readCustomData(custom_data_json, "custom_data_json", data, error));
     std::optional<ostrel::AttachType> type;
     switch (attach_type) {
       case OSTREL_ATTACH_MASTER:
@@ -191,20 +179,12 @@ ostrel_code_t ostrel_attach_master_session(ostrel_t* instance, const char* maste
                                            const char* master_user_id, const char* custom_data_json,
                                            ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     std::string session, user;
     std::shared_ptr<ostrel::OLSimpleObject> data;
-    if (auto code = readText(master_session_id, "master_session_id", session, error);
-        code != OSTREL_OK) {
-      return code;
-    }
-    if (auto code = readText(master_user_id, "master_user_id", user, error); code != OSTREL_OK) {
-      return code;
-    }
-    if (auto code = readCustomData(custom_data_json, "custom_data_json", data, error);
-        code != OSTREL_OK) {
-      return code;
-    }
+    OSTREL_C_CHECK(readText(master_session_id, "master_session_id", session, error));
+    OSTREL_C_CHECK(readText(master_user_id, "master_user_id", user, error));
+    OSTREL_C_CHECK(readCustomData(custom_data_json, "custom_data_json", data, error));
     auto attached = instance->facade->attachMasterSession(session, user, std::move(data));
     if (!attached) return fail(error, attached.error());
     return OSTREL_OK;
@@ -214,7 +194,7 @@ ostrel_code_t ostrel_attach_master_session(ostrel_t* instance, const char* maste
 ostrel_code_t ostrel_flush(ostrel_t* instance, ostrel_result_fn callback, void* user_data,
                            ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     instance->facade->flushEvents(jsonCallback(callback, user_data));
     return OSTREL_OK;
   });

@@ -28,9 +28,9 @@ void ostrel_config_free(ostrel_config_t* config) {
 ostrel_code_t ostrel_config_set_secret(ostrel_config_t* config, const char* secret,
                                        ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needConfig(config, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needConfig(config, error));
     std::string text;
-    if (auto code = readText(secret, "secret", text, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readText(secret, "secret", text, error));
     config->secret = std::move(text);
     return OSTREL_OK;
   });
@@ -39,9 +39,9 @@ ostrel_code_t ostrel_config_set_secret(ostrel_config_t* config, const char* secr
 ostrel_code_t ostrel_config_set_storage_dir(ostrel_config_t* config, const char* path,
                                             ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needConfig(config, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needConfig(config, error));
     std::string text;
-    if (auto code = readText(path, "path", text, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readText(path, "path", text, error));
     if (text.empty() || text.front() != '/') {
       return invalidArgument(error, "the storage folder must be an absolute path");
     }
@@ -54,7 +54,7 @@ ostrel_code_t ostrel_config_set_storage_dir(ostrel_config_t* config, const char*
 ostrel_code_t ostrel_config_use_environment_deployment(ostrel_config_t* config, int enabled,
                                                        ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needConfig(config, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needConfig(config, error));
     config->useEnvironment = enabled != 0;
     return OSTREL_OK;
   });
@@ -63,10 +63,10 @@ ostrel_code_t ostrel_config_use_environment_deployment(ostrel_config_t* config, 
 ostrel_code_t ostrel_config_set_service(ostrel_config_t* config, const char* domain,
                                         const char* scheme, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needConfig(config, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needConfig(config, error));
     std::optional<std::string> d, s;
-    if (auto code = readOptionalText(domain, "domain", d, error); code != OSTREL_OK) return code;
-    if (auto code = readOptionalText(scheme, "scheme", s, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readOptionalText(domain, "domain", d, error));
+    OSTREL_C_CHECK(readOptionalText(scheme, "scheme", s, error));
     if (d) config->domain = std::move(d);
     if (s) config->scheme = std::move(s);
     return OSTREL_OK;
@@ -76,12 +76,10 @@ ostrel_code_t ostrel_config_set_service(ostrel_config_t* config, const char* dom
 ostrel_code_t ostrel_config_set_network(ostrel_config_t* config, const char* connect_to,
                                         const char* ca_file, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needConfig(config, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needConfig(config, error));
     std::optional<std::string> to, ca;
-    if (auto code = readOptionalText(connect_to, "connect_to", to, error); code != OSTREL_OK) {
-      return code;
-    }
-    if (auto code = readOptionalText(ca_file, "ca_file", ca, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readOptionalText(connect_to, "connect_to", to, error));
+    OSTREL_C_CHECK(readOptionalText(ca_file, "ca_file", ca, error));
     if (to) config->connectTo = std::move(to);
     if (ca) config->caFile = std::move(ca);
     return OSTREL_OK;
@@ -92,19 +90,11 @@ ostrel_code_t ostrel_config_set_app_identity(ostrel_config_t* config, const char
                                              const char* app_version, const char* app_build,
                                              ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needConfig(config, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needConfig(config, error));
     std::optional<std::string> id, version, build;
-    if (auto code = readOptionalText(app_identifier, "app_identifier", id, error);
-        code != OSTREL_OK) {
-      return code;
-    }
-    if (auto code = readOptionalText(app_version, "app_version", version, error);
-        code != OSTREL_OK) {
-      return code;
-    }
-    if (auto code = readOptionalText(app_build, "app_build", build, error); code != OSTREL_OK) {
-      return code;
-    }
+    OSTREL_C_CHECK(readOptionalText(app_identifier, "app_identifier", id, error));
+    OSTREL_C_CHECK(readOptionalText(app_version, "app_version", version, error));
+    OSTREL_C_CHECK(readOptionalText(app_build, "app_build", build, error));
     if (id) config->appIdentifier = std::move(id);
     if (version) config->appVersion = std::move(version);
     if (build) config->appBuild = std::move(build);
@@ -115,9 +105,9 @@ ostrel_code_t ostrel_config_set_app_identity(ostrel_config_t* config, const char
 ostrel_code_t ostrel_config_set_custom_data_json(ostrel_config_t* config, const char* json,
                                                  ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needConfig(config, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needConfig(config, error));
     std::shared_ptr<ostrel::OLSimpleObject> data;
-    if (auto code = readCustomData(json, "json", data, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readCustomData(json, "json", data, error));
     config->customData = std::move(data);
     return OSTREL_OK;
   });
@@ -126,10 +116,10 @@ ostrel_code_t ostrel_config_set_custom_data_json(ostrel_config_t* config, const 
 ostrel_code_t ostrel_config_set_external_parameter(ostrel_config_t* config, const char* key,
                                                    const char* value, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needConfig(config, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needConfig(config, error));
     std::string k, v;
-    if (auto code = readText(key, "key", k, error); code != OSTREL_OK) return code;
-    if (auto code = readText(value, "value", v, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readText(key, "key", k, error));
+    OSTREL_C_CHECK(readText(value, "value", v, error));
     auto parameter = k == ostrel::OLExternalParameterKey::DistributionGroup().rawValue()
                          ? ostrel::OLExternalParameterKey::DistributionGroup()
                          : ostrel::OLExternalParameterKey::Custom(k);
@@ -141,7 +131,7 @@ ostrel_code_t ostrel_config_set_external_parameter(ostrel_config_t* config, cons
 ostrel_code_t ostrel_config_set_log_callback(ostrel_config_t* config, ostrel_log_fn callback,
                                              void* user_data, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needConfig(config, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needConfig(config, error));
     config->log = callback;
     config->logUserData = user_data;
     return OSTREL_OK;

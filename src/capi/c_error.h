@@ -34,6 +34,13 @@ inline ostrel_code_t invalidArgument(ostrel_error_t** out, std::string message) 
   return report(out, OSTREL_INVALID_ARGUMENT, cApiError("InvalidArgument", std::move(message)));
 }
 
+// Returns the code of a check that refused (an argument, a missing instance)
+// from the entry point that runs it.
+#define OSTREL_C_CHECK(...)                                                          \
+  do {                                                                               \
+    if (const ostrel_code_t code_ = (__VA_ARGS__); code_ != OSTREL_OK) return code_; \
+  } while (0)
+
 // Runs `body` (which answers an ostrel_code_t) with *out cleared first; an
 // exception becomes OSTREL_OUT_OF_MEMORY or OSTREL_INTERNAL_ERROR.
 template <class Body>

@@ -37,7 +37,7 @@ ostrel_code_t ostrel_start(const ostrel_config_t* config, ostrel_t** instance,
   return guarded(error, [&] {
     if (instance) *instance = nullptr;
     if (!config) return invalidArgument(error, "config is NULL");
-    if (auto code = needOut(instance, "instance", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needOut(instance, "instance", error));
     if (!config->secret) return invalidArgument(error, "no secret: call ostrel_config_set_secret");
     auto platform = platformFor(*config);
     if (!platform) return fail(error, platform.error());
@@ -64,7 +64,7 @@ int ostrel_wait_until_persisted(ostrel_t* instance, uint32_t timeout_ms) {
 
 ostrel_code_t ostrel_shutdown(ostrel_t* instance, uint32_t timeout_ms, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     instance->facade->shutdown(std::chrono::milliseconds(timeout_ms));
     instance->shutDown = true;
     return OSTREL_OK;
@@ -83,8 +83,8 @@ void ostrel_free(ostrel_t* instance) {
 
 ostrel_code_t ostrel_get_session_id(ostrel_t* instance, char** session_id, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-    if (auto code = needOut(session_id, "session_id", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
+    OSTREL_C_CHECK(needOut(session_id, "session_id", error));
     auto id = instance->facade->getSessionId();
     if (!id) return fail(error, id.error());
     *session_id = copyOut(*id);
@@ -95,8 +95,8 @@ ostrel_code_t ostrel_get_session_id(ostrel_t* instance, char** session_id, ostre
 ostrel_code_t ostrel_get_environment(ostrel_t* instance, char** environment,
                                      ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-    if (auto code = needOut(environment, "environment", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
+    OSTREL_C_CHECK(needOut(environment, "environment", error));
     *environment = copyOut(instance->facade->environmentString());
     return OSTREL_OK;
   });
@@ -105,9 +105,9 @@ ostrel_code_t ostrel_get_environment(ostrel_t* instance, char** environment,
 ostrel_code_t ostrel_set_distribution_group(ostrel_t* instance, const char* group,
                                             ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     std::string text;
-    if (auto code = readText(group, "group", text, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readText(group, "group", text, error));
     if (auto set = instance->facade->setDistributionGroup(text); !set) {
       return fail(error, set.error());
     }
@@ -117,7 +117,7 @@ ostrel_code_t ostrel_set_distribution_group(ostrel_t* instance, const char* grou
 
 ostrel_code_t ostrel_unset_distribution_group(ostrel_t* instance, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     instance->facade->unSetDistributionGroup();
     return OSTREL_OK;
   });

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 
+#include "capi/c_error.h"
 #include "ostrel/ostrel.h"
 #include "ostrel/ostrel_c.h"
 #include "ostrel/user_state_change_listener.h"
@@ -19,5 +20,16 @@ struct ostrel_instance {
 namespace ostrel::capi {
 
 ostrel_code_t needInstance(const ostrel_t* instance, ostrel_error_t** error);
+
+// A manager of the instance (push, payments), made on first use.
+template <class Manager>
+ostrel_code_t managerOf(ostrel_t* instance, Result<std::shared_ptr<Manager>> (Ostrel::*get)(),
+                        std::shared_ptr<Manager>& out, ostrel_error_t** error) {
+  OSTREL_C_CHECK(needInstance(instance, error));
+  auto manager = ((*instance->facade).*get)();
+  if (!manager) return fail(error, manager.error());
+  out = std::move(*manager);
+  return OSTREL_OK;
+}
 
 }  // namespace ostrel::capi

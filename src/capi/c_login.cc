@@ -22,9 +22,9 @@ ostrel_code_t needLogin(const ostrel_login_t* login, ostrel_error_t** error) {
 ostrel_code_t setText(ostrel_login_t* login, const char* value, const char* what,
                       Builder& (Builder::*setter)(std::string), ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needLogin(login, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needLogin(login, error));
     std::string text;
-    if (auto code = readText(value, what, text, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readText(value, what, text, error));
     ((*login->builder).*setter)(std::move(text));
     return OSTREL_OK;
   });
@@ -35,9 +35,9 @@ ostrel_code_t setObject(ostrel_login_t* login, const char* json,
                         Builder& (Builder::*setter)(std::shared_ptr<ostrel::OLSimpleObject>),
                         ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needLogin(login, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needLogin(login, error));
     std::shared_ptr<ostrel::OLSimpleObject> data;
-    if (auto code = readCustomData(json, "json", data, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(readCustomData(json, "json", data, error));
     ((*login->builder).*setter)(std::move(data));
     return OSTREL_OK;
   });
@@ -65,8 +65,8 @@ extern "C" {
 ostrel_code_t ostrel_login_new(ostrel_t* instance, ostrel_login_t** login, ostrel_error_t** error) {
   return guarded(error, [&] {
     if (login) *login = nullptr;
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-    if (auto code = needOut(login, "login", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
+    OSTREL_C_CHECK(needOut(login, "login", error));
     auto builder = instance->facade->getLoginBuilder();
     if (!builder) return fail(error, builder.error());
     *login = new ostrel_login{std::move(*builder)};
@@ -99,7 +99,7 @@ ostrel_code_t ostrel_login_set_pin(ostrel_login_t* login, const char* pin, ostre
 
 ostrel_code_t ostrel_login_set_no_pin(ostrel_login_t* login, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needLogin(login, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needLogin(login, error));
     login->builder->setNOPIN();
     return OSTREL_OK;
   });
@@ -129,7 +129,7 @@ ostrel_code_t ostrel_login_start(ostrel_login_t* login, ostrel_login_flow_t flow
                                  ostrel_result_fn callback, void* user_data,
                                  ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needLogin(login, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needLogin(login, error));
     if (login->started) {
       return invalidArgument(error, "this login builder already started a flow; make a new one");
     }

@@ -11,19 +11,6 @@
 
 using namespace ostrel::capi;
 
-namespace {
-
-ostrel_code_t withPayments(ostrel_t* instance, ostrel_error_t** error,
-                           std::shared_ptr<ostrel::OLPaymentManager>& out) {
-  if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-  auto manager = instance->facade->getPaymentManager();
-  if (!manager) return fail(error, manager.error());
-  out = std::move(*manager);
-  return OSTREL_OK;
-}
-
-}  // namespace
-
 extern "C" {
 
 ostrel_code_t ostrel_payment_get_offer(ostrel_t* instance, const char* native_item,
@@ -31,9 +18,7 @@ ostrel_code_t ostrel_payment_get_offer(ostrel_t* instance, const char* native_it
                                        void* user_data, ostrel_error_t** error) {
   return guarded(error, [&] {
     std::string item;
-    if (auto code = readText(native_item, "native_item", item, error); code != OSTREL_OK) {
-      return code;
-    }
+    OSTREL_C_CHECK(readText(native_item, "native_item", item, error));
     std::optional<ostrel::MarketPlace> market;
     switch (marketplace) {
       case OSTREL_MARKET_APPLE_STORE:
@@ -45,7 +30,7 @@ ostrel_code_t ostrel_payment_get_offer(ostrel_t* instance, const char* native_it
     }
     if (!market) return invalidArgument(error, "marketplace is not an ostrel_marketplace_t");
     std::shared_ptr<ostrel::OLPaymentManager> payments;
-    if (auto code = withPayments(instance, error, payments); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(managerOf(instance, &ostrel::Ostrel::getPaymentManager, payments, error));
     payments->getOfferFor(item, *market, textCallback(callback, user_data));
     return OSTREL_OK;
   });
@@ -57,13 +42,10 @@ ostrel_code_t ostrel_payment_add_receipt(ostrel_t* instance, const char* offer_i
   return guarded(error, [&] {
     std::string offer;
     std::optional<std::string> receipt;
-    if (auto code = readText(offer_id, "offer_id", offer, error); code != OSTREL_OK) return code;
-    if (auto code = readOptionalText(receipt_path, "receipt_path", receipt, error);
-        code != OSTREL_OK) {
-      return code;
-    }
+    OSTREL_C_CHECK(readText(offer_id, "offer_id", offer, error));
+    OSTREL_C_CHECK(readOptionalText(receipt_path, "receipt_path", receipt, error));
     std::shared_ptr<ostrel::OLPaymentManager> payments;
-    if (auto code = withPayments(instance, error, payments); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(managerOf(instance, &ostrel::Ostrel::getPaymentManager, payments, error));
     payments->addPayment(offer, receipt, errorCallback(callback, user_data));
     return OSTREL_OK;
   });
@@ -73,7 +55,7 @@ ostrel_code_t ostrel_payment_is_paying(ostrel_t* instance, ostrel_result_fn call
                                        void* user_data, ostrel_error_t** error) {
   return guarded(error, [&] {
     std::shared_ptr<ostrel::OLPaymentManager> payments;
-    if (auto code = withPayments(instance, error, payments); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(managerOf(instance, &ostrel::Ostrel::getPaymentManager, payments, error));
     auto answer = jsonCallback(callback, user_data);
     payments->isUserPayingForDefault([answer](std::optional<ostrel::OLError> e,
                                               std::optional<ostrel::OLPaymentObject> state) {

@@ -10,19 +10,6 @@
 
 using namespace ostrel::capi;
 
-namespace {
-
-ostrel_code_t withPushManager(ostrel_t* instance, ostrel_error_t** error,
-                              std::shared_ptr<ostrel::OLPushManager>& out) {
-  if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-  auto manager = instance->facade->getPushManager();
-  if (!manager) return fail(error, manager.error());
-  out = std::move(*manager);
-  return OSTREL_OK;
-}
-
-}  // namespace
-
 extern "C" {
 
 ostrel_code_t ostrel_push_set_device_token(ostrel_t* instance, const void* token,
@@ -30,7 +17,7 @@ ostrel_code_t ostrel_push_set_device_token(ostrel_t* instance, const void* token
   return guarded(error, [&] {
     if (!token && token_length > 0) return invalidArgument(error, "token is NULL");
     std::shared_ptr<ostrel::OLPushManager> manager;
-    if (auto code = withPushManager(instance, error, manager); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(managerOf(instance, &ostrel::Ostrel::getPushManager, manager, error));
     const std::string bytes =
         token_length > 0 ? std::string(static_cast<const char*>(token), token_length) : "";
     if (auto set = manager->setDeviceToken(bytes); !set) return fail(error, set.error());
@@ -41,9 +28,9 @@ ostrel_code_t ostrel_push_set_device_token(ostrel_t* instance, const void* token
 ostrel_code_t ostrel_push_is_registered(ostrel_t* instance, int* registered,
                                         ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needOut(registered, "registered", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needOut(registered, "registered", error));
     std::shared_ptr<ostrel::OLPushManager> manager;
-    if (auto code = withPushManager(instance, error, manager); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(managerOf(instance, &ostrel::Ostrel::getPushManager, manager, error));
     *registered = manager->isRegistered() ? 1 : 0;
     return OSTREL_OK;
   });
@@ -53,11 +40,9 @@ ostrel_code_t ostrel_push_parse(const char* payload_json, char** push_json,
                                 ostrel_error_t** error) {
   return guarded(error, [&] {
     if (push_json) *push_json = nullptr;
-    if (auto code = needOut(push_json, "push_json", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needOut(push_json, "push_json", error));
     std::string payload;
-    if (auto code = readText(payload_json, "payload_json", payload, error); code != OSTREL_OK) {
-      return code;
-    }
+    OSTREL_C_CHECK(readText(payload_json, "payload_json", payload, error));
     auto push = ostrel::OLPushBuilder::buildPushObject(std::string_view(payload), false);
     if (!push) return fail(error, push.error());
     *push_json = copyOut(ostrel::dumpJson(pushJson(**push)));
@@ -69,11 +54,9 @@ ostrel_code_t ostrel_push_process_remote(ostrel_t* instance, const char* payload
                                          int app_is_background, ostrel_error_t** error) {
   return guarded(error, [&] {
     std::shared_ptr<ostrel::OLPushManager> manager;
-    if (auto code = withPushManager(instance, error, manager); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(managerOf(instance, &ostrel::Ostrel::getPushManager, manager, error));
     std::string payload;
-    if (auto code = readText(payload_json, "payload_json", payload, error); code != OSTREL_OK) {
-      return code;
-    }
+    OSTREL_C_CHECK(readText(payload_json, "payload_json", payload, error));
     auto parsed = ostrel::parseJson(payload);
     if (!parsed) {
       // Not JSON at all: the library's own refusal of such a payload.
@@ -92,7 +75,7 @@ ostrel_code_t ostrel_push_set_callback(ostrel_t* instance, ostrel_push_fn callba
                                        ostrel_error_t** error) {
   return guarded(error, [&] {
     std::shared_ptr<ostrel::OLPushManager> manager;
-    if (auto code = withPushManager(instance, error, manager); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(managerOf(instance, &ostrel::Ostrel::getPushManager, manager, error));
     if (!callback) {
       manager->setPushCallback(nullptr);
       return OSTREL_OK;

@@ -64,7 +64,7 @@ ostrel_code_t readOptionalText(const char* in, const char* what, std::optional<s
   out.reset();
   if (!in) return OSTREL_OK;
   std::string text;
-  if (auto code = readText(in, what, text, error); code != OSTREL_OK) return code;
+  OSTREL_C_CHECK(readText(in, what, text, error));
   out = std::move(text);
   return OSTREL_OK;
 }
@@ -74,7 +74,7 @@ ostrel_code_t readCustomData(const char* json, const char* what,
   out.reset();
   if (!json) return OSTREL_OK;
   std::string text;
-  if (auto code = readText(json, what, text, error); code != OSTREL_OK) return code;
+  OSTREL_C_CHECK(readText(json, what, text, error));
   auto parsed = parseJson(text);
   if (!parsed || !parsed->is_object()) {
     return invalidArgument(error, std::string(what) + " is not a JSON object");

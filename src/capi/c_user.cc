@@ -30,8 +30,8 @@ extern "C" {
 
 ostrel_code_t ostrel_get_user_token(ostrel_t* instance, char** token, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-    if (auto code = needOut(token, "token", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
+    OSTREL_C_CHECK(needOut(token, "token", error));
     auto current = instance->facade->getUserToken();
     if (!current) return fail(error, current.error());
     *token = copyOut(*current);
@@ -41,8 +41,8 @@ ostrel_code_t ostrel_get_user_token(ostrel_t* instance, char** token, ostrel_err
 
 ostrel_code_t ostrel_is_user_logged(ostrel_t* instance, int* logged, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
-    if (auto code = needOut(logged, "logged", error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
+    OSTREL_C_CHECK(needOut(logged, "logged", error));
     auto answer = instance->facade->isUserLogged();
     if (!answer) return fail(error, answer.error());
     *logged = *answer ? 1 : 0;
@@ -52,7 +52,7 @@ ostrel_code_t ostrel_is_user_logged(ostrel_t* instance, int* logged, ostrel_erro
 
 ostrel_code_t ostrel_user_logout(ostrel_t* instance, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     if (auto done = instance->facade->userLogout(); !done) return fail(error, done.error());
     return OSTREL_OK;
   });
@@ -61,7 +61,7 @@ ostrel_code_t ostrel_user_logout(ostrel_t* instance, ostrel_error_t** error) {
 ostrel_code_t ostrel_sync_user_state(ostrel_t* instance, ostrel_result_fn callback, void* user_data,
                                      ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     instance->facade->syncUserState(errorCallback(callback, user_data));
     return OSTREL_OK;
   });
@@ -70,7 +70,7 @@ ostrel_code_t ostrel_sync_user_state(ostrel_t* instance, ostrel_result_fn callba
 ostrel_code_t ostrel_get_user_meta_info(ostrel_t* instance, ostrel_result_fn callback,
                                         void* user_data, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     instance->facade->getUserMetaInfo(jsonCallback(callback, user_data));
     return OSTREL_OK;
   });
@@ -79,7 +79,7 @@ ostrel_code_t ostrel_get_user_meta_info(ostrel_t* instance, ostrel_result_fn cal
 ostrel_code_t ostrel_set_user_state_listener(ostrel_t* instance, ostrel_result_fn callback,
                                              void* user_data, ostrel_error_t** error) {
   return guarded(error, [&] {
-    if (auto code = needInstance(instance, error); code != OSTREL_OK) return code;
+    OSTREL_C_CHECK(needInstance(instance, error));
     std::shared_ptr<ostrel::UserStateChangeListener> listener;
     if (callback) listener = std::make_shared<CUserStateListener>(callback, user_data);
     std::lock_guard lock(instance->mutex);
