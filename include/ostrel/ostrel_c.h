@@ -5,10 +5,10 @@
  * Conventions that hold for every function below:
  *
  * Results. Every call that can fail returns an ostrel_code_t and takes, last,
- * an `ostrel_error_t** error`. On OSTREL_OK nothing is written there (it is set
- * to NULL); on any other code *error receives a new error object, which the
- * caller owns and frees with ostrel_error_free(). Pass NULL when the details
- * are not wanted. An error passed to a callback is borrowed: it is valid only
+ * an `ostrel_error_t** error`. On OSTREL_OK *error is set to NULL; on any
+ * other code it receives a new error object (NULL only when memory ran out),
+ * which the caller owns and frees with ostrel_error_free(). Pass NULL when the
+ * details are not wanted. An error passed to a callback is borrowed: it is valid only
  * until the callback returns (ostrel_error_copy() keeps it).
  *
  * Texts. Every text, in and out, is NUL-terminated UTF-8; an input that is not
@@ -28,8 +28,8 @@
  * is a plain C function pointer with a `void* user_data` that the library
  * hands back untouched; the comment beside each call says on which thread it
  * runs. Callbacks run on the library's own threads unless said otherwise:
- * keep them short, never block them waiting for another callback of the
- * library, and never call ostrel_wait_until_persisted(), ostrel_shutdown() or
+ * keep them short, return normally (no C++ exception, no longjmp), never
+ * block them waiting for another callback of the library, and never call ostrel_wait_until_persisted(), ostrel_shutdown() or
  * ostrel_free() from one. Every other call of this API may be made from a
  * callback. A call that takes a one-shot callback and returns OSTREL_OK runs
  * that callback exactly once; one that returns an error never runs it.
