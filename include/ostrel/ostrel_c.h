@@ -29,13 +29,12 @@
  * hands back untouched; the comment beside each call says on which thread it
  * runs. Callbacks run on the library's own threads unless said otherwise:
  * keep them short, return normally (no C++ exception, no longjmp), never
- * block them waiting for another callback of the library, and never call ostrel_wait_until_persisted(), ostrel_shutdown() or
- * ostrel_free() from one. Every other call of this API may be made from a
- * callback. A call that takes a one-shot callback and returns OSTREL_OK runs
- * that callback exactly once; one that returns an error never runs it.
- * `user_data` must stay valid until then. A one-shot callback runs on a
- * network thread of the library, or on the calling thread before the call
- * returns when the library answers without the network (a refusal such as a
+ * block them waiting for another callback of the library, and never call
+ * ostrel_wait_until_persisted(), ostrel_shutdown() or ostrel_free() from one. Every other call of
+ * this API may be made from a callback. A call that takes a one-shot callback and returns OSTREL_OK
+ * runs that callback exactly once; one that returns an error never runs it. `user_data` must stay
+ * valid until then. A one-shot callback runs on a network thread of the library, or on the calling
+ * thread before the call returns when the library answers without the network (a refusal such as a
  * missing login or a shut-down instance, a cached answer).
  *
  * No call aborts the process or lets a C++ exception out.
@@ -67,6 +66,10 @@ extern "C" {
  * ostrel_c_api_version() to learn what the loaded library offers. */
 #define OSTREL_C_API_VERSION 1
 
+/* Every enumeration ends in a *_FORCE_INT value that is never valid: it keeps
+ * the type as wide as an int whatever a later version adds, and lets the
+ * library check any value a caller passes. */
+
 typedef struct ostrel_error ostrel_error_t;
 typedef struct ostrel_config ostrel_config_t;
 typedef struct ostrel_instance ostrel_t;
@@ -83,7 +86,8 @@ typedef enum ostrel_code {
   /* Memory ran out; *error may stay NULL. */
   OSTREL_OUT_OF_MEMORY = 3,
   /* An internal failure that should not happen (a bug): error code "InternalError". */
-  OSTREL_INTERNAL_ERROR = 4
+  OSTREL_INTERNAL_ERROR = 4,
+  OSTREL_CODE_FORCE_INT = 0x7fffffff
 } ostrel_code_t;
 
 /* ---------------------------------------------------------------- version */
@@ -106,7 +110,8 @@ typedef enum ostrel_error_kind {
    * (e.g. "EMAILLoginWrongPasswordError", "OstrelNotInitialized"). */
   OSTREL_ERROR_KIND_LOCAL = 1,
   /* This C layer raised it: "InvalidArgument", "OutOfMemory" or "InternalError". */
-  OSTREL_ERROR_KIND_C_API = 2
+  OSTREL_ERROR_KIND_C_API = 2,
+  OSTREL_ERROR_KIND_FORCE_INT = 0x7fffffff
 } ostrel_error_kind_t;
 
 /* The accessors answer texts that live as long as the error; each accepts
@@ -265,7 +270,8 @@ typedef enum ostrel_ranking_scope {
   OSTREL_RANKING_CONSUMPTION = 0,
   OSTREL_RANKING_SOCIAL = 1,
   OSTREL_RANKING_EDITORIAL = 2,
-  OSTREL_RANKING_UNKNOWN = 3
+  OSTREL_RANKING_UNKNOWN = 3,
+  OSTREL_RANKING_FORCE_INT = 0x7fffffff
 } ostrel_ranking_scope_t;
 
 OSTREL_C_API ostrel_code_t ostrel_rank_content(ostrel_t* instance, const char* content_id,
@@ -275,7 +281,8 @@ OSTREL_C_API ostrel_code_t ostrel_rank_content(ostrel_t* instance, const char* c
 typedef enum ostrel_attach_type {
   OSTREL_ATTACH_MASTER = 0,
   OSTREL_ATTACH_PEER = 1,
-  OSTREL_ATTACH_UNKNOWN = 2
+  OSTREL_ATTACH_UNKNOWN = 2,
+  OSTREL_ATTACH_FORCE_INT = 0x7fffffff
 } ostrel_attach_type_t;
 
 /* `attached_user_id` may be NULL. */
@@ -326,13 +333,14 @@ OSTREL_C_API ostrel_code_t ostrel_set_user_state_listener(ostrel_t* instance,
 /* ------------------------------------------------------------- login */
 
 typedef enum ostrel_login_flow {
-  OSTREL_LOGIN_EMAIL = 0,             /* e-mail + password */
-  OSTREL_LOGIN_EMAIL_SIGNUP = 1,      /* e-mail + password; creates the account */
-  OSTREL_LOGIN_EMAIL_FORGOT = 2,      /* e-mail; asks for a password reminder */
-  OSTREL_LOGIN_EMAIL_RESEND = 3,      /* e-mail; sends the confirmation again */
-  OSTREL_LOGIN_MSISDN_PIN = 4,        /* MSISDN + PIN (or no PIN) */
-  OSTREL_LOGIN_MSISDN_PIN_FORGOT = 5, /* MSISDN; asks for a new PIN */
-  OSTREL_LOGIN_MSISDN_RECOGNITION = 6 /* the mobile operator recognises the user */
+  OSTREL_LOGIN_EMAIL = 0,              /* e-mail + password */
+  OSTREL_LOGIN_EMAIL_SIGNUP = 1,       /* e-mail + password; creates the account */
+  OSTREL_LOGIN_EMAIL_FORGOT = 2,       /* e-mail; asks for a password reminder */
+  OSTREL_LOGIN_EMAIL_RESEND = 3,       /* e-mail; sends the confirmation again */
+  OSTREL_LOGIN_MSISDN_PIN = 4,         /* MSISDN + PIN (or no PIN) */
+  OSTREL_LOGIN_MSISDN_PIN_FORGOT = 5,  /* MSISDN; asks for a new PIN */
+  OSTREL_LOGIN_MSISDN_RECOGNITION = 6, /* the mobile operator recognises the user */
+  OSTREL_LOGIN_FORCE_INT = 0x7fffffff
 } ostrel_login_flow_t;
 
 /* A login builder: set the credentials, then start one flow. One thread at a time. */
@@ -416,7 +424,8 @@ OSTREL_C_API ostrel_code_t ostrel_push_set_callback(ostrel_t* instance, ostrel_p
 
 typedef enum ostrel_marketplace {
   OSTREL_MARKET_APPLE_STORE = 0,
-  OSTREL_MARKET_GOOGLE_PLAY = 1
+  OSTREL_MARKET_GOOGLE_PLAY = 1,
+  OSTREL_MARKET_FORCE_INT = 0x7fffffff
 } ostrel_marketplace_t;
 
 /* The offer of a store item; result: the offer identifier. */

@@ -137,6 +137,8 @@ ostrel_code_t ostrel_rank_content(ostrel_t* instance, const char* content_id,
       case OSTREL_RANKING_UNKNOWN:
         s = ostrel::_RankingScope::unknown;
         break;
+      default:
+        break;  // refused below
     }
     if (!s) return invalidArgument(error, "scope is not an ostrel_ranking_scope_t");
     auto ranked = instance->facade->rankContent(id, ostrel::RankingScope(*s), multiplier);
@@ -167,6 +169,8 @@ ostrel_code_t ostrel_attach_session(ostrel_t* instance, const char* attached_ses
       case OSTREL_ATTACH_UNKNOWN:
         type = ostrel::AttachType::unknown;
         break;
+      default:
+        break;  // refused below
     }
     if (!type) return invalidArgument(error, "attach_type is not an ostrel_attach_type_t");
     auto attached = instance->facade->attachSession(session, user, *type, std::move(data));

@@ -27,6 +27,8 @@ ostrel_code_t ostrel_payment_get_offer(ostrel_t* instance, const char* native_it
       case OSTREL_MARKET_GOOGLE_PLAY:
         market = ostrel::MarketPlace::GooglePlay;
         break;
+      default:
+        break;  // refused below
     }
     if (!market) return invalidArgument(error, "marketplace is not an ostrel_marketplace_t");
     std::shared_ptr<ostrel::OLPaymentManager> payments;

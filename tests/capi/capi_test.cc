@@ -470,15 +470,15 @@ TEST_F(CApiTest, LoginFlowsEndAsTheServiceSaysAndTheListenerHears) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    char* before = nullptr;
-    ASSERT_EQ(ostrel_get_user_token(ostrel_, &before, nullptr), OSTREL_OK);
+    char* text = nullptr;
+    ASSERT_EQ(ostrel_get_user_token(ostrel_, &text, nullptr), OSTREL_OK);
+    const std::string before = take(text);
     const Outcome o = login(c.flow, c.configure);
     EXPECT_EQ(o.errorCode, c.errorCode);
     EXPECT_EQ(isLogged(), c.loggedAfter);
     if (!c.loggedAfter) continue;
-    char* token = nullptr;
-    ASSERT_EQ(ostrel_get_user_token(ostrel_, &token, nullptr), OSTREL_OK);
-    EXPECT_NE(take(token), take(before));
+    ASSERT_EQ(ostrel_get_user_token(ostrel_, &text, nullptr), OSTREL_OK);
+    EXPECT_NE(take(text), before);
     Waiter synced, meta;
     ASSERT_EQ(ostrel_sync_user_state(ostrel_, &Waiter::callback, &synced, nullptr), OSTREL_OK);
     EXPECT_TRUE(synced.get().ok);
