@@ -7,7 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config clang lld libclang-rt-14-dev
   libcurl4-openssl-dev libssl-dev zlib1g-dev openssl nlohmann-json3-dev libpcre2-dev libutf8proc-dev
   libcpp-httplib-dev libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev
-  procps tzdata
+  procps tzdata python3 python3-pytest
 )
 
 missing=()
