@@ -11,6 +11,9 @@
 // the host "operator.mno.test", outside the domain. The control API lives
 // under /_emulator/ (loopback only, unsigned), a page showing events and
 // users at "/".
+//
+// Every call may be made from any thread; none calls back into the host
+// except Options::log, which runs on the server's threads.
 #include <atomic>
 #include <deque>
 #include <functional>
@@ -33,6 +36,9 @@ struct Response;
 }  // namespace httplib
 
 namespace ostrel::emulator {
+
+class ControlApi;
+class Service;
 
 struct Options {
   int port = 0;  // 0 takes a free port
@@ -92,6 +98,8 @@ class Emulator {
   void injectFault(const std::string& endpoint, const Fault& fault, int count = 1);
   // Forgets every fault not served yet.
   void clearFaults();
+  // Faults still waiting for a request to an endpoint (name or path).
+  std::size_t queuedFaults(const std::string& endpoint);
   // Every fault served, oldest first: {"path", "status", "delay_ms", "drop",
   // "body", "request"} with the body of the request it answered.
   std::vector<Json> servedFaults();
@@ -106,6 +114,8 @@ class Emulator {
   void setOperatorPage(std::string bytes);
   void setAutologinLifetime(double secs);
   void setLatency(int ms) { latencyMs_ = ms; }
+  // Forgets users, tokens, events, registrations, receipts, faults and requests.
+  void reset();
   EmulatorStore& store() { return *store_; }
   static constexpr const char* kOperatorHost = "operator.mno.test";
   // Somebody else's server, reached through the "outside" fault.
@@ -113,11 +123,12 @@ class Emulator {
 
  private:
   void handle(const httplib::Request& req, httplib::Response& res);
-  void handleControl(const httplib::Request& req, httplib::Response& res);
+  void record(const httplib::Request& req);
+  // The service side: the operator, the outside host, faults, then the endpoint's handler.
+  void answer(const httplib::Request& req, httplib::Response& res);
+  // True when a fault answered instead of the service.
+  bool serveFault(const httplib::Request& req, httplib::Response& res);
   bool authorize(const httplib::Request& req, httplib::Response& res);
-  void serve(const std::string& path, const Json& body, httplib::Response& res);
-  Json issueTokens(const std::string& userId);
-  std::optional<std::string> userOfToken(const std::string& token);
   std::optional<Fault> takeFault(const std::string& path);
   void logRequest(const httplib::Request& req, int status);
 
@@ -125,16 +136,15 @@ class Emulator {
   Info info_;
   std::string tempDir_;
   std::unique_ptr<EmulatorStore> store_;
+  std::unique_ptr<Service> service_;  // uses store_
+  std::unique_ptr<ControlApi> control_;
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
   std::mutex mutex_;
   std::map<std::string, std::vector<Fault>> faults_;
-  std::deque<Json> requests_;  // the last 1000, oldest first
+  std::deque<Json> requests_;                 // the last 1000, oldest first
   std::map<std::string, int> requestTotals_;  // every request, by path
   std::vector<Json> servedFaults_;
-  std::map<std::string, int> pinReminders_;
-  int bounces_ = 0;
-  std::atomic<int> counter_{0};
   std::atomic<int> latencyMs_{0};
 };
 
