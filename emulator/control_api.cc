@@ -15,7 +15,12 @@
 namespace ostrel::emulator {
 namespace {
 
-constexpr int kPageEvents = 200;
+// How long the page's request may wait for something new: long enough to be
+// cheap, short enough that a page left open notices a stopped emulator.
+constexpr std::uint64_t kMaxWaitMs = 30000;
+constexpr std::uint64_t kPageEvents = 200;
+constexpr std::size_t kPageFaults = 100;
+constexpr int kFilterChoices = 100;
 constexpr int kMaxFaultCount = 1000000;
 
 // A whole-number query parameter no larger than `max`; `fallback` when absent or not one.
@@ -29,6 +34,11 @@ std::uint64_t numberParam(const httplib::Request& req, const char* name, std::ui
   return std::min<std::uint64_t>(std::stoull(text), max);
 }
 
+EventFilter filterOf(const httplib::Request& req) {
+  return EventFilter{req.get_param_value("event_type"), req.get_param_value("session_id"),
+                     req.get_param_value("user_id")};
+}
+
 std::string pathOf(const std::string& endpoint) {
   if (auto e = endpointFromName(endpoint)) return std::string(endpointPath(*e));
   return endpoint;
@@ -39,10 +49,12 @@ std::string pathOf(const std::string& endpoint) {
 void ControlApi::answer(const httplib::Request& req, httplib::Response& res) {
   static constexpr Route kRoutes[] = {
       {"GET", "/", &ControlApi::page},
+      {"GET", "/_emulator/live", &ControlApi::live},
       {"GET", "/_emulator/events", &ControlApi::events},
       {"GET", "/_emulator/users", &ControlApi::users},
       {"GET", "/_emulator/push", &ControlApi::push},
       {"GET", "/_emulator/requests", &ControlApi::requests},
+      {"GET", "/_emulator/faults", &ControlApi::faults},
       {"POST", "/_emulator/faults", &ControlApi::addFault},
       {"POST", "/_emulator/reset", &ControlApi::reset},
   };
@@ -60,14 +72,50 @@ void ControlApi::answer(const httplib::Request& req, httplib::Response& res) {
   (this->*route->handle)(req, res);
 }
 
-void ControlApi::page(const httplib::Request&, httplib::Response& res) {
-  res.set_content(emulatorPage(emulator_.store().events(kPageEvents)), "text/html");
+void ControlApi::page(const httplib::Request& req, httplib::Response& res) {
+  const EventFilter filter = filterOf(req);
+  res.set_content(emulatorPage(emulator_.store().events(kPageEvents, filter), filter),
+                  "text/html; charset=utf-8");
 }
 
-void ControlApi::events(const httplib::Request&, httplib::Response& res) {
-  reply(
-      res, 200,
-      Json{{"count", emulator_.store().eventCount()}, {"events", emulator_.store().events(1000)}});
+// Everything the page shows. With "after" (the "change" the page last showed),
+// waits up to "wait_ms" for something new first.
+void ControlApi::live(const httplib::Request& req, httplib::Response& res) {
+  if (req.has_param("after")) {
+    emulator_.waitForChange(numberParam(req, "after", 0, UINT64_MAX),
+                            std::chrono::milliseconds(numberParam(req, "wait_ms", 0, kMaxWaitMs)));
+  }
+  // Read first: a change while the rest is gathered is shown by the next call.
+  const std::uint64_t change = emulator_.changeCount();
+  const EventFilter filter = filterOf(req);
+  const double now = nowSecs();
+  const auto served = emulator_.servedFaults();
+  Json faults = Json::array();
+  for (auto it = served.rbegin(); it != served.rend() && faults.size() < kPageFaults; ++it) {
+    Json fault = *it;
+    fault["request_bytes"] = fault["request"].get<std::string>().size();
+    fault.erase("request");
+    faults.push_back(std::move(fault));
+  }
+  const EmulatorStore& store = emulator_.store();
+  reply(res, 200,
+        Json{{"change", change},
+             {"now", now},
+             {"received", store.eventCount()},
+             {"matching", store.matchingCount(filter)},
+             {"events",
+              store.events(static_cast<int>(numberParam(req, "limit", kPageEvents, 1000)), filter)},
+             {"choices", store.recentValues(kFilterChoices)},
+             {"users", store.users()},
+             {"faults_served", served.size()},
+             {"faults", std::move(faults)},
+             {"per_second", emulator_.eventRate().lastSeconds(now)}});
+}
+
+void ControlApi::events(const httplib::Request& req, httplib::Response& res) {
+  reply(res, 200,
+        Json{{"count", emulator_.store().eventCount()},
+             {"events", emulator_.store().events(1000, filterOf(req))}});
 }
 
 void ControlApi::users(const httplib::Request&, httplib::Response& res) {
@@ -85,6 +133,10 @@ void ControlApi::requests(const httplib::Request& req, httplib::Response& res) {
   Json list = Json::array();
   for (auto it = kept.rbegin(); it != kept.rend() && list.size() < limit; ++it) list.push_back(*it);
   reply(res, 200, Json{{"requests", std::move(list)}});
+}
+
+void ControlApi::faults(const httplib::Request&, httplib::Response& res) {
+  reply(res, 200, Json{{"served", emulator_.servedFaults()}});
 }
 
 void ControlApi::addFault(const httplib::Request& req, httplib::Response& res) {

@@ -27,10 +27,12 @@ class ControlApi {
   };
 
   void page(const httplib::Request& req, httplib::Response& res);
+  void live(const httplib::Request& req, httplib::Response& res);
   void events(const httplib::Request& req, httplib::Response& res);
   void users(const httplib::Request& req, httplib::Response& res);
   void push(const httplib::Request& req, httplib::Response& res);
   void requests(const httplib::Request& req, httplib::Response& res);
+  void faults(const httplib::Request& req, httplib::Response& res);
   void addFault(const httplib::Request& req, httplib::Response& res);
   void reset(const httplib::Request& req, httplib::Response& res);
 

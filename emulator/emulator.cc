@@ -72,15 +72,14 @@ Result<Info> Emulator::start() {
   if (!store_)
     return OLError::LocalError(LocalErrorCodes::StorageError, "Cannot open the database");
   store_->setKeepEvents(options_.keepEvents);
+  Service::Settings settings;
   {
     std::lock_guard lock(mutex_);
-    service_ = std::make_unique<Service>(
-        *store_,
-        Service::Settings{options_.operatorBounces, options_.operatorPage,
-                          options_.autologinLifetime, options_.mandatoryConfirm,
-                          options_.maxPinReminders},
-        options_.https ? "https" : "http");
+    settings = {options_.operatorBounces, options_.operatorPage, options_.autologinLifetime,
+                options_.mandatoryConfirm, options_.maxPinReminders};
   }
+  service_ = std::make_unique<Service>(*store_, rate_, std::move(settings),
+                                       options_.https ? "https" : "http");
   control_ = std::make_unique<ControlApi>(*this);
   if (options_.https) {
     Certificates certs;
@@ -122,6 +121,12 @@ Result<Info> Emulator::start() {
 
 void Emulator::stop() {
   if (!server_) return;
+  {
+    // The page's waiting requests end now rather than at their timeout.
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
   server_->stop();
   if (thread_.joinable()) thread_.join();
   server_.reset();
@@ -134,8 +139,11 @@ void Emulator::injectFault(const std::string& endpoint, int status, int count, i
 void Emulator::injectFault(const std::string& endpoint, const Fault& fault, int count) {
   std::string target = endpoint;
   if (auto e = endpointFromName(target)) target = std::string(endpointPath(*e));
-  std::lock_guard lock(mutex_);
-  for (int i = 0; i < count; ++i) faults_[target].push_back(fault);
+  {
+    std::lock_guard lock(mutex_);
+    for (int i = 0; i < count; ++i) faults_[target].push_back(fault);
+  }
+  noteChange();
 }
 
 std::size_t Emulator::queuedFaults(const std::string& endpoint) {
@@ -172,35 +180,67 @@ std::vector<Json> Emulator::requests() {
 }
 
 void Emulator::setOperatorBounces(int bounces) {
-  std::lock_guard lock(mutex_);
-  options_.operatorBounces = bounces;
+  {
+    std::lock_guard lock(mutex_);
+    options_.operatorBounces = bounces;
+  }
   if (service_) service_->setOperatorBounces(bounces);
 }
 
 void Emulator::setOperatorPage(std::string bytes) {
-  std::lock_guard lock(mutex_);
-  options_.operatorPage = bytes;
+  {
+    std::lock_guard lock(mutex_);
+    options_.operatorPage = bytes;
+  }
   if (service_) service_->setOperatorPage(std::move(bytes));
 }
 
 void Emulator::setAutologinLifetime(double secs) {
-  std::lock_guard lock(mutex_);
-  options_.autologinLifetime = secs;
+  {
+    std::lock_guard lock(mutex_);
+    options_.autologinLifetime = secs;
+  }
   if (service_) service_->setAutologinLifetime(secs);
 }
 
 void Emulator::clearFaults() {
-  std::lock_guard lock(mutex_);
-  faults_.clear();
+  {
+    std::lock_guard lock(mutex_);
+    faults_.clear();
+  }
+  noteChange();
 }
 
 void Emulator::reset() {
   if (store_) store_->reset();
-  std::lock_guard lock(mutex_);
   if (service_) service_->reset();
-  faults_.clear();
-  servedFaults_.clear();
-  requests_.clear();
+  rate_.clear();
+  {
+    std::lock_guard lock(mutex_);
+    faults_.clear();
+    servedFaults_.clear();
+    requests_.clear();
+  }
+  noteChange();
+}
+
+std::uint64_t Emulator::changeCount() {
+  std::lock_guard lock(mutex_);
+  return changes_;
+}
+
+std::uint64_t Emulator::waitForChange(std::uint64_t seen, std::chrono::milliseconds timeout) {
+  std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, timeout, [&] { return changes_ != seen || stopping_; });
+  return changes_;
+}
+
+void Emulator::noteChange() {
+  {
+    std::lock_guard lock(mutex_);
+    ++changes_;
+  }
+  changed_.notify_all();
 }
 
 void Emulator::logRequest(const httplib::Request& req, int status) {
@@ -219,13 +259,18 @@ std::optional<Emulator::Fault> Emulator::takeFault(const std::string& path) {
 }
 
 void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
-  // Control calls are not recorded: reading the requests back must not show itself.
+  // Control calls are counted but not recorded: reading the requests back must not show itself.
   if (req.path.starts_with("/_emulator/") || (req.method == "GET" && req.path == "/")) {
+    {
+      std::lock_guard lock(mutex_);
+      ++requestTotals_[req.path];
+    }
     control_->answer(req, res);
     return;
   }
   record(req);
   answer(req, res);
+  noteChange();
 }
 
 void Emulator::record(const httplib::Request& req) {
@@ -303,7 +348,8 @@ bool Emulator::serveFault(const httplib::Request& req, httplib::Response& res) {
                                  {"delay_ms", fault->delayMs},
                                  {"drop", fault->drop},
                                  {"body", fault->body},
-                                 {"request", req.body}});
+                                 {"request", req.body},
+                                 {"at", nowSecs()}});
   }
   if (fault->delayMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMs));
   if (fault->drop) {

@@ -60,8 +60,8 @@ EmulatorStore::User newUser(std::string msisdn = "") {
 
 }  // namespace
 
-Service::Service(EmulatorStore& store, Settings settings, std::string scheme)
-    : store_(store), scheme_(std::move(scheme)), settings_(std::move(settings)) {}
+Service::Service(EmulatorStore& store, EventRate& rate, Settings settings, std::string scheme)
+    : store_(store), rate_(rate), scheme_(std::move(scheme)), settings_(std::move(settings)) {}
 
 const Service::Route& Service::route(OstrelAPIEndpoint endpoint) {
   // In the order of the endpoint table, one row each: the compiler checks both.
@@ -132,7 +132,9 @@ void Service::trackBulk(const Json& body, httplib::Response& res) {
       }
     }
   }
-  store_.addEvents(body, nowSecs());
+  const double now = nowSecs();
+  store_.addEvents(body, now);
+  rate_.add(now, body.size());
   reply(res, 200, Json{{"received", body.size()}});
 }
 

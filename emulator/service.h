@@ -10,6 +10,7 @@
 
 #include "core/ostrel_api_endpoint.h"
 #include "emulator/emulator_store.h"
+#include "emulator/event_rate.h"
 #include "ostrel/json.h"
 
 namespace httplib {
@@ -28,8 +29,8 @@ class Service {
     bool mandatoryConfirm = false;
     int maxPinReminders = 3;
   };
-  // The operator's host is reached with `scheme`.
-  Service(EmulatorStore& store, Settings settings, std::string scheme);
+  // The operator's host is reached with `scheme`; received events are counted in `rate`.
+  Service(EmulatorStore& store, EventRate& rate, Settings settings, std::string scheme);
 
   // Called on the server's threads, any number at once.
   void answer(OstrelAPIEndpoint endpoint, const Json& body, httplib::Response& res);
@@ -74,6 +75,7 @@ class Service {
   std::optional<std::string> userOfToken(const std::string& token) const;
 
   EmulatorStore& store_;
+  EventRate& rate_;
   const std::string scheme_;
   std::mutex mutex_;
   Settings settings_;
