@@ -1,58 +1,23 @@
 #include "emulator/emulator.h"
 
 #include <httplib.h>
-#include <openssl/rand.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
 
 #include "core/ostrel_api_endpoint.h"
 #include "emulator/certificates.h"
-#include "emulator/emulator_page.h"
-#include "login/autologin_expiry.h"
-#include "platform/runtime.h"
+#include "emulator/control_api.h"
+#include "emulator/reply.h"
+#include "emulator/service.h"
 #include "transport/ol_connector.h"
 
 namespace ostrel::emulator {
 namespace {
-
-double nowSecs() {
-  return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-// "YYYY-MM-DDTHH:MM:SSZ"
-std::string isoDate(int64_t secs) {
-  const std::time_t t = secs;
-  std::tm tm{};
-  gmtime_r(&t, &tm);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &tm);
-  return text;
-}
-
-std::string randomText(int n) {
-  static const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-  std::string bytes(static_cast<std::size_t>(n), '\0');
-  RAND_bytes(reinterpret_cast<unsigned char*>(bytes.data()), n);
-  for (auto& c : bytes) c = alphabet[static_cast<unsigned char>(c) % 62];
-  return bytes;
-}
-
-void reply(httplib::Response& res, int status, const Json& body) {
-  res.status = status;
-  res.set_content(dumpJson(body), "application/json");
-}
-
-void refuse(httplib::Response& res, int status, const std::string& code, const std::string& message,
-            Json extra = Json::object()) {
-  reply(res, status, Json{{"error", {{"code", code}, {"message", message}, {"extra", extra}}}});
-}
 
 // The named parameters of an iMeld Authorization header.
 std::map<std::string, std::string> authParameters(const std::string& header) {
@@ -107,6 +72,15 @@ Result<Info> Emulator::start() {
   if (!store_)
     return OLError::LocalError(LocalErrorCodes::StorageError, "Cannot open the database");
   store_->setKeepEvents(options_.keepEvents);
+  Service::Settings settings;
+  {
+    std::lock_guard lock(mutex_);
+    settings = {options_.operatorBounces, options_.operatorPage, options_.autologinLifetime,
+                options_.mandatoryConfirm, options_.maxPinReminders};
+  }
+  service_ = std::make_unique<Service>(*store_, rate_, std::move(settings),
+                                       options_.https ? "https" : "http");
+  control_ = std::make_unique<ControlApi>(*this);
   if (options_.https) {
     Certificates certs;
     try {
@@ -147,23 +121,37 @@ Result<Info> Emulator::start() {
 
 void Emulator::stop() {
   if (!server_) return;
+  {
+    // The page's waiting requests end now rather than at their timeout.
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
   server_->stop();
   if (thread_.joinable()) thread_.join();
   server_.reset();
 }
 
 void Emulator::injectFault(const std::string& endpoint, int status, int count, int delayMs) {
-  std::string target = endpoint;
-  if (auto e = endpointFromName(target)) target = std::string(endpointPath(*e));
-  std::lock_guard lock(mutex_);
-  for (int i = 0; i < count; ++i) faults_[target].push_back(Fault{status, delayMs, false, ""});
+  injectFault(endpoint, Fault{status, delayMs, false, ""}, count);
 }
 
 void Emulator::injectFault(const std::string& endpoint, const Fault& fault, int count) {
   std::string target = endpoint;
   if (auto e = endpointFromName(target)) target = std::string(endpointPath(*e));
+  {
+    std::lock_guard lock(mutex_);
+    for (int i = 0; i < count; ++i) faults_[target].push_back(fault);
+  }
+  noteChange();
+}
+
+std::size_t Emulator::queuedFaults(const std::string& endpoint) {
+  std::string target = endpoint;
+  if (auto e = endpointFromName(target)) target = std::string(endpointPath(*e));
   std::lock_guard lock(mutex_);
-  for (int i = 0; i < count; ++i) faults_[target].push_back(fault);
+  auto it = faults_.find(target);
+  return it == faults_.end() ? 0 : it->second.size();
 }
 
 std::vector<Json> Emulator::servedFaults() {
@@ -192,29 +180,73 @@ std::vector<Json> Emulator::requests() {
 }
 
 void Emulator::setOperatorBounces(int bounces) {
-  std::lock_guard lock(mutex_);
-  options_.operatorBounces = bounces;
+  {
+    std::lock_guard lock(mutex_);
+    options_.operatorBounces = bounces;
+  }
+  if (service_) service_->setOperatorBounces(bounces);
 }
 
 void Emulator::setOperatorPage(std::string bytes) {
-  std::lock_guard lock(mutex_);
-  options_.operatorPage = std::move(bytes);
+  {
+    std::lock_guard lock(mutex_);
+    options_.operatorPage = bytes;
+  }
+  if (service_) service_->setOperatorPage(std::move(bytes));
 }
 
 void Emulator::setAutologinLifetime(double secs) {
+  {
+    std::lock_guard lock(mutex_);
+    options_.autologinLifetime = secs;
+  }
+  if (service_) service_->setAutologinLifetime(secs);
+}
+
+void Emulator::clearFaults() {
+  {
+    std::lock_guard lock(mutex_);
+    faults_.clear();
+  }
+  noteChange();
+}
+
+void Emulator::reset() {
+  if (store_) store_->reset();
+  if (service_) service_->reset();
+  rate_.clear();
+  {
+    std::lock_guard lock(mutex_);
+    faults_.clear();
+    servedFaults_.clear();
+    requests_.clear();
+  }
+  noteChange();
+}
+
+std::uint64_t Emulator::changeCount() {
   std::lock_guard lock(mutex_);
-  options_.autologinLifetime = secs;
+  return changes_;
+}
+
+std::uint64_t Emulator::waitForChange(std::uint64_t seen, std::chrono::milliseconds timeout) {
+  std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, timeout, [&] { return changes_ != seen || stopping_; });
+  return changes_;
+}
+
+void Emulator::noteChange() {
+  {
+    std::lock_guard lock(mutex_);
+    ++changes_;
+  }
+  changed_.notify_all();
 }
 
 void Emulator::logRequest(const httplib::Request& req, int status) {
   if (!options_.log) return;
   options_.log(std::to_string(status) + " " + req.method + " " + req.get_header_value("Host") +
                req.path + " (" + std::to_string(req.body.size()) + " bytes)");
-}
-
-void Emulator::clearFaults() {
-  std::lock_guard lock(mutex_);
-  faults_.clear();
 }
 
 std::optional<Emulator::Fault> Emulator::takeFault(const std::string& path) {
@@ -227,23 +259,34 @@ std::optional<Emulator::Fault> Emulator::takeFault(const std::string& path) {
 }
 
 void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
-  // Control calls are not recorded: reading the requests back must not show itself.
+  // Control calls are counted but not recorded: reading the requests back must not show itself.
   if (req.path.starts_with("/_emulator/") || (req.method == "GET" && req.path == "/")) {
-    handleControl(req, res);
+    {
+      std::lock_guard lock(mutex_);
+      ++requestTotals_[req.path];
+    }
+    control_->answer(req, res);
     return;
   }
-  {
-    std::lock_guard lock(mutex_);
-    Json headers = Json::object();
-    for (const auto& [k, v] : req.headers) headers[k] = v;
-    requests_.push_back(Json{{"method", req.method},
-                             {"path", req.path},
-                             {"headers", headers},
-                             {"body", req.body},
-                             {"at", nowSecs()}});
-    if (requests_.size() > 1000) requests_.pop_front();
-    ++requestTotals_[req.path];
-  }
+  record(req);
+  answer(req, res);
+  noteChange();
+}
+
+void Emulator::record(const httplib::Request& req) {
+  std::lock_guard lock(mutex_);
+  Json headers = Json::object();
+  for (const auto& [k, v] : req.headers) headers[k] = v;
+  requests_.push_back(Json{{"method", req.method},
+                           {"path", req.path},
+                           {"headers", headers},
+                           {"body", req.body},
+                           {"at", nowSecs()}});
+  if (requests_.size() > 1000) requests_.pop_front();
+  ++requestTotals_[req.path];
+}
+
+void Emulator::answer(const httplib::Request& req, httplib::Response& res) {
   const std::string host =
       req.get_header_value("Host").substr(0, req.get_header_value("Host").find(':'));
   if (host == kOperatorHost) {
@@ -266,47 +309,7 @@ void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
   if (int latency = latencyMs_.load(); latency > 0) {
     std::this_thread::sleep_for(std::chrono::milliseconds(latency));
   }
-  if (auto fault = takeFault(req.path)) {
-    {
-      std::lock_guard lock(mutex_);
-      servedFaults_.push_back(Json{{"path", req.path},
-                                   {"status", fault->status},
-                                   {"delay_ms", fault->delayMs},
-                                   {"drop", fault->drop},
-                                   {"body", fault->body},
-                                   {"request", req.body}});
-    }
-    if (fault->delayMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMs));
-    if (fault->drop) {
-      // A dropped connection: the body promised is never sent and the socket closes.
-      res.set_content_provider(64, "application/json",
-                               [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
-      return;
-    }
-    if (fault->body == "outside") {
-      const bool redirect = fault->status >= 301 && fault->status <= 308 && fault->status != 304;
-      res.status = redirect ? fault->status : 307;
-      res.set_header("Location", std::string("https://") + kOutsideHost + req.path);
-      logRequest(req, res.status);
-      return;
-    }
-    if (fault->body == "non_json") {
-      res.status = fault->status ? fault->status : 200;
-      res.set_content("plain text, not JSON", "text/plain");
-      return;
-    }
-    if (fault->body == "non_utf8") {
-      res.status = fault->status ? fault->status : 200;
-      res.set_content(std::string("\xff\xfe\x00\x01", 4), "application/octet-stream");
-      return;
-    }
-    if (fault->status && fault->status != 205) {
-      refuse(res, fault->status, "INJECTED_FAULT", "Injected fault");
-      logRequest(req, fault->status);
-      return;
-    }
-    if (fault->status == 205) res.status = 205;
-  }
+  if (serveFault(req, res)) return;
   auto endpoint = endpointFromPath(req.path);
   if (!endpoint || req.method != "POST") {
     refuse(res, 404, "NOT_FOUND", "Unknown endpoint " + req.path);
@@ -330,9 +333,55 @@ void Emulator::handle(const httplib::Request& req, httplib::Response& res) {
     return;
   }
   const bool asked205 = res.status == 205;
-  serve(req.path, *body, res);
+  service_->answer(*endpoint, *body, res);
   if (asked205 && res.status == 200) res.status = 205;
   logRequest(req, res.status);
+}
+
+bool Emulator::serveFault(const httplib::Request& req, httplib::Response& res) {
+  auto fault = takeFault(req.path);
+  if (!fault) return false;
+  {
+    std::lock_guard lock(mutex_);
+    servedFaults_.push_back(Json{{"path", req.path},
+                                 {"status", fault->status},
+                                 {"delay_ms", fault->delayMs},
+                                 {"drop", fault->drop},
+                                 {"body", fault->body},
+                                 {"request", req.body},
+                                 {"at", nowSecs()}});
+  }
+  if (fault->delayMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(fault->delayMs));
+  if (fault->drop) {
+    // A dropped connection: the body promised is never sent and the socket closes.
+    res.set_content_provider(64, "application/json",
+                             [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
+    return true;
+  }
+  if (fault->body == "outside") {
+    const bool redirect = fault->status >= 301 && fault->status <= 308 && fault->status != 304;
+    res.status = redirect ? fault->status : 307;
+    res.set_header("Location", std::string("https://") + kOutsideHost + req.path);
+    logRequest(req, res.status);
+    return true;
+  }
+  if (fault->body == "non_json") {
+    res.status = fault->status ? fault->status : 200;
+    res.set_content("plain text, not JSON", "text/plain");
+    return true;
+  }
+  if (fault->body == "non_utf8") {
+    res.status = fault->status ? fault->status : 200;
+    res.set_content(std::string("\xff\xfe\x00\x01", 4), "application/octet-stream");
+    return true;
+  }
+  if (fault->status && fault->status != 205) {
+    refuse(res, fault->status, "INJECTED_FAULT", "Injected fault");
+    logRequest(req, fault->status);
+    return true;
+  }
+  if (fault->status == 205) res.status = 205;
+  return false;
 }
 
 bool Emulator::authorize(const httplib::Request& req, httplib::Response& res) {
@@ -371,267 +420,6 @@ bool Emulator::authorize(const httplib::Request& req, httplib::Response& res) {
   }
   refuse(res, 401, "UNAUTHORIZED", "Unknown application");
   return false;
-}
-
-Json Emulator::issueTokens(const std::string& userId) {
-  const int n = ++counter_;
-  const std::string session = "O_" + randomText(24) + std::to_string(n);
-  const double expires = nowSecs() + options_.autologinLifetime;
-  const std::string autologin = "L_" + formatAutologinInstant(expires) + randomText(24);
-  store_->saveToken(session, "session", userId, nowSecs() + 24 * 3600);
-  store_->saveToken(autologin, "autologin", userId, expires);
-  Json meta = {{"user_id", userId}};
-  if (auto u = store_->userById(userId)) {
-    if (!u->email.empty()) meta["email"] = u->email;
-    if (!u->msisdn.empty()) meta["msisdn"] = u->msisdn;
-  }
-  return Json{{"session_token", session}, {"autologin_token", autologin}, {"meta", meta}};
-}
-
-std::optional<std::string> Emulator::userOfToken(const std::string& token) {
-  auto row = store_->token(token);
-  if (!row) return std::nullopt;
-  return row->userId;
-}
-
-void Emulator::serve(const std::string& path, const Json& body, httplib::Response& res) {
-  auto text = [&](const char* key) {
-    return body.is_object() ? body.value(key, std::string()) : std::string();
-  };
-  if (path == "/events/track_bulk") {
-    for (const auto& e : body) {
-      for (const char* key : {"event_type", "session_id", "creation_date", "user_id"}) {
-        if (!e.is_object() || !e.contains(key) || !e[key].is_string()) {
-          refuse(res, 400, "BAD_REQUEST", std::string("Event without ") + key);
-          return;
-        }
-      }
-    }
-    store_->addEvents(body, nowSecs());
-    reply(res, 200, Json{{"received", body.size()}});
-  } else if (path == "/login/direct/email/signup") {
-    if (store_->userByEmail(text("email"))) {
-      refuse(res, 409, "IDENTITY_ALREADY_USED", "E-mail already used");
-      return;
-    }
-    EmulatorStore::User u{"U_" + randomText(16),     text("email"), text("password"), "", "",
-                          !options_.mandatoryConfirm};
-    store_->saveUser(u);
-    if (!u.confirmed) {
-      refuse(res, 403, "MANDATORY_CONFIRM", "Account must be confirmed");
-      return;
-    }
-    reply(res, 200, issueTokens(u.id));
-  } else if (path == "/login/direct/email/login") {
-    auto u = store_->userByEmail(text("email"));
-    if (!u || u->password != text("password")) {
-      refuse(res, 401, "WRONG_EMAIL_PASSWORD", "Wrong e-mail or password");
-    } else if (!u->confirmed) {
-      refuse(res, 403, "MANDATORY_CONFIRM", "Account must be confirmed");
-    } else {
-      reply(res, 200, issueTokens(u->id));
-    }
-  } else if (path == "/login/direct/email/forgot" || path == "/login/direct/email/resend") {
-    if (!store_->userByEmail(text("email"))) {
-      refuse(res, 404, "WRONG_IDENTITY", "Unknown e-mail");
-      return;
-    }
-    reply(res, 200, Json{{"sent", true}});
-  } else if (path == "/login/direct/msisdn/PINidentify") {
-    auto u = store_->userByMsisdn(text("msisdn"));
-    const std::string pin = text("pin");
-    if (!u) {
-      // First PIN login of a number: the number is registered with that PIN.
-      EmulatorStore::User fresh{"U_" + randomText(16), "", "", text("msisdn"), pin, true};
-      store_->saveUser(fresh);
-      reply(res, 200, issueTokens(fresh.id));
-    } else if (u->pin != pin) {
-      refuse(res, 401, "WRONG_PIN", "Wrong PIN");
-    } else {
-      reply(res, 200, issueTokens(u->id));
-    }
-  } else if (path == "/login/direct/msisdn/PINforgot") {
-    std::lock_guard lock(mutex_);
-    if (++pinReminders_[text("msisdn")] > options_.maxPinReminders) {
-      refuse(res, 429, "MAX_PIN_LIMIT_REACHED", "Too many PIN reminders");
-      return;
-    }
-    reply(res, 200, Json{{"sent", true}});
-  } else if (path == "/login/direct/msisdn/autorecognition" ||
-             path == "/login/direct/msisdn/bodyrecognition") {
-    int seen;
-    std::string page;
-    {
-      std::lock_guard lock(mutex_);
-      if (path == "/login/direct/msisdn/autorecognition") bounces_ = 0;
-      seen = bounces_++;
-      page = options_.operatorPage;
-    }
-    if (path == "/login/direct/msisdn/bodyrecognition" &&
-        runtime::crypto().base64Decode(text("mno_response")) != page) {
-      refuse(res, 400, "WRONG_MNO_RESPONSE", "The operator's reply was not forwarded as it came");
-      return;
-    }
-    if (seen < options_.operatorBounces) {
-      res.status = 302;
-      res.set_header("Location", std::string(info_.scheme) + "://" + kOperatorHost + "/recognise");
-      return;
-    }
-    EmulatorStore::User u{
-        "U_" + randomText(16), "", "", "39333" + std::to_string(++counter_), "", true};
-    store_->saveUser(u);
-    reply(res, 200, issueTokens(u.id));
-  } else if (path == "/handling/direct/refreshtoken") {
-    auto row = store_->token(text("user_id"));
-    if (!row || row->kind != "autologin") {
-      refuse(res, 400, "UNKNOWN_TOKEN", "Unknown token");
-    } else if (row->expiresAt < nowSecs()) {
-      refuse(res, 401, "EXPIRED_TOKEN", "Expired token");
-    } else {
-      reply(res, 200, issueTokens(row->userId));
-    }
-  } else if (path == "/handling/direct/userinfo") {
-    auto user = userOfToken(text("user_id"));
-    if (!user) {
-      refuse(res, 401, "UNKNOWN_TOKEN", "Unknown token");
-      return;
-    }
-    reply(res, 200, Json{{"user_id", *user}, {"meta", {{"created", nowSecs()}}}});
-  } else if (path == "/handling/direct/userdelete") {
-    auto user = userOfToken(text("user_id"));
-    if (!user) {
-      refuse(res, 401, "UNKNOWN_TOKEN", "Unknown token");
-      return;
-    }
-    store_->deleteUser(*user);
-    reply(res, 200, Json{{"deleted", true}});
-  } else if (path == "/handling/direct/generatetransienttoken") {
-    if (!userOfToken(text("user_id")) && !text("user_id").starts_with("A_")) {
-      refuse(res, 401, "UNKNOWN_TOKEN", "Unknown token");
-      return;
-    }
-    reply(res, 200, Json{{"transient", "T_" + randomText(24)}});
-  } else if (path == "/handling/direct/identity/add/email/identify") {
-    auto user = userOfToken(text("user_id"));
-    if (!user) {
-      refuse(res, 401, "WRONG_IDENTITY", "Unknown user");
-    } else if (store_->userByEmail(text("email"))) {
-      refuse(res, 409, "IDENTITY_ALREADY_USED", "E-mail already used");
-    } else if (auto u = store_->userById(*user)) {
-      u->email = text("email");
-      u->password = text("password");
-      store_->saveUser(*u);
-      reply(res, 200, Json{{"added", true}});
-    }
-  } else if (path == "/push/registration") {
-    store_->savePush(body);
-    reply(res, 200, Json{{"registered", true}});
-  } else if (path == "/payment/offer/get") {
-    reply(res, 200,
-          Json{{"offer",
-                {{"offer_id", std::string(32, 'a')},
-                 {"native_item_id", text("native_item_id")},
-                 {"marketplace", text("marketplace")}}}});
-  } else if (path == "/payment/receipt/add") {
-    const Json& receipt = body["serialized_receipt"];
-    const std::string offer = receipt.is_object() ? receipt.value("offerId", "") : text("offerId");
-    // Receipts belong to the user behind the token, whichever token it uses today.
-    const std::string payer = userOfToken(text("user_id")).value_or(text("user_id"));
-    auto owner = store_->receiptOwner(offer);
-    if (owner && *owner == payer) {
-      refuse(res, 409, "ITEM_ALREADY_PAID", "Item already paid");
-    } else if (owner) {
-      refuse(res, 409, "OFFER_PAYMENT_USER_MISMATCH", "Offer paid by another user");
-    } else {
-      store_->saveReceipt(payer, offer, receipt);
-      reply(res, 200, Json{{"added", true}});
-    }
-  } else if (path == "/payment/is_paying_for") {
-    const std::string payer = userOfToken(text("user_id")).value_or(text("user_id"));
-    auto offer = store_->offerPaidBy(payer);
-    if (!offer) {
-      reply(res, 200, Json{{"is_paying", false}});
-      return;
-    }
-    const auto now = static_cast<int64_t>(nowSecs());
-    reply(res, 200,
-          Json{{"is_paying", true},
-               {"payment",
-                {{"product", "premium"},
-                 {"item", *offer},
-                 {"provider", "store"},
-                 {"state", "active"},
-                 {"type", "recurrent"},
-                 {"type_recurrent_extra",
-                  {{"start_billing_date", isoDate(now)},
-                   {"last_billing_date", isoDate(now)},
-                   {"next_billing_date", isoDate(now + 30 * 24 * 3600)}}},
-                 {"provider_carrier_extra",
-                  {{"mno_country", "IT"}, {"mno_operator", "Ostrel Mobile"}}}}}});
-  } else if (path == "/v1/rich") {
-    reply(res, 200, Json{{"rich", Json::array()}});
-  } else {
-    // The remaining logins (OAuth convert, payment receipt, partner credentials) log a new user in.
-    EmulatorStore::User u{"U_" + randomText(16), "", "", "", "", true};
-    store_->saveUser(u);
-    reply(res, 200, issueTokens(u.id));
-  }
-}
-
-void Emulator::handleControl(const httplib::Request& req, httplib::Response& res) {
-  if (req.remote_addr != "127.0.0.1" && req.remote_addr != "::1") {
-    refuse(res, 403, "FORBIDDEN", "The control API answers on loopback only");
-    return;
-  }
-  const std::string& p = req.path;
-  if (p == "/") {
-    res.set_content(emulatorPage(store_->events(200)), "text/html");
-  } else if (p == "/_emulator/events") {
-    reply(res, 200, Json{{"count", store_->eventCount()}, {"events", store_->events(1000)}});
-  } else if (p == "/_emulator/users") {
-    reply(res, 200, Json{{"users", store_->users()}});
-  } else if (p == "/_emulator/push") {
-    reply(res, 200, Json{{"registrations", store_->pushRegistrations()}});
-  } else if (p == "/_emulator/requests") {
-    // Newest first, as many as asked (all that are kept by default).
-    std::size_t limit = SIZE_MAX;
-    if (req.has_param("limit")) {
-      const std::string text = req.get_param_value("limit");
-      if (!text.empty() && text.size() < 7 &&
-          std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }))
-        limit = static_cast<std::size_t>(std::stoul(text));
-    }
-    std::lock_guard lock(mutex_);
-    Json list = Json::array();
-    for (auto it = requests_.rbegin(); it != requests_.rend() && list.size() < limit; ++it)
-      list.push_back(*it);
-    reply(res, 200, Json{{"requests", std::move(list)}});
-  } else if (p == "/_emulator/reset" && req.method == "POST") {
-    store_->reset();
-    std::lock_guard lock(mutex_);
-    faults_.clear();
-    servedFaults_.clear();
-    requests_.clear();
-    pinReminders_.clear();
-    reply(res, 200, Json{{"reset", true}});
-  } else if (p == "/_emulator/faults" && req.method == "POST") {
-    auto body = parseJson(req.body);
-    if (!body || !body->is_object() || !body->contains("endpoint")) {
-      refuse(res, 400, "BAD_REQUEST", "A fault needs an endpoint");
-      return;
-    }
-    std::string target = body->value("endpoint", "");
-    if (auto e = endpointFromName(target)) target = std::string(endpointPath(*e));
-    Fault f{body->value("status", 0), body->value("delay_ms", 0), body->value("drop", false),
-            (*body).contains("body") && (*body)["body"].is_string()
-                ? (*body)["body"].get<std::string>()
-                : ""};
-    std::lock_guard lock(mutex_);
-    for (int i = 0; i < body->value("count", 1); ++i) faults_[target].push_back(f);
-    reply(res, 200, Json{{"path", target}, {"queued", faults_[target].size()}});
-  } else {
-    refuse(res, 404, "NOT_FOUND", "Unknown control path");
-  }
 }
 
 }  // namespace ostrel::emulator

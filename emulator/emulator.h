@@ -9,9 +9,15 @@
 // Every endpoint of the library's table is served under the domain, for every
 // host label and environment; the operator recognition is answered through
 // the host "operator.mno.test", outside the domain. The control API lives
-// under /_emulator/ (loopback only, unsigned), a page showing events and
-// users at "/".
+// under /_emulator/ (loopback only, unsigned), a live page for people at "/".
+//
+// Call start() and stop() from one thread. The other calls may come from any
+// thread once start() answered (the setters also before it). Nothing calls
+// back into the host except Options::log, which runs on the server's threads.
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -23,6 +29,7 @@
 #include <vector>
 
 #include "emulator/emulator_store.h"
+#include "emulator/event_rate.h"
 #include "ostrel/json.h"
 #include "ostrel/result.h"
 
@@ -33,6 +40,9 @@ struct Response;
 }  // namespace httplib
 
 namespace ostrel::emulator {
+
+class ControlApi;
+class Service;
 
 struct Options {
   int port = 0;  // 0 takes a free port
@@ -92,10 +102,12 @@ class Emulator {
   void injectFault(const std::string& endpoint, const Fault& fault, int count = 1);
   // Forgets every fault not served yet.
   void clearFaults();
+  // Faults still waiting for a request to an endpoint (name or path).
+  std::size_t queuedFaults(const std::string& endpoint);
   // Every fault served, oldest first: {"path", "status", "delay_ms", "drop",
-  // "body", "request"} with the body of the request it answered.
+  // "body", "request", "at"} with the body of the request it answered.
   std::vector<Json> servedFaults();
-  // Requests received so far on a path.
+  // Requests received so far on a path, control calls included.
   int requestCount(const std::string& path);
   // Their bodies, oldest first.
   std::vector<std::string> requestBodies(const std::string& path);
@@ -106,35 +118,50 @@ class Emulator {
   void setOperatorPage(std::string bytes);
   void setAutologinLifetime(double secs);
   void setLatency(int ms) { latencyMs_ = ms; }
+  // Forgets users, tokens, events, registrations, receipts, faults and requests.
+  void reset();
+  // How many times what the emulator shows has changed: once per request
+  // answered on the service side, per reset and per fault queued.
+  std::uint64_t changeCount();
+  // Waits until the change count differs from `seen`, the emulator stops, or
+  // `timeout` passes; answers the change count.
+  std::uint64_t waitForChange(std::uint64_t seen, std::chrono::milliseconds timeout);
   EmulatorStore& store() { return *store_; }
+  // Received events per second, kept or not.
+  const EventRate& eventRate() const { return rate_; }
   static constexpr const char* kOperatorHost = "operator.mno.test";
   // Somebody else's server, reached through the "outside" fault.
   static constexpr const char* kOutsideHost = "stranger.example";
 
  private:
   void handle(const httplib::Request& req, httplib::Response& res);
-  void handleControl(const httplib::Request& req, httplib::Response& res);
+  void record(const httplib::Request& req);
+  // The service side: the operator, the outside host, faults, then the endpoint's handler.
+  void answer(const httplib::Request& req, httplib::Response& res);
+  // True when a fault answered instead of the service.
+  bool serveFault(const httplib::Request& req, httplib::Response& res);
   bool authorize(const httplib::Request& req, httplib::Response& res);
-  void serve(const std::string& path, const Json& body, httplib::Response& res);
-  Json issueTokens(const std::string& userId);
-  std::optional<std::string> userOfToken(const std::string& token);
   std::optional<Fault> takeFault(const std::string& path);
   void logRequest(const httplib::Request& req, int status);
+  void noteChange();
 
   Options options_;
   Info info_;
   std::string tempDir_;
+  EventRate rate_;
   std::unique_ptr<EmulatorStore> store_;
+  std::unique_ptr<Service> service_;  // uses store_ and rate_
+  std::unique_ptr<ControlApi> control_;
   std::unique_ptr<httplib::Server> server_;
   std::thread thread_;
   std::mutex mutex_;
+  std::condition_variable changed_;  // with mutex_
+  std::uint64_t changes_ = 0;
+  bool stopping_ = false;
   std::map<std::string, std::vector<Fault>> faults_;
-  std::deque<Json> requests_;  // the last 1000, oldest first
+  std::deque<Json> requests_;                 // the last 1000, oldest first
   std::map<std::string, int> requestTotals_;  // every request, by path
   std::vector<Json> servedFaults_;
-  std::map<std::string, int> pinReminders_;
-  int bounces_ = 0;
-  std::atomic<int> counter_{0};
   std::atomic<int> latencyMs_{0};
 };
 

@@ -108,11 +108,19 @@ void EmulatorStore::addEvents(const Json& events, double arrivedAt) {
   exec("COMMIT");
 }
 
-Json EmulatorStore::events(int limit) const {
+// An empty filter field matches everything, so one statement serves every filter.
+constexpr const char* kFilterClause =
+    " WHERE (?1 = '' OR event_type = ?1) AND (?2 = '' OR session_id = ?2)"
+    " AND (?3 = '' OR user_id = ?3)";
+
+Json EmulatorStore::events(int limit, const EventFilter& filter) const {
   std::lock_guard lock(mutex_);
   Json out = Json::array();
-  Statement s(db_, "SELECT body, arrived FROM events ORDER BY id DESC LIMIT ?");
-  s.bind(1, static_cast<int64_t>(limit));
+  Statement s(db_, (std::string("SELECT body, arrived FROM events") + kFilterClause +
+                    " ORDER BY id DESC LIMIT ?4")
+                       .c_str());
+  s.bind(1, filter.eventType).bind(2, filter.sessionId).bind(3, filter.userId);
+  s.bind(4, static_cast<int64_t>(limit));
   while (s.step()) {
     out.push_back(Json{{"event", parseJson(s.text(0)).value_or(Json())}, {"arrived", s.real(1)}});
   }
@@ -123,6 +131,30 @@ std::size_t EmulatorStore::eventCount() const {
   std::lock_guard lock(mutex_);
   Statement s(db_, "SELECT COUNT(*) FROM events");
   return countedOnly_ + (s.step() ? static_cast<std::size_t>(s.integer(0)) : 0);
+}
+
+std::size_t EmulatorStore::matchingCount(const EventFilter& filter) const {
+  std::lock_guard lock(mutex_);
+  Statement s(db_, (std::string("SELECT COUNT(*) FROM events") + kFilterClause).c_str());
+  s.bind(1, filter.eventType).bind(2, filter.sessionId).bind(3, filter.userId);
+  return s.step() ? static_cast<std::size_t>(s.integer(0)) : 0;
+}
+
+Json EmulatorStore::recentValues(int limit) const {
+  std::lock_guard lock(mutex_);
+  Json out = Json::object();
+  for (const char* column : {"event_type", "session_id", "user_id"}) {
+    Json values = Json::array();
+    // Among the latest events only: a page refresh must not scan a day of them.
+    Statement s(db_, (std::string("SELECT ") + column + " FROM (SELECT id, " + column +
+                      " FROM events ORDER BY id DESC LIMIT 5000) GROUP BY " + column +
+                      " ORDER BY MAX(id) DESC LIMIT ?")
+                         .c_str());
+    s.bind(1, static_cast<int64_t>(limit));
+    while (s.step()) values.push_back(s.text(0));
+    out[column] = std::move(values);
+  }
+  return out;
 }
 
 std::optional<EmulatorStore::User> EmulatorStore::userByEmail(const std::string& email) const {

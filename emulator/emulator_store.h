@@ -12,6 +12,11 @@
 
 namespace ostrel::emulator {
 
+// Which events to read back; an empty field matches every event.
+struct EventFilter {
+  std::string eventType, sessionId, userId;
+};
+
 class EmulatorStore {
  public:
   // Opens (or creates) the database in `folder`; nothing when it cannot.
@@ -22,8 +27,16 @@ class EmulatorStore {
   // Off: events are counted but not kept (load tests, where a database of
   // millions of rows would measure the disk, not the client).
   void setKeepEvents(bool keep);
-  Json events(int limit) const;
+  // Newest first: {"event", "arrived"}.
+  Json events(int limit, const EventFilter& filter = {}) const;
+  // Every event received, kept or not.
   std::size_t eventCount() const;
+  // The kept events that pass the filter.
+  std::size_t matchingCount(const EventFilter& filter) const;
+  // The event types, session ids and user ids among the latest 5000 kept events, most
+  // recently seen first, at most `limit` of each:
+  // {"event_type": [...], "session_id": [...], "user_id": [...]}.
+  Json recentValues(int limit) const;
 
   struct User {
     std::string id, email, password, msisdn, pin;

@@ -8,6 +8,7 @@ packages=(
   libcurl4-openssl-dev libssl-dev zlib1g-dev openssl nlohmann-json3-dev libpcre2-dev libutf8proc-dev
   libcpp-httplib-dev libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev
   procps tzdata python3 python3-pytest
+  chromium  # the emulator page's test drives it headless
 )
 
 missing=()

@@ -1,0 +1,351 @@
+// The emulator's page for people: the data behind it, and the page itself as
+// headless Chromium shows it once its scripts ran.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <numeric>
+#include <sstream>
+#include <thread>
+
+#include "core/ostrel_api_endpoint.h"
+#include "emulator/emulator.h"
+#include "emulator/event_rate.h"
+#include "transport/ol_connector.h"
+
+extern char** environ;
+
+namespace ostrel {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(EventRateTest, CountsEachOfTheLastSecondsOnce) {
+  struct Case {
+    const char* what;
+    std::vector<std::pair<double, std::size_t>> added;  // (arrival, events)
+    double now;
+    std::map<int, std::size_t> expected;  // seconds before now's -> count; the rest are 0
+  };
+  const Case cases[] = {
+      {"same second adds up", {{1000.2, 2}, {1000.9, 3}, {999.5, 1}}, 1000.5, {{0, 5}, {1, 1}}},
+      {"the oldest second still shows", {{1000.0, 4}}, 1299.9, {{299, 4}}},
+      {"one second later it is gone", {{1000.0, 4}}, 1300.0, {}},
+      {"a lap later the slot starts over", {{1000.0, 4}, {1300.0, 1}}, 1300.0, {{0, 1}}},
+      {"nothing yet", {}, 50.0, {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    emulator::EventRate rate;
+    for (const auto& [at, n] : c.added) rate.add(at, n);
+    const auto counts = rate.lastSeconds(c.now);
+    ASSERT_EQ(counts.size(), std::size_t{emulator::EventRate::kSeconds});
+    std::size_t expectedTotal = 0;
+    for (const auto& [ago, n] : c.expected) {
+      EXPECT_EQ(counts[counts.size() - 1 - static_cast<std::size_t>(ago)], n) << ago << " s ago";
+      expectedTotal += n;
+    }
+    EXPECT_EQ(std::accumulate(counts.begin(), counts.end(), std::size_t{0}), expectedTotal);
+    rate.clear();
+    const auto cleared = rate.lastSeconds(c.now);
+    EXPECT_EQ(std::accumulate(cleared.begin(), cleared.end(), std::size_t{0}), 0u);
+  }
+}
+
+Json event(const std::string& name, const std::string& user, const std::string& session,
+           const std::string& type = "custom event") {
+  return Json{{"event_type", type},
+              {"session_id", session},
+              {"creation_date", "2026-11-22T10:00:00Z"},
+              {"user_id", user},
+              {"name", name}};
+}
+
+// An emulator over plain HTTP, so that a browser reaches it without a certificate.
+class EmulatorPageTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    emulator::Options options;
+    options.https = false;
+    options.keepAliveSecs = 1;
+    emulator_ = std::make_unique<emulator::Emulator>(options);
+    auto started = emulator_->start();
+    ASSERT_TRUE(started) << started.error().description();
+  }
+
+  // A request signed the way the library signs it; answers the status.
+  int send(OstrelAPIEndpoint endpoint, const Json& body) {
+    const std::string host = "client." + emulator_->info().domain;
+    const std::string path(endpointPath(endpoint));
+    const std::string text = dumpJson(body);
+    const std::string ts = OLConnector::timestampText(
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
+    const std::string auth = OLConnector::authorizationHeader(
+        "demo", std::nullopt,
+        OLConnector::getImeldStr("demo-secret", host + path, "POST", text, "", ts), ts);
+    httplib::Client client("127.0.0.1", emulator_->info().port);
+    auto res = client.Post(path.c_str(), {{"Host", host}, {"Authorization", auth}}, text,
+                           "application/json");
+    return res ? res->status : 0;
+  }
+
+  Json control(const std::string& path, const std::optional<Json>& post = std::nullopt) {
+    httplib::Client client("127.0.0.1", emulator_->info().port);
+    client.set_read_timeout(60);
+    auto res = post ? client.Post(path.c_str(), dumpJson(*post), "application/json")
+                    : client.Get(path.c_str());
+    if (!res) return Json();
+    return parseJson(res->body).value_or(Json(res->body));
+  }
+
+  // Events of two users, one account, and one fault served.
+  void fillIn() {
+    ASSERT_EQ(send(OstrelAPIEndpoint::TrackBulk,
+                   Json::array({event("ev_alpha", "A_1", "s1"), event("ev_beta", "A_2", "s2"),
+                                event("ev_gamma", "A_1", "s1", "session start")})),
+              200);
+    ASSERT_EQ(send(OstrelAPIEndpoint::EmailSignup,
+                   Json{{"email", "page@ostrel.test"}, {"password", "pw"}}),
+              200);
+    control("/_emulator/faults", Json{{"endpoint", "TrackBulk"}, {"status", 503}});
+    ASSERT_EQ(send(OstrelAPIEndpoint::TrackBulk, Json::array({event("ev_refused", "A_1", "s1")})),
+              503);
+  }
+
+  static std::vector<std::string> names(const Json& events) {
+    std::vector<std::string> out;
+    for (const auto& e : events) out.push_back(e["event"].value("name", ""));
+    return out;
+  }
+
+  std::unique_ptr<emulator::Emulator> emulator_;
+};
+
+TEST_F(EmulatorPageTest, LiveDataFiltersEventsAndShowsUsersAndFaults) {
+  fillIn();
+  auto live = control("/_emulator/live");
+  EXPECT_EQ(live["received"], 3);
+  ASSERT_EQ(live["users"].size(), 1u);
+  EXPECT_EQ(live["users"][0]["email"], "page@ostrel.test");
+  EXPECT_EQ(live["faults_served"], 1);
+  ASSERT_EQ(live["faults"].size(), 1u);
+  EXPECT_EQ(live["faults"][0]["path"], "/events/track_bulk");
+  EXPECT_EQ(live["faults"][0]["status"], 503);
+  EXPECT_GT(live["faults"][0]["request_bytes"], 0);
+  EXPECT_FALSE(live["faults"][0].contains("request")) << "the page gets sizes, not bodies";
+  const auto perSecond = live["per_second"].get<std::vector<int>>();
+  EXPECT_EQ(perSecond.size(), std::size_t{emulator::EventRate::kSeconds});
+  EXPECT_EQ(std::accumulate(perSecond.begin(), perSecond.end(), 0), 3) << "refused ones not";
+  EXPECT_EQ(live["choices"]["user_id"], Json::array({"A_1", "A_2"})) << "latest first";
+
+  struct Case {
+    std::string query;
+    std::vector<std::string> names;  // newest first
+  };
+  const Case cases[] = {
+      {"", {"ev_gamma", "ev_beta", "ev_alpha"}},
+      {"user_id=A_1", {"ev_gamma", "ev_alpha"}},
+      {"session_id=s2", {"ev_beta"}},
+      {"event_type=custom%20event&user_id=A_1", {"ev_alpha"}},
+      {"user_id=nobody", {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.query);
+    auto filtered = control("/_emulator/live?" + c.query);
+    EXPECT_EQ(names(filtered["events"]), c.names);
+    EXPECT_EQ(filtered["matching"], c.names.size());
+    EXPECT_EQ(names(control("/_emulator/events?" + c.query)["events"]), c.names);
+    // The page itself renders the same rows before any script runs.
+    const std::string page = control("/?" + c.query).get<std::string>();
+    for (const char* name : {"ev_alpha", "ev_beta", "ev_gamma"}) {
+      const bool shown = std::find(c.names.begin(), c.names.end(), name) != c.names.end();
+      EXPECT_EQ(page.find(name) != std::string::npos, shown) << name;
+    }
+  }
+}
+
+TEST_F(EmulatorPageTest, AWaitingPageWakesOnChangeAndOnStop) {
+  const auto seen = control("/_emulator/live")["change"].get<std::uint64_t>();
+  auto waiting = std::async(std::launch::async, [&] {
+    return control("/_emulator/live?wait_ms=30000&after=" + std::to_string(seen));
+  });
+  while (emulator_->requestCount("/_emulator/live") < 2) std::this_thread::sleep_for(5ms);
+  ASSERT_EQ(send(OstrelAPIEndpoint::TrackBulk, Json::array({event("ev_news", "A_1", "s1")})), 200);
+  ASSERT_EQ(waiting.wait_for(20s), std::future_status::ready) << "woken by the event";
+  auto news = waiting.get();
+  EXPECT_NE(news["change"], seen);
+  EXPECT_EQ(names(news["events"]), std::vector<std::string>{"ev_news"});
+
+  // A page still waiting does not hold the emulator up when it stops.
+  auto held = std::async(std::launch::async, [&] {
+    return control("/_emulator/live?wait_ms=30000&after=" + dumpJson(news["change"]));
+  });
+  while (emulator_->requestCount("/_emulator/live") < 3) std::this_thread::sleep_for(5ms);
+  auto stopped = std::async(std::launch::async, [&] { emulator_->stop(); });
+  EXPECT_EQ(stopped.wait_for(20s), std::future_status::ready);
+  EXPECT_EQ(held.wait_for(20s), std::future_status::ready);
+}
+
+// Headless Chromium in its own process group, its output in files.
+class Browser {
+ public:
+  Browser() {
+    char pattern[] = "/tmp/ostrel-page-test-XXXXXX";
+    if (::mkdtemp(pattern)) dir_ = pattern;
+  }
+  ~Browser() {
+    if (pid_ > 0) {
+      ::kill(-pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    std::error_code ec;
+    if (!dir_.empty()) std::filesystem::remove_all(dir_, ec);
+  }
+
+  static std::optional<std::string> find() {
+    const char* folders = std::getenv("PATH");
+    std::istringstream path(folders ? folders : "");
+    for (std::string folder; std::getline(path, folder, ':');) {
+      const std::string candidate = folder + "/chromium";
+      if (::access(candidate.c_str(), X_OK) == 0) return candidate;
+    }
+    return std::nullopt;
+  }
+
+  // Loads `url` and prints its DOM once `budgetMs` of the page's (virtual) time passed.
+  bool start(const std::string& program, const std::string& url, int budgetMs) {
+    std::vector<std::string> args = {program,
+                                     "--headless",
+                                     "--no-sandbox",
+                                     "--disable-gpu",
+                                     "--disable-quic",
+                                     "--no-first-run",
+                                     "--disable-background-networking",
+                                     "--disable-component-update",
+                                     "--disable-sync",
+                                     "--user-data-dir=" + dir_ + "/profile",
+                                     "--virtual-time-budget=" + std::to_string(budgetMs),
+                                     "--dump-dom",
+                                     url};
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 1, (dir_ + "/dom").c_str(), O_WRONLY | O_CREAT, 0600);
+    posix_spawn_file_actions_addopen(&files, 2, (dir_ + "/errors").c_str(), O_WRONLY | O_CREAT,
+                                     0600);
+    posix_spawnattr_t attrs;
+    posix_spawnattr_init(&attrs);
+    posix_spawnattr_setflags(&attrs, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setpgroup(&attrs, 0);
+    const int failed = posix_spawn(&pid_, program.c_str(), &files, &attrs, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&files);
+    posix_spawnattr_destroy(&attrs);
+    if (failed) pid_ = -1;
+    return !failed;
+  }
+
+  // False while it still runs.
+  bool exited() {
+    if (pid_ <= 0) return true;
+    if (::waitpid(pid_, nullptr, WNOHANG) != pid_) return false;
+    pid_ = -1;
+    return true;
+  }
+
+  bool waitForExit(std::chrono::seconds limit) {
+    for (auto end = std::chrono::steady_clock::now() + limit; !exited();) {
+      if (std::chrono::steady_clock::now() > end) return false;
+      std::this_thread::sleep_for(20ms);
+    }
+    return true;
+  }
+
+  std::string dom() const { return read("/dom"); }
+  std::string errors() const {
+    const std::string all = read("/errors");
+    return all.size() > 2000 ? all.substr(all.size() - 2000) : all;
+  }
+
+ private:
+  std::string read(const char* name) const {
+    std::ifstream in(dir_ + name);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+  }
+
+  std::string dir_;
+  pid_t pid_ = -1;
+};
+
+// The inner HTML of the element with this id ("" when missing).
+std::string element(const std::string& dom, const std::string& tag, const std::string& id) {
+  const auto open = dom.find("<" + tag + " id=\"" + id + "\"");
+  if (open == std::string::npos) return "";
+  const auto end = dom.find("</" + tag + ">", open);
+  return dom.substr(open, end == std::string::npos ? std::string::npos : end - open);
+}
+
+TEST_F(EmulatorPageTest, ChromiumShowsTheChartAndAnEventSentWhileThePageIsOpen) {
+  const auto program = Browser::find();
+  if (!program) GTEST_SKIP() << "chromium is not installed (scripts/setup.sh installs it)";
+  fillIn();
+  Browser browser;
+  const std::string url =
+      "http://127.0.0.1:" + std::to_string(emulator_->info().port) + "/?user_id=A_1";
+  // The page's first request answers at once, the second waits for news; the
+  // budget ends the page a moment after the news is shown.
+  ASSERT_TRUE(browser.start(*program, url, 1500));
+  const auto deadline = std::chrono::steady_clock::now() + 60s;
+  while (emulator_->requestCount("/_emulator/live") < 2 && !browser.exited() &&
+         std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(10ms);
+  }
+  if (emulator_->requestCount("/_emulator/live") == 0 && browser.exited() &&
+      browser.dom().find("<html") == std::string::npos) {
+    GTEST_SKIP() << "chromium cannot run here:\n" << browser.errors();
+  }
+  ASSERT_EQ(emulator_->requestCount("/_emulator/live"), 2)
+      << "the page did not come back for news\n"
+      << browser.dom() << browser.errors();
+  ASSERT_EQ(send(OstrelAPIEndpoint::TrackBulk,
+                 Json::array({event("ev_fresh", "A_1", "s1"), event("ev_hidden", "A_2", "s2")})),
+            200);
+  ASSERT_TRUE(browser.waitForExit(60s)) << "chromium did not finish";
+  const std::string dom = browser.dom();
+  ASSERT_NE(dom.find("</html>"), std::string::npos) << dom << browser.errors();
+
+  EXPECT_NE(element(dom, "span", "status").find("live"), std::string::npos) << dom;
+  EXPECT_NE(element(dom, "p", "summary")
+                .find("5 events received, 3 match the filter · 1 user · 1 fault served"),
+            std::string::npos)
+      << element(dom, "p", "summary");
+  // The chart has bars (the five events arrived within the last seconds).
+  EXPECT_NE(element(dom, "path", "rate-bars").find("d=\"M"), std::string::npos)
+      << element(dom, "svg", "rate");
+  const std::string events = element(dom, "tbody", "events");
+  for (const char* name : {"ev_fresh", "ev_alpha", "ev_gamma"}) {
+    EXPECT_NE(events.find(name), std::string::npos) << name << " missing in\n" << events;
+  }
+  for (const char* name : {"ev_beta", "ev_hidden"}) {
+    EXPECT_EQ(events.find(name), std::string::npos) << name << " passed the user filter";
+  }
+  EXPECT_LT(events.find("ev_fresh"), events.find("ev_alpha")) << "newest first";
+  EXPECT_NE(element(dom, "tbody", "users").find("page@ostrel.test"), std::string::npos);
+  const std::string faults = element(dom, "tbody", "faults");
+  EXPECT_NE(faults.find("/events/track_bulk"), std::string::npos) << faults;
+  EXPECT_NE(faults.find("503"), std::string::npos) << faults;
+}
+
+}  // namespace
+}  // namespace ostrel
