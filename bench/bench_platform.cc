@@ -7,8 +7,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "platform/defaults.h"
-
 namespace ostrel::bench {
 namespace {
 
@@ -80,7 +78,7 @@ Platform benchPlatform(const std::string& storageRoot,
   }
   Platform p = *fromEnvironment;
   p.log = std::make_shared<SilentLog>();
-  p.files = platform::makePosixFileSystem(storageRoot);
+  p.storageRoot = storageRoot;
   if (service) {
     p.deployment.domain = service->domain;
     p.deployment.scheme = service->scheme;

@@ -24,12 +24,10 @@
 #include <vector>
 
 #include "bench_platform.h"
-#include "core/ostrel_facade_impl.h"
+#include "ostrel/diagnostics.h"
 #include "ostrel/ol_simple_object.h"
 #include "ostrel/ostrel.h"
-#include "platform/runtime.h"
-#include "queue/ol_queue_manager.h"
-#include "transport/connector_builder.h"
+#include "ostrel_testing.h"
 
 namespace ostrel::bench {
 namespace {
@@ -94,7 +92,7 @@ PersistRates persistRates(const std::string& rawRoot, const std::string& root, i
     rawSecs += secondsSince(start);
     start = Clock::now();
     for (int i = 0; i < part; ++i) (void)facade->sendEvent("bench_event", data);
-    facade->impl().eventManager->waitUntilIdle();
+    testing::waitUntilIdle(*facade);
     persistSecs += secondsSince(start);
     done += part;
   }
@@ -114,12 +112,19 @@ double rawDeliveryRate(const emulator::Info& service, const std::string& root, i
                           {"name", "raw"},
                           {"custom_data", *parseJson(kEventData)}});
   }
-  auto connector = facade->impl()._connetionBuilder->buildConnector();
+  const Platform platform = benchPlatform(root + "-raw", service);
+  diagnostics::Request request;
+  request.secret = "demo-secret";
+  request.applicationId = "bench-device";
+  request.endpoint = "TrackBulk";
+  request.body = events;
   const auto start = Clock::now();
   for (int i = 0; i < requests; ++i) {
     std::promise<void> done;
-    connector.send(OstrelAPIEndpoint::TrackBulk, events,
-                   [&](std::optional<OLError>, int64_t, std::optional<Json>) { done.set_value(); });
+    auto sent = diagnostics::send(
+        platform, request,
+        [&](std::optional<OLError>, int64_t, std::optional<Json>) { done.set_value(); });
+    if (!sent) return 0;
     done.get_future().wait();
   }
   return requests * 10 / secondsSince(start);
@@ -228,11 +233,10 @@ struct Window {
 // written the event, with events offered at `rate` per second.
 Window acceptToDurable(const std::string& root, int rate, int n) {
   auto facade = startFacade(root, std::nullopt);
-  auto intake = facade->impl().eventManager->intake();
   std::vector<Clock::time_point> accepted(n), durable(n);
-  const uint64_t base = intake->acceptedCount();
+  const uint64_t base = testing::acceptedCount(*facade);
   uint64_t seen = base;
-  intake->setPersistedObserver([&](uint64_t persisted) {
+  testing::setPersistedObserver(*facade, [&](uint64_t persisted) {
     const auto now = Clock::now();
     for (; seen < persisted; ++seen) {
       const uint64_t i = seen - base;
@@ -251,7 +255,7 @@ Window acceptToDurable(const std::string& root, int rate, int n) {
   const double offered = n / secondsSince(start);
   facade->waitUntilPersisted(std::chrono::seconds(60));
   facade->shutdown();
-  intake->setPersistedObserver(nullptr);
+  testing::setPersistedObserver(*facade, nullptr);
   std::vector<double> windows;
   for (int i = 0; i < n; ++i) {
     windows.push_back(
@@ -321,7 +325,7 @@ LatencyFigures latencyFigures(emulator::Emulator& emulator, const std::string& p
       emulator.setLatency(0);
       auto facade = startFacade(root, std::nullopt);
       for (int i = 0; i < drainEvents; ++i) (void)facade->sendEvent("backlog_event", data);
-      facade->impl().eventManager->waitUntilIdle();
+      testing::waitUntilIdle(*facade);
       facade->shutdown();
     }
     f.chunks = chunkCount(root);

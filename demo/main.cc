@@ -6,56 +6,21 @@
 #include <cstdio>
 #include <cstdlib>
 #include <future>
+#include <set>
 #include <string>
 #include <thread>
 
-#include "core/device_information.h"
-#include "core/ostrel_facade_impl.h"
 #include "emulator/emulator.h"
-#include "events/content_events.h"
-#include "events/event_archive.h"
-#include "events/flow_events.h"
-#include "events/internal_events.h"
+#include "ostrel/diagnostics.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
-#include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "push_and_payments.h"
-#include "transport/ol_connector.h"
 
 namespace {
 
 constexpr const char* kSecret = "demo-secret";
 
 }  // namespace
-
-// One event of each kind, archived, read back and printed as its JSON dictionary.
-void printEventSamples(const std::string& sessionId, const std::string& userId) {
-  using namespace ostrel;
-  auto data = OLSimpleObject::fromJSONString(R"({"screen":"home","score":42,"ratio":0.5})");
-  auto flow = *OLFlowEvent::make("checkout", sessionId, userId, data);
-  auto timer = *OLTimedEvent::make("loading", sessionId, userId, nullptr);
-  (void)timer->stop(nullptr);
-  std::vector<std::shared_ptr<OLBaseEvent>> samples = {
-      *OLCustomEvent::make("button_tap", sessionId, userId, data),
-      *OLSessionEvent::make(sessionId, userId, DeviceInformation(), true, nullptr, std::nullopt),
-      *OLIdentifyEvent::make(sessionId, userId, nullptr, LoginType::email),
-      *OLLogoutEvent::make(sessionId, userId, LogoutType::explicit_),
-      *OLTimersHearbeat::make(10, {"loading"}, sessionId, userId),
-      flow,
-      timer,
-      *OLRankingContentEvent::make(sessionId, userId, "article-7",
-                                   RankingScope(_RankingScope::social), 1.5f),
-      *OLAttachSessionEvent::make(sessionId, userId, AttachType::peer, "other-session", "U_42",
-                                  nullptr),
-  };
-  for (const auto& event : samples) {
-    auto back = decodeEvent(archivedBytes(*event));
-    std::printf("%-28s %s\n", event->archiveClassName().c_str(),
-                back ? dumpJson((*back)->getEventDictionary()).c_str()
-                     : back.error().description().c_str());
-  }
-}
 
 int main() {
   ostrel::emulator::Options options;
@@ -82,7 +47,7 @@ int main() {
   if (std::getenv("OSTREL_STORAGE_DIR") == nullptr) {
     char folder[] = "/tmp/ostrel-demo-XXXXXX";
     if (::mkdtemp(folder) != nullptr) {
-      platform->files = ostrel::platform::makePosixFileSystem(std::string(folder) + "/Ostrel");
+      platform->storageRoot = std::string(folder) + "/Ostrel";
     }
   }
 
@@ -96,23 +61,6 @@ int main() {
               static_cast<long long>(ostrel::Ostrel::buildNumber),
               (*facade)->environmentString().c_str());
 
-  printEventSamples("demo-session", "A_" + (*facade)->impl()._deviceInfo->deviceId);
-
-  // One signed request through the facade's connector.
-  std::promise<void> done;
-  (*facade)->impl()._connetionBuilder->buildConnector().send(
-      ostrel::OstrelAPIEndpoint::RichPush, ostrel::Json::object(),
-      [&](std::optional<ostrel::OLError> error, int64_t status, std::optional<ostrel::Json> reply) {
-        if (error) {
-          std::printf("request failed: %s\n", error->description().c_str());
-        } else {
-          std::printf("request answered %lld: %s\n", static_cast<long long>(status),
-                      reply ? ostrel::dumpJson(*reply).c_str() : "(no body)");
-        }
-        done.set_value();
-      });
-  done.get_future().wait();
-
   // Analytics end to end: events, a flow, a timer, a ranking and an attachment, then a flush.
   auto& ostrel = **facade;
   auto data = ostrel::OLSimpleObject::fromJSONString(R"({"plan":"pro"})");
@@ -124,6 +72,11 @@ int main() {
   (void)ostrel.timedEventStop("loading");
   (void)ostrel.rankContent("article-7", ostrel::RankingScope(ostrel::_RankingScope::social), 2.0f);
   (void)ostrel.attachSession("other-session", std::string("U_42"), ostrel::AttachType::peer);
+  // What waits on disk for the flush, as `ostrel-cli queue` shows it.
+  (void)ostrel.waitUntilPersisted(std::chrono::seconds(1));
+  const auto queued = ostrel::diagnostics::describeQueue(*platform);
+  std::printf("queued before the flush: %zu in the intake, %zu chunks\n", queued["intake"].size(),
+              queued["chunks"].size());
   std::promise<void> flushed;
   ostrel.flushEvents(
       [&](std::optional<ostrel::OLError> error, std::optional<ostrel::Json> details) {
@@ -152,9 +105,13 @@ int main() {
   again.get_future().wait();
   auto received = emulator.store().events(1000);
   std::printf("The emulator received %zu events:\n", emulator.store().eventCount());
+  // Every event by type and name; the first of each type whole, as it went on the wire.
+  std::set<std::string> shown;
   for (auto it = received.rbegin(); it != received.rend(); ++it) {
     const auto& e = (*it)["event"];
-    std::printf("  %-16s %s\n", e.value("event_type", "").c_str(), e.value("name", "").c_str());
+    const std::string type = e.value("event_type", "");
+    std::printf("  %-16s %s\n", type.c_str(), e.value("name", "").c_str());
+    if (shown.insert(type).second) std::printf("    %s\n", ostrel::dumpJson(e).c_str());
   }
   std::fflush(stdout);
   // Everything is delivered; skip tearing down the process-wide library.

@@ -1,5 +1,7 @@
 #pragma once
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "ostrel/platform/clock.h"
 #include "ostrel/platform/crypto.h"
@@ -37,6 +39,9 @@ struct Platform {
   std::shared_ptr<platform::LocalNotifications> localNotifications;
   std::shared_ptr<platform::WebView> webView;
   std::shared_ptr<platform::ReceiptSource> receipts;
+  // Where the default file system keeps the library's files when `files` is
+  // empty; unset: the default storage root (see defaults()).
+  std::optional<std::string> storageRoot;
   Deployment deployment;
   // How the default HTTP client (made when `http` is empty) reaches the service.
   NetworkOverrides network;

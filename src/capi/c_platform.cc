@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "capi/c_platform.h"
-#include "capi/storage_root_file_system.h"
 
 namespace ostrel::capi {
 namespace {
@@ -62,8 +61,7 @@ Result<Platform> platformFor(const ostrel_config& config) {
   if (auto ok = p.network.validate(); !ok) return ok.error();
 
   if (config.storageDir) {
-    p.files = std::make_shared<StorageRootFileSystem>(*config.storageDir,
-                                                      StorageRootFileSystem::defaultFiles());
+    p.storageRoot = *config.storageDir;
   }
   if (config.log) p.log = std::make_shared<CallbackLogSink>(config.log, config.logUserData);
   if (config.appIdentifier || config.appVersion || config.appBuild) {

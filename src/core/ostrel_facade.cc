@@ -115,7 +115,8 @@ Result<void> Ostrel::resetStorage(Platform platform) {
     }
   }
   auto files = platform.files ? platform.files
-                              : platform::makePosixFileSystem(platform::defaultStorageRoot());
+                              : platform::makePosixFileSystem(
+                                    platform.storageRoot.value_or(platform::defaultStorageRoot()));
   const std::string root = files->storageRoot();
   if (auto removed = files->removeAll(root); !removed) return removed;
   logLine("Deleted " + root);

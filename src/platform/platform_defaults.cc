@@ -11,7 +11,9 @@ Platform Platform::completed() const {
   if (!p.clock) p.clock = platform::makeSystemClock();
   if (!p.crypto) p.crypto = platform::makeOpenSslCrypto();
   if (!p.log) p.log = platform::makeStdoutLogSink();
-  if (!p.files) p.files = platform::makePosixFileSystem(platform::defaultStorageRoot());
+  if (!p.files) {
+    p.files = platform::makePosixFileSystem(p.storageRoot.value_or(platform::defaultStorageRoot()));
+  }
   if (!p.settings) {
     p.settings =
         platform::makeFileSettingsStore(p.files, p.files->storageRoot() + "/settings.json");

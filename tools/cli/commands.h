@@ -17,7 +17,10 @@ int runLogin(const std::vector<std::string>& argv);
 int runPush(const std::vector<std::string>& argv);
 int runPay(const std::vector<std::string>& argv);
 
-// The library started with this secret on the installed platform.
+// The platform every command runs on: the environment's, with the console on stderr.
+void setCliPlatform(Platform platform);
+const Platform& cliPlatform();
+// The library started with this secret on that platform.
 Result<std::shared_ptr<Ostrel>> startFacade(const std::string& secret);
 // Prints the error's description (answers 1) or the success as JSON (answers 0).
 int printOutcome(const std::optional<OLError>& error, const Json& success);

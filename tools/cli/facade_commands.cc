@@ -1,23 +1,33 @@
 // ostrel-cli commands that run the whole library: event, queue, login.
-#include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <future>
 
 #include "args.h"
 #include "commands.h"
-#include "events/event_archive.h"
+#include "ostrel/diagnostics.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_simple_object.h"
 #include "ostrel/ostrel.h"
-#include "platform/runtime.h"
-#include "queue/event_intake.h"
 
 namespace ostrel::cli {
 
+namespace {
+Platform& platformSlot() {
+  static Platform platform;
+  return platform;
+}
+}  // namespace
+
+void setCliPlatform(Platform platform) {
+  platformSlot() = std::move(platform);
+}
+
+const Platform& cliPlatform() {
+  return platformSlot();
+}
+
 Result<std::shared_ptr<Ostrel>> startFacade(const std::string& secret) {
-  Platform platform = runtime::current();
-  return Ostrel::makeUnshared(secret, nullptr, std::nullopt, platform);
+  return Ostrel::makeUnshared(secret, nullptr, std::nullopt, cliPlatform());
 }
 
 int printOutcome(const std::optional<OLError>& error, const Json& success) {
@@ -57,41 +67,7 @@ int runQueue(const std::vector<std::string>& argv) {
   std::string problem;
   auto args = Args::parse(argv, {"dir"}, {}, &problem);
   if (!args) return usageError(problem);
-  const std::string root = args->get("dir").value_or(runtime::files().storageRoot());
-  const std::string chunks = root + "/EventQueue/Chunks";
-  Json out = {{"root", root}, {"chunks", Json::array()}, {"intake", Json::array()}};
-  // Read only: the listing never opens the queue itself, which would write.
-  std::vector<int> keys;
-  if (auto names = runtime::files().listDirectory(chunks)) {
-    for (const auto& n : *names) {
-      int key = 0;
-      auto [end, ec] = std::from_chars(n.data(), n.data() + n.size(), key);
-      if (ec == std::errc() && end == n.data() + n.size()) keys.push_back(key);
-    }
-  }
-  std::sort(keys.begin(), keys.end());
-  for (int key : keys) {
-    const std::string folder = chunks + "/" + std::to_string(key);
-    Json events = Json::array();
-    auto files = runtime::files().listDirectory(folder);
-    if (files) std::sort(files->begin(), files->end());
-    for (const auto& f : files ? *files : std::vector<std::string>{}) {
-      auto bytes = runtime::files().readFile(folder + "/" + f);
-      auto event =
-          bytes ? decodeEvent(*bytes) : Result<std::shared_ptr<OLBaseEvent>>(bytes.error());
-      events.push_back(event ? Json{{"file", f}, {"event", (*event)->getEventDictionary()}}
-                             : Json{{"file", f}, {"error", event.error().description()}});
-    }
-    out["chunks"].push_back(Json{{"key", key}, {"events", events}});
-  }
-  // Accepted, on disk, and not yet in a chunk.
-  for (const auto& record :
-       EventIntake::pendingRecords(runtime::files(), root + "/" + EventIntake::kFolder)) {
-    auto event = decodeEvent(record.archive);
-    out["intake"].push_back(
-        event ? Json{{"file", record.fileName}, {"event", (*event)->getEventDictionary()}}
-              : Json{{"file", record.fileName}, {"error", event.error().description()}});
-  }
+  const Json out = diagnostics::describeQueue(cliPlatform(), args->get("dir").value_or(""));
   std::printf("%s\n", out.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
   return 0;
 }

@@ -5,8 +5,6 @@
 
 #include "args.h"
 #include "commands.h"
-#include "platform/defaults.h"
-#include "platform/runtime.h"
 
 namespace {
 
@@ -60,7 +58,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   platform->log = std::make_shared<StderrSink>();
-  ostrel::runtime::install(*platform);
+  ostrel::cli::setCliPlatform(std::move(*platform));
 
   if (command == "sign") return ostrel::cli::runSign(rest);
   if (command == "send") return ostrel::cli::runSend(rest);

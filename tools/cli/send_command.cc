@@ -7,9 +7,7 @@
 
 #include "args.h"
 #include "commands.h"
-#include "platform/runtime.h"
-#include "transport/connector_builder.h"
-#include "transport/ol_connector.h"
+#include "ostrel/diagnostics.h"
 
 namespace ostrel::cli {
 
@@ -21,11 +19,6 @@ int runSend(const std::vector<std::string>& argv) {
   for (const char* required : {"secret", "app-id", "endpoint"}) {
     if (!args->get(required)) return usageError(std::string("send needs --") + required);
   }
-  if (auto group = args->get("group"); group && !ConnectorBuilder::checkDistributionGroup(*group)) {
-    return usageError("--group cannot hold control characters, quotes or backslashes");
-  }
-  auto endpoint = endpointFromName(*args->get("endpoint"));
-  if (!endpoint) return usageError("unknown endpoint " + *args->get("endpoint"));
   if (args->get("body") && args->get("body-file")) {
     return usageError("give --body or --body-file, not both");
   }
@@ -43,30 +36,34 @@ int runSend(const std::vector<std::string>& argv) {
     if (!body) return usageError("the body is not JSON");
   }
 
-  const Deployment deployment = runtime::deployment();
-  const auto group = args->get("group");
-  OLConnector connector(
-      *args->get("app-id"), *args->get("secret"), false, args->has("sandbox"), args->has("dev"),
-      [group] { return group; }, 15.0, deployment);
-
+  diagnostics::Request request;
+  request.secret = *args->get("secret");
+  request.applicationId = *args->get("app-id");
+  request.group = args->get("group");
+  request.endpoint = *args->get("endpoint");
+  request.body = body;
+  request.sandbox = args->has("sandbox");
+  request.dev = args->has("dev");
   std::mutex mutex;
   std::condition_variable done;
   bool finished = false;
   int exitStatus = 0;
-  connector.send(*endpoint, body,
-                 [&](std::optional<OLError> error, int64_t status, std::optional<Json> reply) {
-                   std::lock_guard lock(mutex);
-                   if (error) {
-                     std::printf("%s\n", error->description().c_str());
-                     exitStatus = 1;
-                   } else {
-                     Json out = {{"status", status}, {"reply", reply ? *reply : Json(nullptr)}};
-                     std::printf("%s\n", dumpJson(out).c_str());
-                   }
-                   std::fflush(stdout);
-                   finished = true;
-                   done.notify_one();
-                 });
+  auto sent = diagnostics::send(
+      cliPlatform(), std::move(request),
+      [&](std::optional<OLError> error, int64_t status, std::optional<Json> reply) {
+        std::lock_guard lock(mutex);
+        if (error) {
+          std::printf("%s\n", error->description().c_str());
+          exitStatus = 1;
+        } else {
+          Json out = {{"status", status}, {"reply", reply ? *reply : Json(nullptr)}};
+          std::printf("%s\n", dumpJson(out).c_str());
+        }
+        std::fflush(stdout);
+        finished = true;
+        done.notify_one();
+      });
+  if (!sent) return usageError(sent.error().description());
   std::unique_lock lock(mutex);
   done.wait(lock, [&] { return finished; });
   return exitStatus;

@@ -5,8 +5,7 @@
 
 #include "args.h"
 #include "commands.h"
-#include "transport/connector_builder.h"
-#include "transport/ol_connector.h"
+#include "ostrel/diagnostics.h"
 
 namespace ostrel::cli {
 
@@ -18,9 +17,6 @@ int runSign(const std::vector<std::string>& argv) {
   for (const char* required : {"secret", "app-id", "url", "timestamp"}) {
     if (!args->get(required)) return usageError(std::string("sign needs --") + required);
   }
-  if (auto group = args->get("group"); group && !ConnectorBuilder::checkDistributionGroup(*group)) {
-    return usageError("--group cannot hold control characters, quotes or backslashes");
-  }
   std::string body;
   if (auto file = args->get("body-file")) {
     std::ifstream in(*file, std::ios::binary);
@@ -29,15 +25,11 @@ int runSign(const std::vector<std::string>& argv) {
     bytes << in.rdbuf();
     body = bytes.str();
   }
-  const std::string url = *args->get("url");
-  const std::string host = urlHost(url);
-  if (host.empty()) return usageError("--url needs an absolute URL");
-  const std::string signedBody = isValidUtf8(body) ? body : "";
-  const std::string signature = OLConnector::getImeldStr(
-      *args->get("secret"), host + urlPath(url), "POST", signedBody, "", *args->get("timestamp"));
-  std::printf("%s\n", OLConnector::authorizationHeader(*args->get("app-id"), args->get("group"),
-                                                       signature, *args->get("timestamp"))
-                          .c_str());
+  auto header = diagnostics::authorizationHeader(*args->get("secret"), *args->get("app-id"),
+                                                 args->get("group"), *args->get("url"),
+                                                 *args->get("timestamp"), body);
+  if (!header) return usageError(header.error().description());
+  std::printf("%s\n", header->c_str());
   return 0;
 }
 

@@ -1,0 +1,20 @@
+#pragma once
+// What benchmarks and tests may wait on inside a running facade, beyond the
+// public API: the queue's own idleness and the intake's progress. Hosts have
+// waitUntilPersisted for the promise they need; these are for measuring it.
+#include <cstdint>
+#include <functional>
+
+#include "ostrel/ostrel.h"
+
+namespace ostrel::testing {
+
+// Until every operation queued so far (appends, flushes) has finished.
+void waitUntilIdle(Ostrel& facade);
+// Events the intake has accepted since it opened.
+uint64_t acceptedCount(Ostrel& facade);
+// Called on the intake's thread with the count of accepted events now on
+// disk, after every write; nullptr removes it.
+void setPersistedObserver(Ostrel& facade, std::function<void(uint64_t persisted)> observer);
+
+}  // namespace ostrel::testing
