@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
@@ -142,6 +143,11 @@ class PosixFileSystem final : public FileSystem {
     std::error_code ec;
     std::filesystem::remove_all(path, ec);
     if (ec) return storageError("Cannot remove", path, ec.value());
+    return {};
+  }
+
+  Result<void> rename(const std::string& from, const std::string& to) override {
+    if (::rename(from.c_str(), to.c_str()) != 0) return storageError("Cannot rename", from, errno);
     return {};
   }
 

@@ -36,6 +36,7 @@ OLChunkedQueue::OLChunkedQueue(std::string name, int64_t chunkSize)
     : OLDiskStorage<OLBaseEvent>(std::move(name)),
       chunkMaxSize(chunkSize),
       chunkSizeWriter_(runtime::scheduler().makeSerialQueue("io.ostrel.chunkSize")),
+      remover_(runtime::scheduler().makeSerialQueue("io.ostrel.sentChunks")),
       pendingChunkSize_(std::make_shared<PendingChunkSize>()) {
   std::vector<int> keys;
   if (auto names = runtime::files().listDirectory(chunksFolder())) {
@@ -45,6 +46,10 @@ OLChunkedQueue::OLChunkedQueue(std::string name, int64_t chunkSize)
   }
   std::sort(keys.begin(), keys.end());
   logLine("Found " + keysText(keys));
+  // Chunks sent before a stop whose removal did not finish.
+  if (auto gone = runtime::files().listDirectory(sentFolder())) {
+    for (const auto& n : *gone) discardFolder(sentFolder() + "/" + n);
+  }
   // Only the oldest and the push chunk need their contents counted now; the
   // others are counted when they become the oldest.
   for (std::size_t i = 0; i < keys.size(); ++i) chunkStats_[keys[i]] = {-1, -1};
@@ -250,8 +255,27 @@ Result<std::vector<std::shared_ptr<OLBaseEvent>>> OLChunkedQueue::popChunk(
   return events;
 }
 
+void OLChunkedQueue::discardFolder(const std::string& folder) {
+  std::shared_ptr<platform::FileSystem> files = runtime::current().files;
+  remover_->async([files, folder, stopping = stopping_.flag] {
+    if (!stopping->load()) (void)files->removeAll(folder);
+  });
+}
+
 Result<void> OLChunkedQueue::removeChunk(const std::string& handler) {
-  if (auto removed = runtime::files().removeAll(chunksFolder() + "/" + handler); !removed) {
+  // Set aside in one rename, so the chunk is gone from the queue at once and
+  // its files are removed meanwhile; where renaming fails, removed here.
+  const std::string folder = chunksFolder() + "/" + handler;
+  const std::string aside = sentFolder() + "/" + handler + "-" + std::to_string(++discarded_) +
+                            "-" + std::to_string(static_cast<int64_t>(runtime::now() * 1e6));
+  auto moved = runtime::files().rename(folder, aside);
+  if (!moved && runtime::files().exists(folder)) {
+    (void)runtime::files().createDirectories(sentFolder());
+    moved = runtime::files().rename(folder, aside);
+  }
+  if (moved) {
+    discardFolder(aside);
+  } else if (auto removed = runtime::files().removeAll(folder); !removed) {
     return removed;
   }
   auto keys = chunkKeys();

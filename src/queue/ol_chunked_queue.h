@@ -2,6 +2,7 @@
 // The on-disk event queue: events are written one file each into numbered
 // chunk folders ("EventQueue/Chunks/<key>"); whole chunks are popped oldest
 // first and removed once the service has taken them.
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -53,6 +54,8 @@ class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
   int64_t pushChunkSize() const;
   std::string pushUrl();
   std::string chunksFolder() { return storageUrl() + "/Chunks"; }
+  // Sent chunks wait here for their removal, which happens off the queue's path.
+  std::string sentFolder() { return storageUrl() + "/Sent"; }
 
   // What the readiness test needs, kept in memory so producers never touch
   // the disk: bytes and events of the oldest chunk, and how many chunks exist.
@@ -70,6 +73,7 @@ class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
   void ensureKeys();
   void writeChunkSizeFile(int64_t size);
   void refreshSnapshotLocked();
+  void discardFolder(const std::string& folder);
   std::string pathForName(std::string name);
 
   int64_t chunkMaxSize;
@@ -85,6 +89,17 @@ class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
   mutable std::mutex snapshotMutex_;
   Snapshot snapshot_;
   std::shared_ptr<platform::SerialQueue> chunkSizeWriter_;
+  // Removes sent chunk folders: on this kind of disk a removal can wait for the
+  // device, and the next send should not.
+  std::shared_ptr<platform::SerialQueue> remover_;
+  uint64_t discarded_ = 0;
+  // Set when the queue goes (destroyed before remover_, which then drains at
+  // once): what is left aside is removed at the next start, so a stop never
+  // waits for the disk.
+  struct Stopping {
+    std::shared_ptr<std::atomic<bool>> flag = std::make_shared<std::atomic<bool>>(false);
+    ~Stopping() { flag->store(true); }
+  } stopping_;
   // The value waiting for the writer, and when the writer last wrote.
   struct PendingChunkSize {
     std::mutex mutex;

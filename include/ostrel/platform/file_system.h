@@ -57,6 +57,14 @@ class FileSystem {
   // Removes a path and everything under it; a missing path is no error.
   virtual Result<void> removeAll(const std::string& path) = 0;
   virtual Result<uint64_t> fileSize(const std::string& path) const = 0;
+  // Moves a file or folder to `to` (same file system, `to` absent) in one step.
+  // A file system that cannot answers an error, and the library then does
+  // without: it removes instead of setting aside.
+  virtual Result<void> rename(const std::string& from, const std::string& to) {
+    (void)to;
+    return Result<void>(
+        OLError::LocalError(LocalErrorCodes::StorageError, "Cannot rename " + from));
+  }
 };
 
 }  // namespace ostrel::platform
