@@ -94,29 +94,5 @@ TEST(KeyedArchiveTest, GarbageTruncationAndDepthAreErrors) {
   }
 }
 
-struct Animal {
-  virtual ~Animal() = default;
-  virtual std::string name() const = 0;
-};
-struct Cat : Animal, Archivable {
-  std::string archiveClassName() const override { return "Test.Cat"; }
-  void encode(ArchiveWriter& w) const override { w.encodeString("says", "meow"); }
-  std::string name() const override { return "cat"; }
-};
-
-TEST(KeyedArchiveTest, RegistryDecodesByClassName) {
-  auto& registry = ArchiveRegistry<Animal>::shared();
-  registry.registerClass("Test.Cat", [](const ArchiveReader& r) -> Result<std::shared_ptr<Animal>> {
-    auto says = r.decodeString("says");
-    if (!says) return says.error();
-    return std::shared_ptr<Animal>(std::make_shared<Cat>());
-  });
-  auto cat = registry.decode(archivedBytes(Cat{}));
-  ASSERT_TRUE(cat);
-  EXPECT_EQ((*cat)->name(), "cat");
-  EXPECT_FALSE(registry.decode(archivedBytes(Point{}))) << "unknown class";
-  EXPECT_FALSE(registry.decode(std::string("junk")));
-}
-
 }  // namespace
 }  // namespace ostrel

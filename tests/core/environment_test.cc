@@ -24,8 +24,6 @@ TEST(EnvironmentTest, UnderscoreSelectsSandboxAndWarnsOutsideDevelopmentBuilds) 
     test::TestPlatform platform;
     OstrelEnvironment env(c.secret, c.developmentApp);
     EXPECT_EQ(env.isSandbox(), c.sandbox) << c.secret;
-    EXPECT_FALSE(env.isDebug());
-    EXPECT_FALSE(env.isDev());
     EXPECT_EQ(
         platform.log().contains("Warning using sandbox environment in a Release application!!"),
         c.warns)

@@ -38,14 +38,5 @@ TEST(FacadeSingletonTest, LifeOfTheSharedInstance) {
   EXPECT_EQ(shared->get(), created->get());
 }
 
-TEST(FacadeSingletonTest, VersionAndEnvironment) {
-  EXPECT_EQ(Ostrel::versionString(), "v4.1.1 7f9b2c0 2021-04-30T16:40:40+0200");
-  EXPECT_EQ(Ostrel::buildNumber, 615);
-  test::TestPlatform platform;
-  auto release = Ostrel::makeUnshared("secret", nullptr, std::nullopt, platform.platform());
-  ASSERT_TRUE(release);
-  EXPECT_EQ((*release)->environmentString(), "PROD-RELEASE");
-}
-
 }  // namespace
 }  // namespace ostrel

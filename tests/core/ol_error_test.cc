@@ -10,10 +10,6 @@ TEST(LocalErrorCodesTest, RawValuesRoundTripAndAreCaseSensitive) {
     auto code = static_cast<LocalErrorCodes>(i);
     EXPECT_EQ(localErrorCodeFromRaw(rawValue(code)), code) << rawValue(code);
   }
-  EXPECT_EQ(localErrorCodeFromRaw("PaymentError"), LocalErrorCodes::PaymentError);
-  EXPECT_EQ(rawValue(LocalErrorCodes::EventFlowInconsistance), "EventFlowInconsistance");
-  EXPECT_EQ(rawValue(LocalErrorCodes::PaymentError), "PaymentError");
-  EXPECT_EQ(static_cast<int>(LocalErrorCodes::PaymentError), 60);
   for (const char* text : {"paymenterror", "", "PaymentError ", "OstrelError"}) {
     EXPECT_FALSE(localErrorCodeFromRaw(text).has_value()) << text;
   }
@@ -51,20 +47,6 @@ TEST(OLErrorTest, Descriptions) {
        "refused\")) (extra: Optional([\"body\": \"nil\", \"statusCode\": 503]))"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.error.description(), c.expected);
-}
-
-TEST(OLErrorTest, BridgesWithDomainAndOrdinal) {
-  auto service = OLError::OstrelError("X", "m", 500);
-  auto local = OLError::LocalError(LocalErrorCodes::QueueError, "q");
-  EXPECT_EQ(OLError::domain(), "Ostrel.OLError");
-  EXPECT_EQ(service.ordinal(), 0);
-  EXPECT_EQ(local.ordinal(), 1);
-  EXPECT_EQ(service.statusCode(), 500);
-  EXPECT_FALSE(local.statusCode().has_value());
-  EXPECT_EQ(local.localCode(), LocalErrorCodes::QueueError);
-  EXPECT_FALSE(service.localCode().has_value());
-  EXPECT_TRUE(local.is(LocalErrorCodes::QueueError, "q"));
-  EXPECT_FALSE(service.is(LocalErrorCodes::QueueError));
 }
 
 TEST(DescribeValueTest, NestedValuesAndInvalidUtf8NeverThrow) {

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <fstream>
 
@@ -117,15 +116,6 @@ TEST_F(SettingsTest, CorruptOrMissingFileReadsAsEmpty) {
   }
   std::remove(path().c_str());
   EXPECT_FALSE(reopen().has(Key<std::string>("k")));
-}
-
-TEST_F(SettingsTest, FileIsPrivateAndReplacedWhole) {
-  OLDefault d = OLDefault::shared();
-  for (int i = 0; i < 50; ++i) d.set(int64_t{i}, Key<int64_t>("n" + std::to_string(i)));
-  struct stat st;
-  ASSERT_EQ(::stat(path().c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-  EXPECT_EQ(reopen().get(Key<int64_t>("n49")), 49);
 }
 
 }  // namespace

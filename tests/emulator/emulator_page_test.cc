@@ -1,27 +1,21 @@
 // The emulator's page for people: the data behind it, and the page itself as
 // headless Chromium shows it once its scripts ran.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
-#include <fstream>
+#include <cstdio>
+#include <cstdlib>
 #include <future>
+#include <map>
 #include <numeric>
-#include <sstream>
 #include <thread>
 
 #include "core/ostrel_api_endpoint.h"
 #include "emulator/emulator.h"
 #include "emulator/event_rate.h"
+#include "support/test_platform.h"
 #include "transport/ol_connector.h"
-
-extern char** environ;
 
 namespace ostrel {
 namespace {
@@ -194,98 +188,44 @@ TEST_F(EmulatorPageTest, AWaitingPageWakesOnChangeAndOnStop) {
   EXPECT_EQ(held.wait_for(20s), std::future_status::ready);
 }
 
-// Headless Chromium in its own process group, its output in files.
+// Headless Chromium loading one page, ended after a minute at most: its DOM,
+// printed once `budgetMs` of the page's (virtual) time passed, is read on a
+// thread of its own.
 class Browser {
  public:
-  Browser() {
-    char pattern[] = "/tmp/ostrel-page-test-XXXXXX";
-    if (::mkdtemp(pattern)) dir_ = pattern;
+  Browser(const std::string& url, int budgetMs) {
+    const std::string command =
+        "exec timeout -k 5 60 chromium --headless --no-sandbox --disable-gpu --disable-quic "
+        "--no-first-run --disable-background-networking --disable-component-update "
+        "--disable-sync --user-data-dir=" +
+        dir_.path() + "/profile --virtual-time-budget=" + std::to_string(budgetMs) +
+        " --dump-dom '" + url + "' 2>" + dir_.path() + "/errors";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    dom_ = std::async(std::launch::async, [pipe] {
+      std::string out;
+      char buffer[4096];
+      for (std::size_t n; pipe && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        out.append(buffer, n);
+      if (pipe) ::pclose(pipe);
+      return out;
+    });
   }
-  ~Browser() {
-    if (pid_ > 0) {
-      ::kill(-pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
-    std::error_code ec;
-    if (!dir_.empty()) std::filesystem::remove_all(dir_, ec);
-  }
+  static bool installed() { return std::system("command -v chromium >/dev/null 2>&1") == 0; }
 
-  static std::optional<std::string> find() {
-    const char* folders = std::getenv("PATH");
-    std::istringstream path(folders ? folders : "");
-    for (std::string folder; std::getline(path, folder, ':');) {
-      const std::string candidate = folder + "/chromium";
-      if (::access(candidate.c_str(), X_OK) == 0) return candidate;
-    }
-    return std::nullopt;
+  bool waitForExit(std::chrono::milliseconds limit) {
+    return dom_.wait_for(limit) == std::future_status::ready;
   }
-
-  // Loads `url` and prints its DOM once `budgetMs` of the page's (virtual) time passed.
-  bool start(const std::string& program, const std::string& url, int budgetMs) {
-    std::vector<std::string> args = {program,
-                                     "--headless",
-                                     "--no-sandbox",
-                                     "--disable-gpu",
-                                     "--disable-quic",
-                                     "--no-first-run",
-                                     "--disable-background-networking",
-                                     "--disable-component-update",
-                                     "--disable-sync",
-                                     "--user-data-dir=" + dir_ + "/profile",
-                                     "--virtual-time-budget=" + std::to_string(budgetMs),
-                                     "--dump-dom",
-                                     url};
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, 1, (dir_ + "/dom").c_str(), O_WRONLY | O_CREAT, 0600);
-    posix_spawn_file_actions_addopen(&files, 2, (dir_ + "/errors").c_str(), O_WRONLY | O_CREAT,
-                                     0600);
-    posix_spawnattr_t attrs;
-    posix_spawnattr_init(&attrs);
-    posix_spawnattr_setflags(&attrs, POSIX_SPAWN_SETPGROUP);
-    posix_spawnattr_setpgroup(&attrs, 0);
-    const int failed = posix_spawn(&pid_, program.c_str(), &files, &attrs, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&files);
-    posix_spawnattr_destroy(&attrs);
-    if (failed) pid_ = -1;
-    return !failed;
-  }
-
-  // False while it still runs.
-  bool exited() {
-    if (pid_ <= 0) return true;
-    if (::waitpid(pid_, nullptr, WNOHANG) != pid_) return false;
-    pid_ = -1;
-    return true;
-  }
-
-  bool waitForExit(std::chrono::seconds limit) {
-    for (auto end = std::chrono::steady_clock::now() + limit; !exited();) {
-      if (std::chrono::steady_clock::now() > end) return false;
-      std::this_thread::sleep_for(20ms);
-    }
-    return true;
-  }
-
-  std::string dom() const { return read("/dom"); }
+  bool exited() { return waitForExit(0ms); }
+  // "" while it still runs.
+  std::string dom() { return exited() ? dom_.get() : ""; }
   std::string errors() const {
-    const std::string all = read("/errors");
+    const std::string all = test::readWholeFile(dir_.path() + "/errors");
     return all.size() > 2000 ? all.substr(all.size() - 2000) : all;
   }
 
  private:
-  std::string read(const char* name) const {
-    std::ifstream in(dir_ + name);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-  }
-
-  std::string dir_;
-  pid_t pid_ = -1;
+  test::TempDir dir_;
+  std::shared_future<std::string> dom_;  // goes first: waits for the browser before the folder
 };
 
 // The inner HTML of the element with this id ("" when missing).
@@ -297,15 +237,14 @@ std::string element(const std::string& dom, const std::string& tag, const std::s
 }
 
 TEST_F(EmulatorPageTest, ChromiumShowsTheChartAndAnEventSentWhileThePageIsOpen) {
-  const auto program = Browser::find();
-  if (!program) GTEST_SKIP() << "chromium is not installed (scripts/setup.sh installs it)";
+  if (!Browser::installed())
+    GTEST_SKIP() << "chromium is not installed (scripts/setup.sh installs it)";
   fillIn();
-  Browser browser;
   const std::string url =
       "http://127.0.0.1:" + std::to_string(emulator_->info().port) + "/?user_id=A_1";
   // The page's first request answers at once, the second waits for news; the
   // budget ends the page a moment after the news is shown.
-  ASSERT_TRUE(browser.start(*program, url, 1500));
+  Browser browser(url, 1500);
   const auto deadline = std::chrono::steady_clock::now() + 60s;
   while (emulator_->requestCount("/_emulator/live") < 2 && !browser.exited() &&
          std::chrono::steady_clock::now() < deadline) {

@@ -32,7 +32,6 @@ class EmulatorTest : public ::testing::Test {
   void startEmulator(std::string dataDir = "") {
     emulator::Options options;
     options.dataDir = std::move(dataDir);
-    options.maxPinReminders = 2;
     options.keepAliveSecs = 1;
     emulator_ = std::make_unique<emulator::Emulator>(options);
     auto started = emulator_->start();
@@ -133,74 +132,27 @@ TEST_F(EmulatorTest, MalformedRequestsAreRefusedWithTheErrorObject) {
   }
 }
 
-TEST_F(EmulatorTest, EmailAccountsFromSignUpToDeletion) {
-  const Json credentials = {{"email", "ann@ostrel.test"}, {"password", "pw"}};
-  auto signup = send(OstrelAPIEndpoint::EmailSignup, credentials);
-  ASSERT_FALSE(signup.error) << signup.error->description();
-  EXPECT_TRUE((*signup.body)["session_token"].get<std::string>().starts_with("O_"));
-  EXPECT_EQ(send(OstrelAPIEndpoint::EmailSignup, credentials).code(), "IDENTITY_ALREADY_USED");
-  EXPECT_EQ(
-      send(OstrelAPIEndpoint::EmailLogin, Json{{"email", "ann@ostrel.test"}, {"password", "no"}})
-          .code(),
-      "WRONG_EMAIL_PASSWORD");
-  auto login = send(OstrelAPIEndpoint::EmailLogin, credentials);
+// What the library's own payment tests cannot reach: a receipt paid by one
+// user sent again by another, and a stranger's paying state.
+TEST_F(EmulatorTest, ReceiptsAndPayingStateBelongToTheOffersUser) {
+  auto login =
+      send(OstrelAPIEndpoint::MSISDNLogin, Json{{"msisdn", "393331234567"}, {"pin", "1234"}});
   ASSERT_FALSE(login.error);
-  const std::string session = (*login.body)["session_token"];
-  const std::string autologin = (*login.body)["autologin_token"];
-  EXPECT_EQ(autologin.size(), 2u + 14 + 24);
-  EXPECT_FALSE(send(OstrelAPIEndpoint::EmailForgot, Json{{"email", "ann@ostrel.test"}}).error);
-  EXPECT_EQ(send(OstrelAPIEndpoint::EmailForgot, Json{{"email", "nobody@x"}}).code(),
-            "WRONG_IDENTITY");
-  EXPECT_FALSE(send(OstrelAPIEndpoint::RefreshToken, Json{{"user_id", autologin}}).error);
-  EXPECT_EQ(send(OstrelAPIEndpoint::RefreshToken, Json{{"user_id", "L_bogus"}}).status, 400);
-  auto info = send(OstrelAPIEndpoint::UserInfo, Json{{"user_id", session}});
-  ASSERT_FALSE(info.error);
-  EXPECT_TRUE(info.body->contains("meta"));
-  auto transient = send(OstrelAPIEndpoint::GenerateTransientToken, Json{{"user_id", session}});
-  EXPECT_TRUE(transient.body->contains("transient"));
-  EXPECT_FALSE(send(OstrelAPIEndpoint::UserDelete, Json{{"user_id", session}}).error);
-  EXPECT_EQ(send(OstrelAPIEndpoint::UserInfo, Json{{"user_id", session}}).status, 401);
-  EXPECT_EQ(send(OstrelAPIEndpoint::EmailLogin, credentials).code(), "WRONG_EMAIL_PASSWORD");
-}
-
-TEST_F(EmulatorTest, MsisdnPinsRemindersAndPayments) {
-  const Json pinLogin = {{"msisdn", "393331234567"}, {"pin", "1234"}};
-  auto first = send(OstrelAPIEndpoint::MSISDNLogin, pinLogin);
-  ASSERT_FALSE(first.error);
-  EXPECT_EQ(
-      send(OstrelAPIEndpoint::MSISDNLogin, Json{{"msisdn", "393331234567"}, {"pin", "0"}}).code(),
-      "WRONG_PIN");
-  const Json forgot = {{"msisdn", "393331234567"}};
-  EXPECT_FALSE(send(OstrelAPIEndpoint::MSISDNForgot, forgot).error);
-  EXPECT_FALSE(send(OstrelAPIEndpoint::MSISDNForgot, forgot).error);
-  EXPECT_EQ(send(OstrelAPIEndpoint::MSISDNForgot, forgot).code(), "MAX_PIN_LIMIT_REACHED");
-
-  const std::string user = (*first.body)["session_token"];
+  const std::string user = (*login.body)["session_token"];
   auto offer =
       send(OstrelAPIEndpoint::PaymentGetOfferFor,
            Json{{"user_id", user}, {"native_item_id", "gold"}, {"marketplace", "appleStore"}});
   ASSERT_FALSE(offer.error);
   const std::string offerId = (*offer.body)["offer"]["offer_id"];
-  const Json add = {{"user_id", user},
-                    {"serialized_receipt", {{"offerId", offerId}, {"receipt", "UkVDRUlQVA=="}}}};
+  Json add = {{"user_id", user},
+              {"serialized_receipt", {{"offerId", offerId}, {"receipt", "UkVDRUlQVA=="}}}};
   EXPECT_FALSE(send(OstrelAPIEndpoint::PaymentReceiptAdd, add).error);
-  EXPECT_EQ(send(OstrelAPIEndpoint::PaymentReceiptAdd, add).code(), "ITEM_ALREADY_PAID");
-  Json other = add;
-  other["user_id"] = "O_someone_else";
-  EXPECT_EQ(send(OstrelAPIEndpoint::PaymentReceiptAdd, other).code(),
-            "OFFER_PAYMENT_USER_MISMATCH");
-  // The user who added the receipt is paying for that offer; a stranger is not.
-  auto state = *send(OstrelAPIEndpoint::PaymentIsPayingForDefault, Json{{"user_id", user}}).body;
-  EXPECT_EQ(state["is_paying"], true);
-  EXPECT_EQ(state["payment"]["item"], offerId);
+  add["user_id"] = "O_someone_else";
+  EXPECT_EQ(send(OstrelAPIEndpoint::PaymentReceiptAdd, add).code(), "OFFER_PAYMENT_USER_MISMATCH");
   EXPECT_EQ(
       (*send(OstrelAPIEndpoint::PaymentIsPayingForDefault, Json{{"user_id", "O_someone_else"}})
             .body)["is_paying"],
       false);
-  EXPECT_FALSE(send(OstrelAPIEndpoint::PushRegistration,
-                    Json{{"user_id", user}, {"token", "ab12"}, {"os_type", "ios"}})
-                   .error);
-  EXPECT_EQ(control("/_emulator/push")["registrations"].size(), 1u);
 }
 
 TEST_F(EmulatorTest, OperatorRecognitionGoesOutsideTheDomain) {
@@ -264,7 +216,7 @@ TEST_F(EmulatorTest, InjectedFaultsComeBackAsAsked) {
   EXPECT_EQ(unknown.status, 400);
 }
 
-TEST_F(EmulatorTest, EventsPersistAcrossARestartAndShowOnThePage) {
+TEST_F(EmulatorTest, EventsPersistAcrossARestart) {
   test::TempDir data;
   emulator_.reset();
   startEmulator(data.path());
@@ -279,11 +231,6 @@ TEST_F(EmulatorTest, EventsPersistAcrossARestartAndShowOnThePage) {
   auto events = control("/_emulator/events");
   EXPECT_EQ(events["count"], 1);
   EXPECT_EQ(events["events"][0]["event"]["name"], "persisted_one");
-  // The page shows the event just received.
-  auto page = control("/");
-  ASSERT_TRUE(page.is_string());
-  EXPECT_NE(page.get<std::string>().find("persisted_one"), std::string::npos);
-  EXPECT_NE(page.get<std::string>().find("ostrel-emulator"), std::string::npos);
 }
 
 TEST(EmulatorStoreTest, EventsCanBeCountedWithoutBeingKept) {

@@ -237,8 +237,6 @@ TEST_F(LoginTest, BuilderChecksComeBeforeTheNetwork) {
   b->setMSISDN("39").setPIN("1");
   b->setNOPIN();
   EXPECT_EQ(b->pin(), "__NO_PIN_SENTINEL__");
-  b->setReturnUrl("x");
-  EXPECT_TRUE(platform_.log().contains("Dummy method setReturnUrl"));
 
   // A flow holding the slot: every login getter refuses, a forgot request still runs.
   auto forgot = std::dynamic_pointer_cast<OLLoginFlowBase>(*b->getMSISDPINLoginFlow());

@@ -152,27 +152,6 @@ TEST(UserStateTest, AStrayStoredFileNamesItselfAndAResetStartsAfresh) {
   EXPECT_TRUE(service.startFacade(platform));
 }
 
-TEST(UserStateTest, ASyncAnswersWhenTheLoginItWaitsOnFails) {
-  test::TestPlatform platform;
-  test::EmulatorService service;
-  auto o = service.startFacade(platform);
-  service.delayNext("/handling/direct/emaillogin", 500);
-  auto builder = *o->getLoginBuilder();
-  std::promise<std::optional<OLError>> loggedIn;
-  builder->setEmail(test::EmulatorService::kEmail)
-      .setPassword("wrong")
-      .setOnFlowCompleteCallback([&](std::optional<OLError> e) { loggedIn.set_value(e); });
-  auto flow = builder->getEmailLoginFlow();
-  ASSERT_TRUE(flow);
-  (*flow)->startLoginFlow();
-  std::promise<std::optional<OLError>> synced;
-  o->syncUserState([&](std::optional<OLError> e) { synced.set_value(e); });
-  ASSERT_TRUE(loggedIn.get_future().get()) << "the password is wrong";
-  auto answer = synced.get_future();
-  ASSERT_EQ(answer.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-  EXPECT_FALSE(answer.get()) << "nobody logged in: an anonymous user is in sync";
-}
-
 TEST(UserStateTest, EverythingAtOnceNeitherHangsNorRaces) {
   // Producers, timers, flows, logins and logouts, syncs and meta info, all on
   // their own threads against one facade (run under ThreadSanitizer in CI).

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -11,26 +10,10 @@
 namespace ostrel {
 namespace {
 
-mode_t modeOf(const std::string& path) {
-  struct stat st;
-  return ::stat(path.c_str(), &st) == 0 ? (st.st_mode & 0777) : 0;
-}
-
 class DiskStorageTest : public ::testing::Test {
  protected:
   test::TestPlatform platform_;
 };
-
-TEST_F(DiskStorageTest, AbstractOperationsFailOnTheBaseStore) {
-  OLDiskStorage<Flag> base("Base");
-  Flag f("a", true);
-  for (const auto& error :
-       {base.getStorePathFromItem(f).error(), base.getHandlerForPath("x").error(),
-        base.getPathFromHandler(std::nullopt).error(), base.add(f).error()}) {
-    EXPECT_TRUE(
-        error.is(LocalErrorCodes::InvalidFunctionCalled, "Cannot call this method on superclass"));
-  }
-}
 
 TEST_F(DiskStorageTest, MapAddGetRemoveClearCount) {
   OLMap<Flag> flags("ApplicationFlags");
@@ -39,8 +22,6 @@ TEST_F(DiskStorageTest, MapAddGetRemoveClearCount) {
   ASSERT_TRUE(handler);
   EXPECT_EQ(*handler, "FirstStart");
   EXPECT_TRUE(platform_.log().contains("Writing FirstStart to " + flags.storageUrl()));
-  EXPECT_EQ(modeOf(flags.storageUrl()), 0700u);
-  EXPECT_EQ(modeOf(flags.storageUrl() + "/FirstStart"), 0600u);
   auto read = flags.get(std::string("FirstStart"), false);
   ASSERT_TRUE(read && *read);
   EXPECT_FALSE((*read)->value);
@@ -89,16 +70,6 @@ TEST_F(DiskStorageTest, TypedStackReadsTheLastItemWithoutAHandler) {
   ASSERT_TRUE(top && *top);
   EXPECT_EQ((*top)->name, "2-second");
   EXPECT_EQ((*stack.get(std::nullopt, false))->name, "1-first");
-}
-
-TEST_F(DiskStorageTest, FolderSizeCountsEveryFile) {
-  OLMap<Flag> flags("Sized");
-  ASSERT_TRUE(flags.add(Flag("a", true)));
-  ASSERT_TRUE(flags.add(Flag("b", false)));
-  auto a = std::filesystem::file_size(flags.storageUrl() + "/a");
-  auto b = std::filesystem::file_size(flags.storageUrl() + "/b");
-  EXPECT_EQ(OLDiskStorage<Flag>::getFolderSize(flags.storageUrl()), a + b);
-  EXPECT_EQ(OLDiskStorage<Flag>::getFolderSize(flags.storageUrl() + "/none"), 0u);
 }
 
 }  // namespace

@@ -44,21 +44,6 @@ TEST(QueueManagerTimersTest, HeartbeatAndExpiryWork) {
   }));
   EXPECT_TRUE(platform.log().contains("expire handler called"));
   EXPECT_TRUE(platform.log().contains("heartbeat handler called"));
-
-  // In the background nothing leaves; back in the foreground a flush is forced.
-  manager->libraryGoToBackground();
-  std::this_thread::sleep_for(200ms);
-  const auto before = service.events().size();
-  ASSERT_TRUE(manager->addEvent("while_away", EventType(_EventType::Custom), nullptr));
-  std::this_thread::sleep_for(300ms);
-  EXPECT_EQ(service.events().size(), before);
-  manager->libraryGoToForeground();
-  EXPECT_TRUE(eventually([&] {
-    for (const auto& e : service.events()) {
-      if (e.value("name", "") == "while_away") return true;
-    }
-    return false;
-  }));
   ASSERT_TRUE(manager->addEvent("watch", EventType(_EventType::TimerStop), nullptr));
 }
 

@@ -71,40 +71,6 @@ TEST_F(ConnectorHttpsTest, SendsTheExactSignedRequest) {
             OLConnector::authorizationHeader("app-id", std::nullopt, signature, "1700000000"));
 }
 
-TEST_F(ConnectorHttpsTest, RepliesTheLibraryMustDecode) {
-  struct Case {
-    int status;
-    std::string body;
-    std::string contentType;
-    std::string expected;  // description of the error, or the dumped body on success
-  };
-  const Case cases[] = {
-      {200, "OK", "text/plain", R"({"__parsed_string__":"OK"})"},
-      {200, std::string("\xff\xfe\x01", 3), "application/octet-stream",
-       R"({"__parsed_hex__":"fffe01"})"},
-      {500, R"({"error":{"code":"BOOM","message":"down"}})", "application/json",
-       "Ostrel Error [BOOM/500]: down (extra: nil"},
-      {503, "", "text/plain",
-       "ConnectionValidationError: Unexpected Null body in a HTTP 503 error (error: nil) (extra: "
-       "Optional([\"body\": \"nil\", \"statusCode\": 503]))"},
-      {404, "<html>nope</html>", "text/html", "Ostrel Error [HTTP 404/404]: unknown (extra: nil"},
-  };
-  for (const auto& c : cases) {
-    server_.setHandler([&](const httplib::Request&, httplib::Response& res) {
-      res.status = c.status;
-      res.set_content(c.body, c.contentType.c_str());
-    });
-    auto answer = send(OstrelAPIEndpoint::UserInfo, Json{{"user_id", "A_1"}});
-    EXPECT_EQ(answer.status, c.status);
-    if (answer.error) {
-      EXPECT_EQ(answer.error->description(), c.expected);
-    } else {
-      ASSERT_TRUE(answer.body);
-      EXPECT_EQ(dumpJson(*answer.body), c.expected);
-    }
-  }
-}
-
 TEST_F(ConnectorHttpsTest, ReplyReachedThroughARedirectOutsideTheDomainIsAWarning) {
   server_.setHandler([](const httplib::Request& req, httplib::Response& res) {
     if (req.get_header_value("Host") == "operator.mno.test") {
@@ -203,6 +169,16 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
     EXPECT_NE(received.header("Authorization").find("group=\"" + expected + "\" , signature="),
               std::string::npos);
   }
+  // A restart finds the accepted group; an unset one leaves the header.
+  ASSERT_TRUE(builder.setDistributionGroup(std::string("beta")));
+  EXPECT_EQ(ConnectorBuilder("app-id", "secret", false, false, false, 15).distributionGroup(),
+            "beta");
+  ASSERT_TRUE(builder.setDistributionGroup(std::nullopt));
+  std::promise<void> unset;
+  builder.buildConnector().send(OstrelAPIEndpoint::RichPush, Json::object(),
+                                [&](auto, auto, auto) { unset.set_value(); });
+  unset.get_future().wait();
+  EXPECT_EQ(server_.received().back().header("Authorization").find("group="), std::string::npos);
   // A group stored by an older version that breaks the rule is dropped at start.
   OLDefault::shared().set(std::string("x\r\nX-Injected: yes"), stored);
   ConnectorBuilder restarted("app-id", "secret", false, false, false, 15, runtime::deployment());
@@ -261,34 +237,6 @@ TEST(ConnectorRedirectTest, CredentialsNeverFollowARedirectOutsideTheDomain) {
   }
   // 301, 302 and 303 of each endpoint were followed, as GETs.
   EXPECT_EQ(strangerRequests, 3 * static_cast<int>(std::size(logins)));
-}
-
-TEST(ConnectorTransportTest, RefusedConnectionAndUntrustedCertificate) {
-  test::TestPlatform platform;
-  test::LoopbackServer server;
-  struct Case {
-    std::string connectTo;
-    std::optional<std::string> caFile;
-  };
-  const Case cases[] = {
-      {"127.0.0.1:1", server.caFile()},    // nobody listens there
-      {server.connectTo(), std::nullopt},  // the test CA is not trusted
-  };
-  for (const auto& c : cases) {
-    Platform p = platform.platform();
-    p.deployment.domain = "ostrel.test";
-    p.http = platform::makeCurlHttpClient(NetworkOverrides{c.connectTo, c.caFile});
-    runtime::install(p);
-    std::promise<std::optional<OLError>> done;
-    ConnectorBuilder("a", "s", false, false, false, 5, p.deployment)
-        .buildConnector()
-        .send(OstrelAPIEndpoint::RichPush, Json::object(),
-              [&](std::optional<OLError> e, int64_t, std::optional<Json>) { done.set_value(e); });
-    auto error = done.get_future().get();
-    ASSERT_TRUE(error) << c.connectTo;
-    EXPECT_TRUE(error->is(LocalErrorCodes::ConnectionError, "Error on Ostrel Server Response"));
-  }
-  EXPECT_TRUE(server.received().empty());
 }
 
 }  // namespace
