@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "core/flag.h"
-#include "queue/ol_disk_storage.h"
+#include "store/ol_disk_storage.h"
 #include "support/test_platform.h"
 
 namespace ostrel {
