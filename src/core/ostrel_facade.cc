@@ -2,13 +2,13 @@
 #include <mutex>
 
 #include "core/device_information.h"
-#include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
 #include "core/startup_input.h"
 #include "login/ol_user_status.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 
 namespace ostrel {
 namespace {

@@ -1,6 +1,5 @@
 // The facade's operations. Each checks that the component it needs exists and
 // reports its absence with OstrelNotInitialized.
-#include "core/ol_status.h"
 #include "core/ostrel_facade_impl.h"
 #include "login/ol_user_status.h"
 #include "ostrel/ol_identity_manager.h"
@@ -9,6 +8,7 @@
 #include "ostrel/ol_push_manager.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 
 namespace ostrel {
 namespace {

@@ -1,6 +1,5 @@
 #include "ostrel/ol_login_builder.h"
 
-#include "core/ol_status.h"
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
 #include "login/ol_auto_login_flow.h"
@@ -8,6 +7,7 @@
 #include "login/other_flows.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {

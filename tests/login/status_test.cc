@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "core/device_information.h"
-#include "core/ol_status.h"
 #include "login/autologin_expiry.h"
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
@@ -15,6 +14,7 @@
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_simple_object.h"
 #include "platform/runtime.h"
+#include "status/ol_status.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
 #include "transport/connector_builder.h"

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/flag.h"
+#include "status/flag.h"
 #include "store/ol_disk_storage.h"
 #include "support/test_platform.h"
 

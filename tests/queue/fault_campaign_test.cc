@@ -14,9 +14,9 @@
 #include <set>
 
 #include "core/device_information.h"
-#include "core/ol_status.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 #include "support/emulator_service.h"
 #include "transport/connector_builder.h"
 

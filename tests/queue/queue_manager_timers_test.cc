@@ -6,9 +6,9 @@
 #include <thread>
 
 #include "core/device_information.h"
-#include "core/ol_status.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
 #include "transport/connector_builder.h"

@@ -1,12 +1,12 @@
-#include "core/ol_status.h"
+#include "status/ol_status.h"
 
 #include <cstdio>
 
 #include "core/device_information.h"
-#include "core/flag.h"
 #include "login/ol_login_flow_base.h"
 #include "login/ol_user_status.h"
 #include "platform/runtime.h"
+#include "status/flag.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "core/ostrel_configuration.h"
-#include "core/session_id.h"
 #include "ostrel/json.h"
 #include "ostrel/platform/scheduler.h"
 #include "ostrel/result.h"
+#include "status/session_id.h"
 
 namespace ostrel {
 
@@ -37,9 +37,9 @@ class OLStatus {
  public:
   // Fails with the cause when the user status cannot be restored.
   static Result<std::shared_ptr<OLStatus>> make(const OstrelConfiguration& configuration,
-                                        std::shared_ptr<DeviceInformation> devInfo,
-                                        std::shared_ptr<ConnectorBuilder> connectorBuilder,
-                                        std::shared_ptr<OLSimpleObject> customData);
+                                                std::shared_ptr<DeviceInformation> devInfo,
+                                                std::shared_ptr<ConnectorBuilder> connectorBuilder,
+                                                std::shared_ptr<OLSimpleObject> customData);
   ~OLStatus();
 
   // The current session identifier; an expired session is renewed first, which
@@ -83,7 +83,7 @@ class OLStatus {
   OLStatus();
 
   std::shared_ptr<OLUserStatus> userState_;
-  std::shared_ptr<OLLoginFlowBase> _runningLoginFlow;  // read and written only on queue_
+  std::shared_ptr<OLLoginFlowBase> _runningLoginFlow;    // read and written only on queue_
   std::vector<std::function<void()>> flowFreedWaiters_;  // likewise
   std::shared_ptr<platform::SerialQueue> queue_;
   std::shared_ptr<DeviceInformation> _deviceInfo;
