@@ -5,6 +5,7 @@
 #include "core/ostrel_facade_impl.h"
 #include "core/startup_input.h"
 #include "login/ol_user_status.h"
+#include "login/status_factory.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
@@ -49,7 +50,8 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
       impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
       impl->_environment.isSandbox(), impl->_environment.isDev(), impl->_conf.connectionTimeoutSecs,
       runtime::deployment());
-  auto status = OLStatus::make(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
+  auto status =
+      makeOstrelStatus(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
   if (!status) {
     // The host sees why (a stored item that cannot be read names its file) and
     // can start afresh with resetStorage.

@@ -8,7 +8,6 @@
 #include "events/content_events.h"
 #include "events/internal_events.h"
 #include "events/push_events.h"
-#include "login/ol_user_status.h"
 #include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
 #include "status/ol_status.h"
@@ -103,7 +102,7 @@ void OLQueueManager::shutdown(std::chrono::milliseconds timeout) {
 }
 
 std::string OLQueueManager::currentUserId() {
-  return _ostrelStatus->userState()->currentUserToken();
+  return _ostrelStatus->currentUserToken();
 }
 
 Result<void> OLQueueManager::queueEvent(std::shared_ptr<OLBaseEvent> event) {
