@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "bench_platform.h"
-#include "core/ostrel_facade_impl.h"
+#include "facade/ostrel_facade_impl.h"
 #include "ostrel/ol_simple_object.h"
 #include "ostrel/ostrel.h"
 #include "platform/runtime.h"

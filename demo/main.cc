@@ -10,12 +10,12 @@
 #include <thread>
 
 #include "core/device_information.h"
-#include "core/ostrel_facade_impl.h"
 #include "emulator/emulator.h"
 #include "events/content_events.h"
 #include "events/event_archive.h"
 #include "events/flow_events.h"
 #include "events/internal_events.h"
+#include "facade/ostrel_facade_impl.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"

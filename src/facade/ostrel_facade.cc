@@ -2,8 +2,8 @@
 #include <mutex>
 
 #include "core/device_information.h"
-#include "core/ostrel_facade_impl.h"
-#include "core/startup_input.h"
+#include "facade/ostrel_facade_impl.h"
+#include "facade/startup_input.h"
 #include "login/ol_user_status.h"
 #include "login/status_factory.h"
 #include "platform/defaults.h"

@@ -1,6 +1,6 @@
 // The facade's operations. Each checks that the component it needs exists and
 // reports its absence with OstrelNotInitialized.
-#include "core/ostrel_facade_impl.h"
+#include "facade/ostrel_facade_impl.h"
 #include "login/ol_user_status.h"
 #include "ostrel/ol_identity_manager.h"
 #include "ostrel/ol_login_builder.h"
