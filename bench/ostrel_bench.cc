@@ -439,7 +439,7 @@ int main(int argc, char** argv) {
   const int streamEvents = std::stoi(option("--stream-events", "1000000"));
   const int drainEvents = std::stoi(option("--drain-events", "100000"));
   const double steadySecs = std::stod(option("--steady-secs", "20"));
-  const std::string jsonPath = option("--json", "bench-summary.json");
+  const std::string jsonPath = option("--json", OSTREL_BENCH_SUMMARY);
   Json micro;
   if (auto microPath = option("--micro", ""); !microPath.empty()) {
     std::ifstream in(microPath);

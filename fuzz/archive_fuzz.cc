@@ -1,11 +1,11 @@
 // Archive decoding of every stored class: events, pushes, tokens, the user's
 // meta information and flags. The first byte picks the store.
-#include "core/flag.h"
 #include "events/event_archive.h"
 #include "fuzz_platform.h"
 #include "login/ol_user_meta_info.h"
 #include "login/tokens.h"
 #include "push/push_archive.h"
+#include "status/flag.h"
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "core/device_information.h"
-#include "core/flag.h"
 #include "events/content_events.h"
 #include "events/event_archive.h"
 #include "events/flow_events.h"
@@ -21,6 +20,7 @@
 #include "platform/defaults.h"
 #include "platform/runtime.h"
 #include "push/push_archive.h"
+#include "status/flag.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/callbacks.h"
 #include "ostrel/ol_login_flow.h"
-#include "ostrel/ostrel.h"
 #include "ostrel/result.h"
 
 namespace ostrel {

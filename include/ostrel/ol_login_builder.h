@@ -7,10 +7,10 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/callbacks.h"
 #include "ostrel/event_types.h"
 #include "ostrel/ol_login_flow.h"
 #include "ostrel/ol_simple_object.h"
-#include "ostrel/ostrel.h"
 #include "ostrel/result.h"
 
 namespace ostrel {

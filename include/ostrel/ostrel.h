@@ -1,6 +1,7 @@
 #pragma once
 // Ostrel: the library's single entry point. Create it once with the application
-// secret; every other component hangs off it.
+// secret; every other component hangs off it. Including this header is enough
+// for every call on the facade and on the components it hands out.
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -9,21 +10,21 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/callbacks.h"
+#include "ostrel/event_types.h"
 #include "ostrel/json.h"
 #include "ostrel/ol_error.h"
+#include "ostrel/ol_identity_manager.h"
+#include "ostrel/ol_login_builder.h"
+#include "ostrel/ol_payment_manager.h"
+#include "ostrel/ol_push_manager.h"
+#include "ostrel/ol_simple_object.h"
 #include "ostrel/platform.h"
 #include "ostrel/result.h"
+#include "ostrel/user_state_change_listener.h"
 
 namespace ostrel {
 
-class OLSimpleObject;
-class OLLoginBuilder;
-class OLPushManager;
-class OLPaymentManager;
-class OLIdentityManager;
-class UserStateChangeListener;
-class RankingScope;
-enum class AttachType;
 class OstrelFacadeImpl;
 
 // Keys of the external parameters handed to getSharedInstanceWithConfig.
@@ -47,9 +48,6 @@ class OLExternalParameterKey {
 };
 
 using ExternalParameters = std::map<OLExternalParameterKey, std::string>;
-using ErrorCallback = std::function<void(std::optional<OLError>)>;
-using DictionaryCallback = std::function<void(std::optional<OLError>, std::optional<Json>)>;
-using TokenCallback = std::function<void(std::optional<OLError>, std::optional<std::string>)>;
 
 class Ostrel {
  public:

@@ -1,6 +1,6 @@
 #include "core/ol_utils.h"
 
-#include "core/fatal.h"
+#include "platform/fatal.h"
 #include "platform/runtime.h"
 
 namespace ostrel {

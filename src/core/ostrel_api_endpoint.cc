@@ -4,7 +4,7 @@
 #include <cmath>
 #include <vector>
 
-#include "core/fatal.h"
+#include "platform/fatal.h"
 
 namespace ostrel {
 namespace {

@@ -1,7 +1,7 @@
 #include "events/flow_events.h"
 
-#include "core/fatal.h"
 #include "events/simple_object_archive.h"
+#include "platform/fatal.h"
 #include "platform/runtime.h"
 
 namespace ostrel {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <string_view>
 
-#include "core/fatal.h"
 #include "events/grapheme.h"
+#include "platform/fatal.h"
 #include "transport/ol_connector.h"
 
 namespace ostrel {

@@ -1,8 +1,8 @@
 #include "login/msisdn_flows.h"
 
-#include "core/ol_status.h"
 #include "login/service_error_mapping.h"
 #include "platform/runtime.h"
+#include "status/ol_status.h"
 
 namespace ostrel {
 

@@ -1,7 +1,7 @@
 #include "login/ol_auto_login_flow.h"
 
-#include "core/ol_status.h"
 #include "login/ol_user_status.h"
+#include "status/ol_status.h"
 
 namespace ostrel {
 

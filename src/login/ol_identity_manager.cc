@@ -1,9 +1,9 @@
 #include "ostrel/ol_identity_manager.h"
 
-#include "core/ol_status.h"
 #include "login/add_email_identity_flow.h"
 #include "login/ol_user_status.h"
 #include "login/service_error_mapping.h"
+#include "status/ol_status.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {

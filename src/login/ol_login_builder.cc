@@ -1,6 +1,5 @@
 #include "ostrel/ol_login_builder.h"
 
-#include "core/ol_status.h"
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
 #include "login/ol_auto_login_flow.h"
@@ -8,6 +7,7 @@
 #include "login/other_flows.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {
@@ -18,6 +18,16 @@ OLError builderError(std::string message, std::optional<Json> extra = std::nullo
 }
 // The page pattern of the operator recognition: an address up to a double quote.
 const char* kOperatorPagePattern = "http://\\S+\"";
+
+// A flow the builder hands out ends in the builder's finalize actions for its
+// login type; the flow keeps the builder alive until then.
+void wireFinalize(OLLoginFlowBase& flow, std::shared_ptr<OLLoginBuilder> builder,
+                  LoginType loginType) {
+  flow.setInternalCompletionCallback([builder = std::move(builder), loginType](
+                                         std::optional<OLError> e, std::optional<std::string> t) {
+    builder->fireFinalizeFlowActions(std::move(e), std::move(t), loginType);
+  });
+}
 }  // namespace
 
 std::shared_ptr<OLLoginBuilder> OLLoginBuilder::make(
@@ -209,20 +219,11 @@ Result<std::shared_ptr<OLAutoLoginFlow>> OLLoginBuilder::getAutoLoginFlow() {
   return {std::move(flow)};
 }
 
-#define OSTREL_WIRE_FINALIZE(flow, loginType)                                   \
-  do {                                                                          \
-    auto self = shared_from_this();                                             \
-    (flow)->setInternalCompletionCallback(                                      \
-        [self](std::optional<OLError> e, std::optional<std::string> t) {        \
-          self->fireFinalizeFlowActions(std::move(e), std::move(t), loginType); \
-        });                                                                     \
-  } while (0)
-
 Result<std::shared_ptr<OLEmailPasswordLoginFlow>> OLLoginBuilder::getEmailLoginFlow() {
   if (auto ok = checkEmail(true); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailPasswordLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_email, _password);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::email);
+  wireFinalize(*flow, shared_from_this(), LoginType::email);
   return {std::move(flow)};
 }
 
@@ -230,7 +231,7 @@ Result<std::shared_ptr<OLEmailSignupLoginFlow>> OLLoginBuilder::getEmailSignupFl
   if (auto ok = checkEmail(true); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailSignupLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_email, _password, _userProperties);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::emailSignup);
+  wireFinalize(*flow, shared_from_this(), LoginType::emailSignup);
   return {std::move(flow)};
 }
 
@@ -238,7 +239,7 @@ Result<std::shared_ptr<OLEmailForgotFlow>> OLLoginBuilder::getEmailForgotFlow() 
   if (auto ok = checkEmail(false); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailForgotFlowImpl>(_ostrelState,
                                                       _buildConnector->buildConnector(), *_email);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::email);
+  wireFinalize(*flow, shared_from_this(), LoginType::email);
   return {std::move(flow)};
 }
 
@@ -246,7 +247,7 @@ Result<std::shared_ptr<OLEmailResendFlow>> OLLoginBuilder::getEmailResendFlow() 
   if (auto ok = checkEmail(false); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailResendFlowImpl>(_ostrelState,
                                                       _buildConnector->buildConnector(), *_email);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::emailConfirm);
+  wireFinalize(*flow, shared_from_this(), LoginType::emailConfirm);
   return {std::move(flow)};
 }
 
@@ -255,7 +256,7 @@ Result<std::shared_ptr<OLMSISDNPINLoginFlow>> OLLoginBuilder::getMSISDPINLoginFl
   if (!_msisdn) return builderError("Missing MSISDN credential");
   auto flow = std::make_shared<OLMSISDNPINLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_msisdn, _pin);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::msisdnPin);
+  wireFinalize(*flow, shared_from_this(), LoginType::msisdnPin);
   return {std::move(flow)};
 }
 
@@ -263,7 +264,7 @@ Result<std::shared_ptr<OLMSISDNUserRecognitionLoginFlow>> OLLoginBuilder::getMSI
   if (auto ok = checkRequirements(); !ok) return ok.error();
   auto flow = std::make_shared<OLMSISDNUserRecognitionLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), _imsi, 0, kOperatorPagePattern);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::msisdnUR);
+  wireFinalize(*flow, shared_from_this(), LoginType::msisdnUR);
   return {std::move(flow)};
 }
 
@@ -277,7 +278,7 @@ Result<std::shared_ptr<OLCustomLoginFlow>> OLLoginBuilder::getCustomLoginFlow() 
   if (!_customId) return builderError("Missing customID");
   auto flow = std::make_shared<OLCustomLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_customId);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::custom);
+  wireFinalize(*flow, shared_from_this(), LoginType::custom);
   return {std::move(flow)};
 }
 
@@ -286,7 +287,7 @@ Result<std::shared_ptr<OLExternalLoginFlow>> OLLoginBuilder::getExternalLoginFlo
   if (!_externalId) return builderError("Missing externalID");
   auto flow = std::make_shared<OLExternalLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_externalId);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::external);
+  wireFinalize(*flow, shared_from_this(), LoginType::external);
   return {std::move(flow)};
 }
 
@@ -297,7 +298,7 @@ Result<std::shared_ptr<OLPaymentReceiptLoginFlow>> OLLoginBuilder::getPaymentRec
   if (_offerId->size() != 32) return builderError("Invalid OfferId", offer);
   auto flow = std::make_shared<OLPaymentReceiptLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_offerId, _receiptUrl, _emailParams);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::paymentReceipt);
+  wireFinalize(*flow, shared_from_this(), LoginType::paymentReceipt);
   return {std::move(flow)};
 }
 
@@ -343,7 +344,7 @@ Result<std::shared_ptr<OLUO2CredentialsLoginFlow>> OLLoginBuilder::getUO2Credent
   }
   auto flow = std::make_shared<OLUO2CredentialsLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_brivolaUser, *_infoUtente);
-  OSTREL_WIRE_FINALIZE(flow, LoginType::withUO20credentials);
+  wireFinalize(*flow, shared_from_this(), LoginType::withUO20credentials);
   return {std::move(flow)};
 }
 

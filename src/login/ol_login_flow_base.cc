@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
-#include "core/ol_status.h"
 #include "login/ol_user_status.h"
 #include "login/service_error_mapping.h"
+#include "status/ol_status.h"
 
 #include <vector>
 

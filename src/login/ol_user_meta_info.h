@@ -8,7 +8,7 @@
 #include "archive/keyed_archive.h"
 #include "core/expirable.h"
 #include "ostrel/json.h"
-#include "queue/ol_disk_storage.h"
+#include "store/ol_disk_storage.h"
 
 namespace ostrel {
 

@@ -1,12 +1,12 @@
 // Re-synchronising the user's state with the service through an autologin.
 #include <atomic>
 
-#include "core/ol_status.h"
 #include "login/ol_auto_login_flow.h"
 #include "login/ol_user_status.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
+#include "status/ol_status.h"
 
 namespace ostrel {
 

@@ -1,9 +1,9 @@
 #include "login/other_flows.h"
 
-#include "core/ol_status.h"
 #include "login/ol_user_status.h"
 #include "login/service_error_mapping.h"
 #include "ostrel/ol_simple_object.h"
+#include "status/ol_status.h"
 
 namespace ostrel {
 

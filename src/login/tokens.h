@@ -7,7 +7,7 @@
 
 #include "archive/keyed_archive.h"
 #include "core/expirable.h"
-#include "queue/ol_disk_storage.h"
+#include "store/ol_disk_storage.h"
 
 namespace ostrel {
 

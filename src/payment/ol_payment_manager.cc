@@ -1,8 +1,8 @@
 #include "ostrel/ol_payment_manager.h"
 
-#include "core/ol_status.h"
 #include "login/ol_user_status.h"
 #include "platform/runtime.h"
+#include "status/ol_status.h"
 #include "transport/ol_connector.h"
 
 namespace ostrel {

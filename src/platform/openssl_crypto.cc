@@ -6,8 +6,8 @@
 #include <cstring>
 #include <limits>
 
-#include "core/fatal.h"
 #include "platform/defaults.h"
+#include "platform/fatal.h"
 
 namespace ostrel {
 

@@ -1,7 +1,6 @@
 #include "ostrel/ol_push_manager.h"
 
 #include "core/device_information.h"
-#include "core/ol_status.h"
 #include "events/grapheme.h"
 #include "events/push_events.h"
 #include "login/ol_user_status.h"
@@ -10,6 +9,7 @@
 #include "platform/runtime.h"
 #include "push/pending_pushes.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {

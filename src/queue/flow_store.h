@@ -6,7 +6,7 @@
 
 #include "events/event_archive.h"
 #include "events/flow_events.h"
-#include "queue/ol_disk_storage.h"
+#include "store/ol_disk_storage.h"
 
 namespace ostrel {
 

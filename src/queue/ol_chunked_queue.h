@@ -14,7 +14,7 @@
 
 #include "events/ol_base_event.h"
 #include "queue/intake_frame.h"
-#include "queue/ol_disk_storage.h"
+#include "store/ol_disk_storage.h"
 
 namespace ostrel {
 

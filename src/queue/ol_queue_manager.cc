@@ -5,13 +5,12 @@
 
 #include "core/device_information.h"
 #include "core/missing_component.h"
-#include "core/ol_status.h"
 #include "events/content_events.h"
 #include "events/internal_events.h"
 #include "events/push_events.h"
-#include "login/ol_user_status.h"
 #include "ostrel/ol_notification.h"
 #include "platform/runtime.h"
+#include "status/ol_status.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {
@@ -103,7 +102,7 @@ void OLQueueManager::shutdown(std::chrono::milliseconds timeout) {
 }
 
 std::string OLQueueManager::currentUserId() {
-  return _ostrelStatus->userState()->currentUserToken();
+  return _ostrelStatus->currentUserToken();
 }
 
 Result<void> OLQueueManager::queueEvent(std::shared_ptr<OLBaseEvent> event) {

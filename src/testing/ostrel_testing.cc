@@ -1,6 +1,6 @@
 #include "ostrel_testing.h"
 
-#include "core/ostrel_facade_impl.h"
+#include "facade/ostrel_facade_impl.h"
 #include "queue/event_intake.h"
 #include "queue/ol_queue_manager.h"
 

@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "core/fatal.h"
+#include "platform/fatal.h"
 #include "platform/runtime.h"
 #include "transport/hash.h"
 

@@ -1,4 +1,4 @@
-#include "core/session_id.h"
+#include "status/session_id.h"
 
 #include <gtest/gtest.h>
 

@@ -7,8 +7,7 @@
 #include <future>
 #include <thread>
 
-#include "core/ol_status.h"
-#include "core/ostrel_facade_impl.h"
+#include "facade/ostrel_facade_impl.h"
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
 #include "login/ol_auto_login_flow.h"
@@ -17,6 +16,7 @@
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
+#include "status/ol_status.h"
 #include "support/emulator_service.h"
 
 namespace ostrel {

@@ -7,14 +7,15 @@
 #include <thread>
 
 #include "core/device_information.h"
-#include "core/ol_status.h"
 #include "login/autologin_expiry.h"
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
 #include "login/ol_user_status.h"
+#include "login/status_factory.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_simple_object.h"
 #include "platform/runtime.h"
+#include "status/ol_status.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
 #include "transport/connector_builder.h"
@@ -28,7 +29,7 @@ class StatusTest : public ::testing::Test {
     auto device = std::make_shared<DeviceInformation>();
     auto connectors =
         std::make_shared<ConnectorBuilder>("id", "demo-secret", false, false, false, 15);
-    auto made = OLStatus::make(OstrelConfiguration{}, device, connectors, nullptr);
+    auto made = makeOstrelStatus(OstrelConfiguration{}, device, connectors, nullptr);
     return made ? *made : nullptr;
   }
   test::TestPlatform platform_;

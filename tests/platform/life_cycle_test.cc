@@ -8,7 +8,7 @@
 #include <memory>
 #include <thread>
 
-#include "core/ostrel_facade_impl.h"
+#include "facade/ostrel_facade_impl.h"
 #include "ostrel/platform/life_cycle.h"
 #include "support/emulator_service.h"
 

@@ -13,8 +13,8 @@
 #include <random>
 #include <set>
 
-#include "core/ostrel_facade_impl.h"
 #include "events/event_archive.h"
+#include "facade/ostrel_facade_impl.h"
 #include "login/ol_user_meta_info.h"
 #include "login/tokens.h"
 #include "queue/ol_queue_manager.h"

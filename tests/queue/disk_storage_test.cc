@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/flag.h"
-#include "queue/ol_disk_storage.h"
+#include "status/flag.h"
+#include "store/ol_disk_storage.h"
 #include "support/test_platform.h"
 
 namespace ostrel {

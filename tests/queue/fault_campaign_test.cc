@@ -14,9 +14,10 @@
 #include <set>
 
 #include "core/device_information.h"
-#include "core/ol_status.h"
+#include "login/status_factory.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 #include "support/emulator_service.h"
 #include "transport/connector_builder.h"
 
@@ -79,7 +80,7 @@ TEST(FaultCampaign, NothingLostNothingWronglyKeptAndTheQueueDrains) {
   auto connectors =
       std::make_shared<ConnectorBuilder>(device->deviceId, "demo-secret", false, false, false,
                                          config.connectionTimeoutSecs, runtime::deployment());
-  auto status = *OLStatus::make(config, device, connectors, nullptr);
+  auto status = *makeOstrelStatus(config, device, connectors, nullptr);
   ASSERT_TRUE(status);
   auto manager = OLQueueManager::make(connectors, config, status);
   auto flush = [&] {

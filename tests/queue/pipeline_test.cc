@@ -9,8 +9,8 @@
 
 #include <cmath>
 
-#include "core/ostrel_facade_impl.h"
 #include "events/content_events.h"
+#include "facade/ostrel_facade_impl.h"
 #include "ostrel/notification_center.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"

@@ -6,9 +6,10 @@
 #include <thread>
 
 #include "core/device_information.h"
-#include "core/ol_status.h"
+#include "login/status_factory.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
 #include "transport/connector_builder.h"
@@ -30,7 +31,7 @@ TEST(QueueManagerTimersTest, HeartbeatAndExpiryWork) {
   auto device = std::make_shared<DeviceInformation>();
   auto connectors = std::make_shared<ConnectorBuilder>(device->deviceId, "demo-secret", false,
                                                        false, false, 15, runtime::deployment());
-  auto status = *OLStatus::make(config, device, connectors, nullptr);
+  auto status = *makeOstrelStatus(config, device, connectors, nullptr);
   ASSERT_TRUE(status);
   auto manager = OLQueueManager::make(connectors, config, status);
   ASSERT_TRUE(manager->addEvent("watch", EventType(_EventType::TimerStart), nullptr));

@@ -1,8 +1,7 @@
 // The facade's start-up steps after its components exist: external parameters,
 // the session start and its refresh, the start-up autologin, the life cycle.
 #include "core/device_information.h"
-#include "core/ol_status.h"
-#include "core/ostrel_facade_impl.h"
+#include "facade/ostrel_facade_impl.h"
 #include "login/ol_auto_login_flow.h"
 #include "login/ol_user_status.h"
 #include "ostrel/notification_center.h"
@@ -10,6 +9,7 @@
 #include "ostrel/ol_push_manager.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 
 namespace ostrel {
 

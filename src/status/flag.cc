@@ -1,4 +1,4 @@
-#include "core/flag.h"
+#include "status/flag.h"
 
 namespace ostrel {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "archive/keyed_archive.h"
-#include "queue/ol_disk_storage.h"
+#include "store/ol_disk_storage.h"
 
 namespace ostrel {
 

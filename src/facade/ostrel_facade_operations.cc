@@ -1,7 +1,6 @@
 // The facade's operations. Each checks that the component it needs exists and
 // reports its absence with OstrelNotInitialized.
-#include "core/ol_status.h"
-#include "core/ostrel_facade_impl.h"
+#include "facade/ostrel_facade_impl.h"
 #include "login/ol_user_status.h"
 #include "ostrel/ol_identity_manager.h"
 #include "ostrel/ol_login_builder.h"
@@ -9,40 +8,46 @@
 #include "ostrel/ol_push_manager.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 
 namespace ostrel {
 namespace {
 
-#define OSTREL_NEED_STATUS()                                 \
-  if (!impl_->_ostrelStatus) return missingInternalStatus(); \
-  auto& status = *impl_->_ostrelStatus;                      \
-  (void)status
-#define OSTREL_NEED_QUEUE()                                    \
-  if (!impl_->eventManager) return missingEventQueueManager(); \
-  auto& manager = *impl_->eventManager;                        \
-  (void)manager
+// A facade whose start stopped half-way lacks some components: a call that
+// needs one answers that it is missing rather than reaching through null.
+template <class R, class Call>
+Result<R> onStatus(const OstrelFacadeImpl& impl, Call&& call) {
+  if (!impl._ostrelStatus) return missingInternalStatus();
+  return call(*impl._ostrelStatus);
+}
+
+template <class R, class Call>
+Result<R> onEventQueue(const OstrelFacadeImpl& impl, Call&& call) {
+  if (!impl.eventManager) return missingEventQueueManager();
+  return call(*impl.eventManager);
+}
 
 }  // namespace
 
 Result<std::shared_ptr<OLLoginBuilder>> Ostrel::getLoginBuilder() {
-  OSTREL_NEED_STATUS();
+  if (!impl_->_ostrelStatus) return missingInternalStatus();
   return OLLoginBuilder::make(impl_->_ostrelStatus, impl_->_connetionBuilder, impl_->eventManager);
 }
 
 Result<void> Ostrel::finalizeLoginFlow() {
-  OSTREL_NEED_STATUS();
-  if (auto flow = status.runningFlow()) status.freeCurrentRunningFlow(flow.get());
-  return {};
+  return onStatus<void>(*impl_, [&](OLStatus& status) -> Result<void> {
+    if (auto flow = status.runningFlow()) status.freeCurrentRunningFlow(flow.get());
+    return {};
+  });
 }
 
 Result<std::string> Ostrel::getUserToken() {
-  OSTREL_NEED_STATUS();
-  return status.userState()->currentUserToken();
+  return onStatus<std::string>(
+      *impl_, [&](OLStatus& status) { return status.userState()->currentUserToken(); });
 }
 
 Result<bool> Ostrel::isUserLogged() {
-  OSTREL_NEED_STATUS();
-  return status.userState()->isLogged();
+  return onStatus<bool>(*impl_, [&](OLStatus& status) { return status.userState()->isLogged(); });
 }
 
 void Ostrel::getUserMetaInfo(DictionaryCallback callback) {
@@ -51,18 +56,20 @@ void Ostrel::getUserMetaInfo(DictionaryCallback callback) {
 }
 
 Result<void> Ostrel::userLogout() {
-  OSTREL_NEED_STATUS();
-  const std::string token = status.userState()->currentUserToken();
-  status.userState()->logoutUser("explicit", [token](std::optional<OLError> error) {
-    if (!error) logLine(token + " succesfully logged out");
+  return onStatus<void>(*impl_, [&](OLStatus& status) -> Result<void> {
+    const std::string token = status.userState()->currentUserToken();
+    status.userState()->logoutUser("explicit", [token](std::optional<OLError> error) {
+      if (!error) logLine(token + " succesfully logged out");
+    });
+    return {};
   });
-  return {};
 }
 
 Result<void> Ostrel::setOnUserStateChangeListener(std::weak_ptr<UserStateChangeListener> listener) {
-  OSTREL_NEED_STATUS();
-  status.userState()->setStateChangeListener(std::move(listener));
-  return {};
+  return onStatus<void>(*impl_, [&](OLStatus& status) -> Result<void> {
+    status.userState()->setStateChangeListener(std::move(listener));
+    return {};
+  });
 }
 
 void Ostrel::__temporaryUserDelete(ErrorCallback callback) {
@@ -76,12 +83,11 @@ void Ostrel::generateTransientToken(TokenCallback callback) {
 }
 
 Result<std::string> Ostrel::getSessionId() {
-  OSTREL_NEED_STATUS();
-  return status.sessionId();
+  return onStatus<std::string>(*impl_, [&](OLStatus& status) { return status.sessionId(); });
 }
 
 Result<std::shared_ptr<OLIdentityManager>> Ostrel::getIdentityManager() {
-  OSTREL_NEED_STATUS();
+  if (!impl_->_ostrelStatus) return missingInternalStatus();
   std::lock_guard lock(impl_->managersMutex);
   if (!impl_->identityManager) {
     impl_->identityManager =
@@ -90,7 +96,7 @@ Result<std::shared_ptr<OLIdentityManager>> Ostrel::getIdentityManager() {
   return impl_->identityManager;
 }
 Result<std::shared_ptr<OLPushManager>> Ostrel::getPushManager() {
-  OSTREL_NEED_STATUS();
+  if (!impl_->_ostrelStatus) return missingInternalStatus();
   if (!impl_->eventManager) return missingEventQueueManager();
   std::lock_guard lock(impl_->managersMutex);
   if (!impl_->pushManager) {
@@ -100,7 +106,7 @@ Result<std::shared_ptr<OLPushManager>> Ostrel::getPushManager() {
   return impl_->pushManager;
 }
 Result<std::shared_ptr<OLPaymentManager>> Ostrel::getPaymentManager() {
-  OSTREL_NEED_STATUS();
+  if (!impl_->_ostrelStatus) return missingInternalStatus();
   std::lock_guard lock(impl_->managersMutex);
   if (!impl_->paymentManager) {
     impl_->paymentManager = std::make_shared<OLPaymentManager>(
@@ -112,75 +118,87 @@ Result<std::shared_ptr<OLPaymentManager>> Ostrel::getPaymentManager() {
 
 Result<void> Ostrel::sendEvent(const std::string& name,
                                std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addEvent(name, EventType(_EventType::Custom), std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addEvent(name, EventType(_EventType::Custom), std::move(customData));
+  });
 }
 Result<void> Ostrel::timedEventStart(const std::string& name,
                                      std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addEvent(name, EventType(_EventType::TimerStart), std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addEvent(name, EventType(_EventType::TimerStart), std::move(customData));
+  });
 }
 Result<void> Ostrel::timedEventStop(const std::string& name,
                                     std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addEvent(name, EventType(_EventType::TimerStop), std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addEvent(name, EventType(_EventType::TimerStop), std::move(customData));
+  });
 }
 Result<void> Ostrel::flowBegin(const std::string& name,
                                std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addEvent(name, EventType(_EventType::FlowBegin), std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addEvent(name, EventType(_EventType::FlowBegin), std::move(customData));
+  });
 }
 Result<void> Ostrel::flowStep(const std::string& name, std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addEvent(name, EventType(_EventType::FlowStep), std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addEvent(name, EventType(_EventType::FlowStep), std::move(customData));
+  });
 }
 Result<void> Ostrel::flowSucceed(const std::string& reason,
                                  std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addEvent(reason, EventType(_EventType::FlowSucceed), std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addEvent(reason, EventType(_EventType::FlowSucceed), std::move(customData));
+  });
 }
 Result<void> Ostrel::flowFail(const std::string& reason,
                               std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addEvent(reason, EventType(_EventType::FlowFail), std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addEvent(reason, EventType(_EventType::FlowFail), std::move(customData));
+  });
 }
 Result<void> Ostrel::flowCancel(const std::string& reason,
                                 std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addEvent(reason, EventType(_EventType::FlowCancel), std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addEvent(reason, EventType(_EventType::FlowCancel), std::move(customData));
+  });
 }
 Result<bool> Ostrel::isTimedEventRunning(const std::string& name) {
-  OSTREL_NEED_QUEUE();
-  return manager.isTimedEventRunning(name);
+  return onEventQueue<bool>(
+      *impl_, [&](OLQueueManager& manager) { return manager.isTimedEventRunning(name); });
 }
 Result<bool> Ostrel::isAnalyticFlowBegun() {
-  OSTREL_NEED_QUEUE();
-  return manager.isAnalyticFlowBegun();
+  return onEventQueue<bool>(*impl_,
+                            [&](OLQueueManager& manager) { return manager.isAnalyticFlowBegun(); });
 }
 Result<std::string> Ostrel::getCurrentAnalyticFlowName() {
-  OSTREL_NEED_QUEUE();
-  if (auto name = manager.currentFlowName()) return *name;
-  return OLError::LocalError(LocalErrorCodes::InvalidEvent, "Flow was never begun");
+  return onEventQueue<std::string>(*impl_, [&](OLQueueManager& manager) -> Result<std::string> {
+    if (auto name = manager.currentFlowName()) return *name;
+    return OLError::LocalError(LocalErrorCodes::InvalidEvent, "Flow was never begun");
+  });
 }
 Result<void> Ostrel::rankContent(const std::string& contentId, const RankingScope& scope,
                                  float multiplier) {
-  OSTREL_NEED_QUEUE();
-  return manager.addRankContentEvent(contentId, scope, multiplier);
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addRankContentEvent(contentId, scope, multiplier);
+  });
 }
 Result<void> Ostrel::attachMasterSession(const std::string& masterSessionId,
                                          const std::string& masterUserId,
                                          std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addAttachSessionEvent(AttachType::master, masterSessionId, masterUserId,
-                                       std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addAttachSessionEvent(AttachType::master, masterSessionId, masterUserId,
+                                         std::move(customData));
+  });
 }
 Result<void> Ostrel::attachSession(const std::string& attachedSessionId,
                                    const std::optional<std::string>& attachedUserId,
                                    AttachType attachType,
                                    std::shared_ptr<OLSimpleObject> customData) {
-  OSTREL_NEED_QUEUE();
-  return manager.addAttachSessionEvent(attachType, attachedSessionId, attachedUserId,
-                                       std::move(customData));
+  return onEventQueue<void>(*impl_, [&](OLQueueManager& manager) {
+    return manager.addAttachSessionEvent(attachType, attachedSessionId, attachedUserId,
+                                         std::move(customData));
+  });
 }
 void Ostrel::flushEvents(DictionaryCallback callback) {
   if (!impl_->eventManager) return callback(missingEventQueueManager(), std::nullopt);

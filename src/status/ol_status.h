@@ -10,18 +10,17 @@
 #include <vector>
 
 #include "core/ostrel_configuration.h"
-#include "core/session_id.h"
 #include "ostrel/json.h"
 #include "ostrel/platform/scheduler.h"
 #include "ostrel/result.h"
+#include "status/session_id.h"
 
 namespace ostrel {
 
-class ConnectorBuilder;
 class DeviceInformation;
 class OLSimpleObject;
 class OLUserStatus;
-class OLLoginFlowBase;
+class OLLoginFlow;
 class OLUrlPush;
 class Flag;
 template <class T>
@@ -33,12 +32,17 @@ using SessionStartGenerator =
     std::function<Result<void>(const std::string&, const DeviceInformation&, bool,
                                std::shared_ptr<OLSimpleObject>, const std::optional<std::string>&)>;
 
+// The token of the user events are recorded for: what the layers below login
+// know of the user status.
+using CurrentUserToken = std::function<std::string()>;
+
 class OLStatus {
  public:
-  // Fails with the cause when the user status cannot be restored.
-  static Result<std::shared_ptr<OLStatus>> make(const OstrelConfiguration& configuration,
+  // Login restores the user status and makes both (makeOstrelStatus).
+  static std::shared_ptr<OLStatus> make(const OstrelConfiguration& configuration,
                                         std::shared_ptr<DeviceInformation> devInfo,
-                                        std::shared_ptr<ConnectorBuilder> connectorBuilder,
+                                        std::shared_ptr<OLUserStatus> userState,
+                                        CurrentUserToken currentUserToken,
                                         std::shared_ptr<OLSimpleObject> customData);
   ~OLStatus();
 
@@ -55,10 +59,10 @@ class OLStatus {
   // store fails).
   bool _isFirstStart();
 
-  bool setCurrentRunningFlow(const std::shared_ptr<OLLoginFlowBase>& flow);
-  void freeCurrentRunningFlow(const OLLoginFlowBase* flow);
+  bool setCurrentRunningFlow(const std::shared_ptr<OLLoginFlow>& flow);
+  void freeCurrentRunningFlow(const OLLoginFlow* flow);
   bool hasRunningFlow();
-  std::shared_ptr<OLLoginFlowBase> runningFlow();
+  std::shared_ptr<OLLoginFlow> runningFlow();
   // Runs `then` once no login flow holds the slot: at once, on the caller's
   // thread, when none does; else on the thread that frees it.
   void whenRunningFlowFreed(std::function<void()> then);
@@ -73,6 +77,7 @@ class OLStatus {
                                     const std::optional<std::string>& receiptUrl) const;
 
   const std::shared_ptr<OLUserStatus>& userState() const { return userState_; }
+  std::string currentUserToken() const { return currentUserToken_(); }
   const DeviceInformation& deviceInfo() const { return *_deviceInfo; }
   std::shared_ptr<OLSimpleObject> customData() const { return customData_; }
   const std::shared_ptr<platform::SerialQueue>& queue() const { return queue_; }
@@ -83,7 +88,8 @@ class OLStatus {
   OLStatus();
 
   std::shared_ptr<OLUserStatus> userState_;
-  std::shared_ptr<OLLoginFlowBase> _runningLoginFlow;  // read and written only on queue_
+  CurrentUserToken currentUserToken_;
+  std::shared_ptr<OLLoginFlow> _runningLoginFlow;        // read and written only on queue_
   std::vector<std::function<void()>> flowFreedWaiters_;  // likewise
   std::shared_ptr<platform::SerialQueue> queue_;
   std::shared_ptr<DeviceInformation> _deviceInfo;

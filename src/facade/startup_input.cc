@@ -1,4 +1,4 @@
-#include "core/startup_input.h"
+#include "facade/startup_input.h"
 
 #include "transport/connector_builder.h"
 

@@ -1,23 +1,22 @@
-#include "core/ol_status.h"
+#include "status/ol_status.h"
 
 #include <cstdio>
 
 #include "core/device_information.h"
-#include "core/flag.h"
-#include "login/ol_login_flow_base.h"
-#include "login/ol_user_status.h"
+#include "ostrel/ol_login_flow.h"
 #include "platform/runtime.h"
-#include "transport/connector_builder.h"
+#include "status/flag.h"
 
 namespace ostrel {
 
 OLStatus::OLStatus() = default;
 OLStatus::~OLStatus() = default;
 
-Result<std::shared_ptr<OLStatus>> OLStatus::make(const OstrelConfiguration& configuration,
-                                                 std::shared_ptr<DeviceInformation> devInfo,
-                                                 std::shared_ptr<ConnectorBuilder> connectorBuilder,
-                                                 std::shared_ptr<OLSimpleObject> customData) {
+std::shared_ptr<OLStatus> OLStatus::make(const OstrelConfiguration& configuration,
+                                         std::shared_ptr<DeviceInformation> devInfo,
+                                         std::shared_ptr<OLUserStatus> userState,
+                                         CurrentUserToken currentUserToken,
+                                         std::shared_ptr<OLSimpleObject> customData) {
   auto status = std::shared_ptr<OLStatus>(new OLStatus());
   status->queue_ = runtime::scheduler().makeSerialQueue("com.kestavello.ostrel.runningLoginFlow");
   status->_deviceInfo = std::move(devInfo);
@@ -25,12 +24,8 @@ Result<std::shared_ptr<OLStatus>> OLStatus::make(const OstrelConfiguration& conf
   status->_sessionId =
       std::make_unique<SessionId>(configuration.sessionExpireSecs, status->_deviceInfo->deviceId);
   status->storedFlags_ = std::make_unique<OLMap<Flag>>("ApplicationFlags");
-  auto user =
-      OLUserStatus::make(configuration, std::move(connectorBuilder), status->_deviceInfo->deviceId);
-  if (!user) return user.error();
-  logLine("######Created User with currentToken: " + (*user)->currentUserToken() +
-          " autologinToken:" + (*user)->autologinTokenDescription());
-  status->userState_ = std::move(*user);
+  status->userState_ = std::move(userState);
+  status->currentUserToken_ = std::move(currentUserToken);
   return status;
 }
 
@@ -79,7 +74,7 @@ bool OLStatus::_isFirstStart() {
   return true;
 }
 
-bool OLStatus::setCurrentRunningFlow(const std::shared_ptr<OLLoginFlowBase>& flow) {
+bool OLStatus::setCurrentRunningFlow(const std::shared_ptr<OLLoginFlow>& flow) {
   bool taken = false;
   queue_->sync([&] {
     const std::string name = flow->description();
@@ -95,7 +90,7 @@ bool OLStatus::setCurrentRunningFlow(const std::shared_ptr<OLLoginFlowBase>& flo
   return taken;
 }
 
-void OLStatus::freeCurrentRunningFlow(const OLLoginFlowBase* flow) {
+void OLStatus::freeCurrentRunningFlow(const OLLoginFlow* flow) {
   std::vector<std::function<void()>> waiters;
   queue_->sync([&] {
     if (_runningLoginFlow.get() == flow) {
@@ -128,8 +123,8 @@ bool OLStatus::hasRunningFlow() {
   return held;
 }
 
-std::shared_ptr<OLLoginFlowBase> OLStatus::runningFlow() {
-  std::shared_ptr<OLLoginFlowBase> flow;
+std::shared_ptr<OLLoginFlow> OLStatus::runningFlow() {
+  std::shared_ptr<OLLoginFlow> flow;
   queue_->sync([&] { flow = _runningLoginFlow; });
   return flow;
 }

@@ -2,13 +2,14 @@
 #include <mutex>
 
 #include "core/device_information.h"
-#include "core/ol_status.h"
-#include "core/ostrel_facade_impl.h"
-#include "core/startup_input.h"
+#include "facade/ostrel_facade_impl.h"
+#include "facade/startup_input.h"
 #include "login/ol_user_status.h"
+#include "login/status_factory.h"
 #include "platform/defaults.h"
 #include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
+#include "status/ol_status.h"
 
 namespace ostrel {
 namespace {
@@ -49,7 +50,8 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
       impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
       impl->_environment.isSandbox(), impl->_environment.isDev(), impl->_conf.connectionTimeoutSecs,
       runtime::deployment());
-  auto status = OLStatus::make(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
+  auto status =
+      makeOstrelStatus(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
   if (!status) {
     // The host sees why (a stored item that cannot be read names its file) and
     // can start afresh with resetStorage.

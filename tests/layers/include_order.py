@@ -1,0 +1,70 @@
+#!/usr/bin/env python3
+"""Fails when a folder of src/ includes a header from a folder above it.
+
+    include_order.py SRC_DIR
+
+Each folder may include its own headers, those of the folders below it and the
+public headers (ostrel/...), never a folder above: a subsystem then builds, reads
+and tests without the ones that use it, and a cycle between two cannot start.
+A folder that is not in the order below fails too, so a new one gets its place
+when it is made rather than after its first wrong include.
+"""
+import pathlib
+import re
+import sys
+
+# Bottom to top.
+LAYERS = [
+    "platform",  # the OS: files, clock, threads, libcurl, OpenSSL
+    "core",  # errors, configuration, endpoint table, device facts, notifications
+    "archive",  # the keyed archive every stored object is written with
+    "transport",  # the signed connector and its hashes
+    "events",  # the analytics event classes
+    "store",  # folders of archived objects on disk
+    "status",  # the run-time state the subsystems share: session, login slot, flags
+    "queue",  # the event queue and its manager
+    "login",  # user status, tokens and the login flows
+    "push",
+    "payment",
+    "facade",  # Ostrel: builds and wires every subsystem
+    "capi",  # the C API over the public headers
+    "testing",  # hooks for benchmarks and tests, outside the library
+]
+PUBLIC = "ostrel"
+INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"/]+)/([^"]*)"')
+
+
+def main(src: pathlib.Path) -> int:
+    rank = {name: i for i, name in enumerate(LAYERS)}
+    faults = []
+    for folder in sorted(p for p in src.iterdir() if p.is_dir()):
+        if folder.name not in rank:
+            faults.append(f"{folder}: a folder with no place in the layer order")
+            continue
+        for source in sorted(folder.rglob("*")):
+            if source.suffix not in (".h", ".cc"):
+                continue
+            for number, line in enumerate(source.read_text().splitlines(), 1):
+                match = INCLUDE.match(line)
+                if not match or match.group(1) == PUBLIC:
+                    continue
+                target = match.group(1)
+                where = f"{source}:{number}: {folder.name} includes {target}/{match.group(2)}"
+                if target not in rank:
+                    faults.append(f"{where}, a folder with no place in the layer order")
+                elif rank[target] > rank[folder.name]:
+                    faults.append(f"{where}, a layer above it")
+    for fault in faults:
+        print(fault)
+    if faults:
+        print(f"{len(faults)} includes break the layer order (bottom to top: "
+              f"{', '.join(LAYERS)})")
+        return 1
+    print(f"every include points down the layers ({', '.join(LAYERS)})")
+    return 0
+
+
+if __name__ == "__main__":
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    sys.exit(main(pathlib.Path(sys.argv[1])))
