@@ -32,10 +32,12 @@ Result<std::shared_ptr<OLUserStatus>> OLUserStatus::make(
   auto token = status->storedTokens_->get(std::string(kAutologinKey), false);
   if (!token) return token.error();
   if (auto autologin = std::dynamic_pointer_cast<AutologinToken>(*token)) {
+    MutexLock lock(status->mutex_);
     status->_autologinToken = autologin;
   }
   auto meta = status->storedUserMetaInfo_->get(std::nullopt, false);
   if (!meta) return meta.error();
+  MutexLock lock(status->mutex_);
   status->_userMetaInfo = *meta;
   return status;
 }
@@ -45,7 +47,7 @@ OLUserStatus::~OLUserStatus() = default;
 std::optional<std::string> OLUserStatus::autologinToken() {
   std::shared_ptr<AutologinToken> token;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     token = _autologinToken;
   }
   if (!token) return std::nullopt;
@@ -57,9 +59,9 @@ std::optional<std::string> OLUserStatus::autologinToken() {
 }
 
 void OLUserStatus::clearExpiredAutologinToken(const std::shared_ptr<AutologinToken>& expired) {
-  std::lock_guard storage(tokenStorageMutex_);
+  MutexLock storage(tokenStorageMutex_);
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (_autologinToken != expired) return;  // a login stored a new one meanwhile
     _autologinToken.reset();
   }
@@ -70,12 +72,12 @@ void OLUserStatus::clearExpiredAutologinToken(const std::shared_ptr<AutologinTok
 }
 
 std::optional<std::string> OLUserStatus::ostrelToken() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return ostrelToken_;
 }
 
 std::string OLUserStatus::autologinTokenDescription() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return _autologinToken ? describeOptional(std::optional<std::string>(_autologinToken->value))
                          : "nil";
 }
@@ -89,9 +91,9 @@ std::string OLUserStatus::currentUserToken() {
 void OLUserStatus::setAutologinToken(std::optional<std::string> value) {
   std::shared_ptr<AutologinToken> token;
   if (value) token = std::make_shared<AutologinToken>(*value);
-  std::lock_guard storage(tokenStorageMutex_);
+  MutexLock storage(tokenStorageMutex_);
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     _autologinToken = token;
   }
   // Storage failures are printed; the in-memory state stands.
@@ -109,7 +111,7 @@ void OLUserStatus::loginUser(const std::string& ostrelToken,
                              const std::optional<std::string>& autologinToken) {
   bool hadToken;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     hadToken = ostrelToken_.has_value();
     ostrelToken_ = ostrelToken;
   }
@@ -120,7 +122,7 @@ void OLUserStatus::loginUser(const std::string& ostrelToken,
 Result<void> OLUserStatus::setUserMetaInfo(const Json& info) {
   std::shared_ptr<OLUserMetaInfo> meta;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (_userMetaInfo) meta = std::make_shared<OLUserMetaInfo>(*_userMetaInfo);
   }
   // Changed as a copy, outside the lock (the setter prints), then published.
@@ -130,7 +132,7 @@ Result<void> OLUserStatus::setUserMetaInfo(const Json& info) {
     meta = std::make_shared<OLUserMetaInfo>(info, runtime::now(), _config.metaInfoCacheSecs);
   }
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     _userMetaInfo = meta;
   }
   logLine("Writing user_meta_info to " + storedUserMetaInfo_->storageUrl());
@@ -151,7 +153,7 @@ void OLUserStatus::getUserMetaInfo(DictionaryCallback callback) {
   }
   std::shared_ptr<OLUserMetaInfo> cached;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     cached = _userMetaInfo;
   }
   if (cached && cached->info() && !cached->isExpired()) {
@@ -196,7 +198,7 @@ void OLUserStatus::logoutUser(const std::string& logoutType, ErrorCallback callb
   }
   auto cleared = storedUserMetaInfo_->clear();
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     _userMetaInfo.reset();
   }
   if (!cleared) {
@@ -206,7 +208,7 @@ void OLUserStatus::logoutUser(const std::string& logoutType, ErrorCallback callb
     return;
   }
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     ostrelToken_.reset();
   }
   setAutologinToken(std::nullopt);
@@ -215,7 +217,7 @@ void OLUserStatus::logoutUser(const std::string& logoutType, ErrorCallback callb
   if (auto listener = stateChangeListener()) listener->onUserStateChanged(std::nullopt);
   std::function<void(const std::string&, const std::string&)> sink;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     sink = logoutSink_;
   }
   if (sink) sink(token, logoutType);
@@ -274,18 +276,18 @@ void OLUserStatus::generateTransientToken(TokenCallback callback) {
 }
 
 void OLUserStatus::setStateChangeListener(std::weak_ptr<UserStateChangeListener> listener) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   stateChangeListener_ = std::move(listener);
 }
 
 std::shared_ptr<UserStateChangeListener> OLUserStatus::stateChangeListener() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return stateChangeListener_.lock();
 }
 
 void OLUserStatus::setLogoutEventSink(
     std::function<void(const std::string&, const std::string&)> sink) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   logoutSink_ = std::move(sink);
 }
 

@@ -15,6 +15,7 @@
 #include "ostrel/ostrel.h"
 #include "ostrel/result.h"
 #include "ostrel/user_state_change_listener.h"
+#include "platform/thread_annotations.h"
 
 namespace ostrel {
 
@@ -27,9 +28,9 @@ class OLUserStatus : public std::enable_shared_from_this<OLUserStatus> {
  public:
   // Restores the stored autologin token and meta info; fails, naming the file
   // and the cause, when a stored item cannot be read.
-  static Result<std::shared_ptr<OLUserStatus>> make(const OstrelConfiguration& configuration,
-                                            std::shared_ptr<ConnectorBuilder> connectorBuilder,
-                                            const std::string& deviceId);
+  static Result<std::shared_ptr<OLUserStatus>> make(
+      const OstrelConfiguration& configuration, std::shared_ptr<ConnectorBuilder> connectorBuilder,
+      const std::string& deviceId);
   ~OLUserStatus();
 
   // The service token if held, else the unexpired autologin token, else the anonymous one.
@@ -73,16 +74,16 @@ class OLUserStatus : public std::enable_shared_from_this<OLUserStatus> {
   std::shared_ptr<ConnectorBuilder> connectorBuilder_;
   // Held across a change of the autologin token and its write to disk, so that
   // memory and disk agree whatever the order of two changes (taken before mutex_).
-  std::mutex tokenStorageMutex_;
-  mutable std::mutex mutex_;
-  std::shared_ptr<AutologinToken> _autologinToken;
-  std::optional<std::string> ostrelToken_;
+  Mutex tokenStorageMutex_;
+  mutable Mutex mutex_;
+  std::shared_ptr<AutologinToken> _autologinToken OSTREL_GUARDED_BY(mutex_);
+  std::optional<std::string> ostrelToken_ OSTREL_GUARDED_BY(mutex_);
   // Replaced, never changed in place: readers take a copy of the pointer.
-  std::shared_ptr<OLUserMetaInfo> _userMetaInfo;
+  std::shared_ptr<OLUserMetaInfo> _userMetaInfo OSTREL_GUARDED_BY(mutex_);
   std::unique_ptr<OLMap<Token>> storedTokens_;
   std::unique_ptr<OLTypedStack<OLUserMetaInfo>> storedUserMetaInfo_;
-  std::weak_ptr<UserStateChangeListener> stateChangeListener_;
-  std::function<void(const std::string&, const std::string&)> logoutSink_;
+  std::weak_ptr<UserStateChangeListener> stateChangeListener_ OSTREL_GUARDED_BY(mutex_);
+  std::function<void(const std::string&, const std::string&)> logoutSink_ OSTREL_GUARDED_BY(mutex_);
 };
 
 }  // namespace ostrel

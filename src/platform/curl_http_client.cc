@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/defaults.h"
+#include "platform/thread_annotations.h"
 
 namespace ostrel::platform {
 namespace {
@@ -192,8 +193,8 @@ class Engine;
 
 // Live engines, stopped when the process exits: their network threads must be
 // gone before the TLS library's own exit handlers free what they use.
-std::mutex& liveMutex() {
-  static auto* m = new std::mutex();
+Mutex& liveMutex() {
+  static auto* m = new Mutex();
   return *m;
 }
 std::vector<std::weak_ptr<Engine>>& liveEngines() {
@@ -216,7 +217,7 @@ class Engine {
     auto engine = std::shared_ptr<Engine>(new Engine(std::move(overrides)));
     engine->thread_ = std::thread([self = engine] { self->run(); });
     engine->threadId_ = engine->thread_.get_id();
-    std::lock_guard lock(liveMutex());
+    MutexLock lock(liveMutex());
     std::erase_if(liveEngines(), [](const auto& e) { return e.expired(); });
     liveEngines().push_back(engine);
     return engine;
@@ -229,7 +230,7 @@ class Engine {
   }
 
   void send(std::unique_ptr<Transfer> t) {
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     if (stopping_) {
       // No thread will take it. Outside the lock, so that a completion that
       // sends again cannot deadlock.
@@ -243,7 +244,7 @@ class Engine {
   }
 
   void dispatch(std::function<void()> work) {
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     if (stopping_) {
       lock.unlock();
       work();
@@ -260,23 +261,23 @@ class Engine {
   // called there) the thread ends by itself once the completion returns.
   void stop() {
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       stopping_ = true;
     }
     curl_multi_wakeup(multi_);
     if (std::this_thread::get_id() == threadId_) {
-      std::lock_guard join(joinMutex_);
+      MutexLock join(joinMutex_);
       if (thread_.joinable()) thread_.detach();
       return;
     }
-    std::unique_lock join(joinMutex_);
+    MutexLock join(joinMutex_);
     if (thread_.joinable()) {
       thread_.join();
       return;
     }
     join.unlock();
-    std::unique_lock lock(mutex_);
-    endedChanged_.wait(lock, [this] { return ended_; });
+    MutexLock lock(mutex_);
+    while (!ended_) lock.wait(endedChanged_);
   }
 
  private:
@@ -385,7 +386,7 @@ class Engine {
       std::deque<std::function<void()>> work;
       bool stopping;
       {
-        std::lock_guard lock(mutex_);
+        MutexLock lock(mutex_);
         incoming.swap(incoming_);
         work.swap(work_);
         stopping = stopping_;
@@ -412,7 +413,7 @@ class Engine {
       }
       curl_multi_poll(multi_, nullptr, 0, 1000, nullptr);
     }
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     ended_ = true;
     endedChanged_.notify_all();
   }
@@ -422,14 +423,16 @@ class Engine {
   CURLM* multi_ = nullptr;
   CURLSH* share_ = nullptr;
   curl_slist* connectTo_ = nullptr;
-  std::mutex mutex_;
+  Mutex mutex_;
   std::condition_variable endedChanged_;
-  std::deque<std::unique_ptr<Transfer>> incoming_;
-  std::deque<std::function<void()>> work_;
+  std::deque<std::unique_ptr<Transfer>> incoming_ OSTREL_GUARDED_BY(mutex_);
+  std::deque<std::function<void()>> work_ OSTREL_GUARDED_BY(mutex_);
+  // Touched by the network thread only.
   std::map<CURL*, std::unique_ptr<Transfer>> active_;
-  bool stopping_ = false;
-  bool ended_ = false;
-  std::mutex joinMutex_;
+  bool stopping_ OSTREL_GUARDED_BY(mutex_) = false;
+  bool ended_ OSTREL_GUARDED_BY(mutex_) = false;
+  // Serialises joining or detaching thread_ between concurrent stop() calls.
+  Mutex joinMutex_;
   std::thread thread_;
   std::thread::id threadId_;
 };
@@ -437,7 +440,7 @@ class Engine {
 void stopLiveEngines() {
   std::vector<std::shared_ptr<Engine>> live;
   {
-    std::lock_guard lock(liveMutex());
+    MutexLock lock(liveMutex());
     for (const auto& weak : liveEngines()) {
       if (auto engine = weak.lock()) live.push_back(std::move(engine));
     }

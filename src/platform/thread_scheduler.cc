@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "platform/defaults.h"
+#include "platform/thread_annotations.h"
 
 namespace ostrel::platform {
 namespace {
@@ -15,19 +16,19 @@ using SteadyClock = std::chrono::steady_clock;
 // State shared between a queue object and its thread, so that a queue released
 // from inside one of its own blocks can let its thread finish on its own.
 struct QueueState {
-  std::mutex mutex;
+  Mutex mutex;
   std::condition_variable wake;
-  std::deque<std::function<void()>> blocks;
-  bool stopping = false;
-  std::thread::id threadId;
+  std::deque<std::function<void()>> blocks OSTREL_GUARDED_BY(mutex);
+  bool stopping OSTREL_GUARDED_BY(mutex) = false;
+  std::thread::id threadId OSTREL_GUARDED_BY(mutex);
 };
 
 void runQueue(const std::shared_ptr<QueueState>& state) {
   for (;;) {
     std::function<void()> block;
     {
-      std::unique_lock lock(state->mutex);
-      state->wake.wait(lock, [&] { return state->stopping || !state->blocks.empty(); });
+      MutexLock lock(state->mutex);
+      while (!state->stopping && state->blocks.empty()) lock.wait(state->wake);
       if (state->blocks.empty()) return;  // stopping and drained
       block = std::move(state->blocks.front());
       state->blocks.pop_front();
@@ -41,13 +42,13 @@ class ThreadSerialQueue final : public SerialQueue {
   explicit ThreadSerialQueue(std::string label)
       : label_(std::move(label)), state_(std::make_shared<QueueState>()) {
     thread_ = std::thread([state = state_] { runQueue(state); });
-    std::lock_guard lock(state_->mutex);
+    MutexLock lock(state_->mutex);
     state_->threadId = thread_.get_id();
   }
 
   ~ThreadSerialQueue() override {
     {
-      std::lock_guard lock(state_->mutex);
+      MutexLock lock(state_->mutex);
       state_->stopping = true;
     }
     state_->wake.notify_all();
@@ -65,7 +66,7 @@ class ThreadSerialQueue final : public SerialQueue {
     // touch only the shared state after that.
     const auto state = state_;
     {
-      std::lock_guard lock(state->mutex);
+      MutexLock lock(state->mutex);
       state->blocks.push_back(std::move(block));
     }
     state->wake.notify_one();
@@ -76,17 +77,17 @@ class ThreadSerialQueue final : public SerialQueue {
       block();
       return;
     }
-    std::mutex doneMutex;
+    Mutex doneMutex;
     std::condition_variable doneCv;
     bool done = false;
     async([&] {
       block();
-      std::lock_guard lock(doneMutex);
+      MutexLock lock(doneMutex);
       done = true;
       doneCv.notify_one();
     });
-    std::unique_lock lock(doneMutex);
-    doneCv.wait(lock, [&] { return done; });
+    MutexLock lock(doneMutex);
+    while (!done) lock.wait(doneCv);
   }
 
   bool isCurrent() const override { return std::this_thread::get_id() == thread_.get_id(); }
@@ -99,12 +100,13 @@ class ThreadSerialQueue final : public SerialQueue {
 };
 
 struct TimerState {
-  std::mutex mutex;
-  bool valid = true;
+  Mutex mutex;
+  bool valid OSTREL_GUARDED_BY(mutex) = true;
+  // Set before the timer is shared, never changed after.
   bool repeats = false;
   double interval = 0;
-  SteadyClock::time_point deadline;
-  std::function<void()> block;
+  SteadyClock::time_point deadline OSTREL_GUARDED_BY(mutex);
+  std::function<void()> block OSTREL_GUARDED_BY(mutex);
 };
 
 double wallNow() {
@@ -116,22 +118,22 @@ class SchedulerTimer final : public Timer {
   explicit SchedulerTimer(std::shared_ptr<TimerState> state) : state_(std::move(state)) {}
 
   void invalidate() override {
-    std::lock_guard lock(state_->mutex);
+    MutexLock lock(state_->mutex);
     state_->valid = false;
   }
   bool isValid() const override {
-    std::lock_guard lock(state_->mutex);
+    MutexLock lock(state_->mutex);
     return state_->valid;
   }
   double fireDate() const override {
-    std::lock_guard lock(state_->mutex);
+    MutexLock lock(state_->mutex);
     auto left = std::chrono::duration<double>(state_->deadline - SteadyClock::now()).count();
     return wallNow() + left;
   }
   void fire() override {
     std::function<void()> block;
     {
-      std::lock_guard lock(state_->mutex);
+      MutexLock lock(state_->mutex);
       if (!state_->valid) return;
       block = state_->block;
       if (!state_->repeats) state_->valid = false;
@@ -149,7 +151,7 @@ class ThreadScheduler final : public Scheduler {
 
   ~ThreadScheduler() override {
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       stopping_ = true;
     }
     wake_.notify_all();
@@ -169,8 +171,11 @@ class ThreadScheduler final : public Scheduler {
     auto state = std::make_shared<TimerState>();
     state->repeats = repeats;
     state->interval = intervalSecs;
-    state->block = std::move(block);
-    state->deadline = SteadyClock::now() + toDuration(intervalSecs);
+    {
+      MutexLock lock(state->mutex);
+      state->block = std::move(block);
+      state->deadline = SteadyClock::now() + toDuration(intervalSecs);
+    }
     push(state);
     return std::make_shared<SchedulerTimer>(state);
   }
@@ -194,26 +199,26 @@ class ThreadScheduler final : public Scheduler {
   void push(const std::shared_ptr<TimerState>& state) {
     SteadyClock::time_point deadline;
     {
-      std::lock_guard timerLock(state->mutex);
+      MutexLock timerLock(state->mutex);
       deadline = state->deadline;
     }
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       heap_.push(Entry{deadline, state});
     }
     wake_.notify_all();
   }
 
   void run() {
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     while (!stopping_) {
       if (heap_.empty()) {
-        wake_.wait(lock);
+        lock.wait(wake_);
         continue;
       }
       auto next = heap_.top().deadline;
       if (SteadyClock::now() < next) {
-        wake_.wait_until(lock, next);
+        lock.waitUntil(wake_, next);
         continue;
       }
       Entry entry = heap_.top();
@@ -227,7 +232,7 @@ class ThreadScheduler final : public Scheduler {
   void fireEntry(const Entry& entry) {
     std::function<void()> block;
     {
-      std::lock_guard timerLock(entry.state->mutex);
+      MutexLock timerLock(entry.state->mutex);
       if (!entry.state->valid) return;
       block = entry.state->block;
       if (entry.state->repeats) {
@@ -240,10 +245,11 @@ class ThreadScheduler final : public Scheduler {
     if (block) block();
   }
 
-  std::mutex mutex_;
+  Mutex mutex_;
   std::condition_variable wake_;
-  std::priority_queue<Entry, std::vector<Entry>, std::greater<Entry>> heap_;
-  bool stopping_ = false;
+  std::priority_queue<Entry, std::vector<Entry>, std::greater<Entry>> heap_
+      OSTREL_GUARDED_BY(mutex_);
+  bool stopping_ OSTREL_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

@@ -47,7 +47,7 @@ PendingPushes::PendingPushes(std::string folder) : folder_(std::move(folder)) {
 
 void PendingPushes::setCallback(Callback callback) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     callback_ = std::move(callback);
   }
   deliver();
@@ -56,7 +56,7 @@ void PendingPushes::setCallback(Callback callback) {
 void PendingPushes::add(std::shared_ptr<OLPushBase> push) {
   uint64_t number;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     number = next_++;
   }
   // Stored before it can be handed over: a push the app never took survives a
@@ -70,7 +70,7 @@ void PendingPushes::add(std::shared_ptr<OLPushBase> push) {
     path.clear();
   }
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     insert({number, std::move(path), std::move(push)});
   }
   deliver();
@@ -83,7 +83,7 @@ void PendingPushes::insert(Entry entry) {
 }
 
 void PendingPushes::deliver() {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   // Another thread is handing pushes over: it takes the new ones too, in order.
   if (delivering_) return;
   delivering_ = true;

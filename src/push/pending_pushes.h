@@ -13,6 +13,7 @@
 #include <string>
 
 #include "ostrel/ol_push.h"
+#include "platform/thread_annotations.h"
 
 namespace ostrel {
 
@@ -35,15 +36,16 @@ class PendingPushes {
     std::string file;  // empty when the push could not be stored
     std::shared_ptr<OLPushBase> push;
   };
-  void insert(Entry entry);
+  void insert(Entry entry) OSTREL_REQUIRES(mutex_);
   void deliver();
 
   const std::string folder_;
-  std::mutex mutex_;
-  Callback callback_;
-  std::deque<Entry> waiting_;  // by arrival number
-  uint64_t next_ = 0;
-  bool delivering_ = false;  // one thread hands pushes over at a time, in order
+  Mutex mutex_;
+  Callback callback_ OSTREL_GUARDED_BY(mutex_);
+  std::deque<Entry> waiting_ OSTREL_GUARDED_BY(mutex_);  // by arrival number
+  uint64_t next_ OSTREL_GUARDED_BY(mutex_) = 0;
+  bool delivering_ OSTREL_GUARDED_BY(mutex_) =
+      false;  // one thread hands pushes over at a time, in order
 };
 
 }  // namespace ostrel

@@ -140,7 +140,7 @@ void EventIntake::recover() {
 
 void EventIntake::start(Feed feed) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     feed_ = std::move(feed);
   }
   post(&EventIntake::feed);
@@ -161,12 +161,12 @@ Result<uint64_t> EventIntake::accept(const IntakeRecord& record) {
   uint64_t number;
   bool schedule;
   {
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     while (!closed_ && pending_.size() >= limits_.pendingBytes) {
       if (writeFailing_) {
         return intakeError("The event store cannot take more events: the disk refuses writes");
       }
-      spaceFreed_.wait(lock);
+      lock.wait(spaceFreed_);
     }
     if (closed_) return intakeError("The event queue is closed");
     pending_ += frame;
@@ -180,28 +180,34 @@ Result<uint64_t> EventIntake::accept(const IntakeRecord& record) {
 }
 
 uint64_t EventIntake::acceptedCount() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return accepted_;
 }
 
 uint64_t EventIntake::persistedCount() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return persisted_;
 }
 
 bool EventIntake::waitUntilPersisted(uint64_t upTo, std::chrono::milliseconds timeout) {
-  std::unique_lock lock(mutex_);
-  return persistedChanged_.wait_for(lock, timeout, [&] { return persisted_ >= upTo; });
+  MutexLock lock(mutex_);
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (persisted_ < upTo) {
+    if (lock.waitUntil(persistedChanged_, deadline) == std::cv_status::timeout) {
+      return persisted_ >= upTo;
+    }
+  }
+  return true;
 }
 
 void EventIntake::setPersistedObserver(std::function<void(uint64_t)> observer) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   persistedObserver_ = std::move(observer);
 }
 
 void EventIntake::drain() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     drainScheduled_ = false;
   }
   (void)beginWrite(std::nullopt);
@@ -211,12 +217,17 @@ void EventIntake::drain() {
 }
 
 bool EventIntake::beginWrite(std::optional<std::chrono::milliseconds> timeout) {
-  std::unique_lock lock(mutex_);
-  auto free = [&] { return !writing_; };
+  MutexLock lock(mutex_);
   if (timeout) {
-    if (!writerFree_.wait_for(lock, *timeout, free)) return false;
+    const auto deadline = std::chrono::steady_clock::now() + *timeout;
+    while (writing_) {
+      if (lock.waitUntil(writerFree_, deadline) == std::cv_status::timeout) {
+        if (writing_) return false;
+        break;
+      }
+    }
   } else {
-    writerFree_.wait(lock, free);
+    while (writing_) lock.wait(writerFree_);
   }
   writing_ = true;
   return true;
@@ -224,7 +235,7 @@ bool EventIntake::beginWrite(std::optional<std::chrono::milliseconds> timeout) {
 
 void EventIntake::endWrite() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     writing_ = false;
   }
   writerFree_.notify_all();
@@ -235,7 +246,7 @@ void EventIntake::writePendingLocked() {
   uint64_t count;
   std::string path;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (pending_.empty()) return;
     batch.swap(pending_);
     count = pendingCount_;
@@ -256,7 +267,7 @@ void EventIntake::writePendingLocked() {
   std::function<void(uint64_t)> observer;
   uint64_t persisted;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (written) {
       writeOffset_ += batch.size();
       persisted_ += count;
@@ -303,7 +314,7 @@ void EventIntake::feed() {
     uint64_t generation;
     Feed feed;
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       if (closed_ || !feed_) break;
       // Past the end of a finished (or vanished) segment: on to the next one.
       for (;;) {
@@ -330,7 +341,7 @@ void EventIntake::feed() {
     }
     // Moves the feed past bytes that hold no event, unless a failure moved it meanwhile.
     auto skipTo = [&](uint64_t offset) {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       if (generation_ == generation) feedPosition_.offset = offset;
     };
     // The buffer holds the segment from bufferStart_ on (the feed may have
@@ -372,7 +383,7 @@ void EventIntake::feed() {
       Position after{at.segment, at.offset + frame.end};
       uint64_t newCount;
       {
-        std::lock_guard lock(mutex_);
+        MutexLock lock(mutex_);
         // A failure meanwhile moved the feed back: stop handing this block on.
         if (closed_ || outstanding_ >= limits_.outstanding || generation_ != generation) break;
         feedPosition_ = after;
@@ -385,7 +396,7 @@ void EventIntake::feed() {
       ticket.wanted = [weak, generation] {
         auto self = weak.lock();
         if (!self) return false;
-        std::lock_guard lock(self->mutex_);
+        MutexLock lock(self->mutex_);
         return self->generation_ == generation && !self->closed_;
       };
       ticket.done = [weak, after, newCount, generation](bool ok) {
@@ -404,15 +415,16 @@ bool EventIntake::fedLocked(uint64_t upTo) const {
 }
 
 void EventIntake::notifyFedLocked(std::vector<std::function<void()>>& ready) {
-  auto it = std::partition(fedWaiters_.begin(), fedWaiters_.end(),
-                           [&](const auto& w) { return !fedLocked(w.first); });
+  auto it =
+      std::partition(fedWaiters_.begin(), fedWaiters_.end(),
+                     [&](const auto& w) OSTREL_REQUIRES(mutex_) { return !fedLocked(w.first); });
   for (auto i = it; i != fedWaiters_.end(); ++i) ready.push_back(std::move(i->second));
   fedWaiters_.erase(it, fedWaiters_.end());
 }
 
 void EventIntake::whenFed(uint64_t upTo, std::function<void()> then) {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (!fedLocked(upTo)) {
       fedWaiters_.emplace_back(upTo, std::move(then));
       return;
@@ -425,7 +437,7 @@ void EventIntake::applied(Position after, uint64_t newCount, uint64_t generation
   bool followUp = false;
   bool retry = false;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (generation != generation_) return;  // handed before a failure; handed again since
     --outstanding_;
     if (ok) {
@@ -462,7 +474,7 @@ void EventIntake::applied(Position after, uint64_t newCount, uint64_t generation
       auto self = weak.lock();
       if (!self) return;
       {
-        std::lock_guard lock(self->mutex_);
+        MutexLock lock(self->mutex_);
         self->feedRetryScheduled_ = false;
       }
       self->post(&EventIntake::feed);
@@ -473,7 +485,7 @@ void EventIntake::applied(Position after, uint64_t newCount, uint64_t generation
 void EventIntake::afterApplied() {
   std::vector<uint64_t> removable;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     followUpScheduled_ = false;
     removable.swap(removable_);
   }
@@ -494,7 +506,7 @@ void EventIntake::trimLocked(Position after, std::vector<uint64_t>& removable) {
 
 void EventIntake::scheduleCheckpoint() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (checkpointScheduled_) return;
     checkpointScheduled_ = true;
   }
@@ -507,7 +519,7 @@ void EventIntake::scheduleCheckpoint() {
 void EventIntake::writeCheckpoint() {
   Position at;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     checkpointScheduled_ = false;
     if (!checkpointDirty_) return;
     checkpointDirty_ = false;
@@ -521,14 +533,14 @@ void EventIntake::writeCheckpoint() {
 }
 
 bool EventIntake::isDrained() const {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return pending_.empty() && outstanding_ == 0 && feedPosition_.segment == writeSegment_ &&
          feedPosition_.offset >= writeOffset_;
 }
 
 void EventIntake::waitForProgress(std::chrono::milliseconds timeout) {
-  std::unique_lock lock(mutex_);
-  persistedChanged_.wait_for(lock, timeout);
+  MutexLock lock(mutex_);
+  lock.waitUntil(persistedChanged_, std::chrono::steady_clock::now() + timeout);
 }
 
 void EventIntake::kick() {
@@ -538,7 +550,7 @@ void EventIntake::kick() {
 void EventIntake::close(std::chrono::milliseconds timeout) {
   std::vector<std::function<void()>> waiters;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (closed_) return;
     closed_ = true;
     for (auto& w : fedWaiters_) waiters.push_back(std::move(w.second));
@@ -551,7 +563,7 @@ void EventIntake::close(std::chrono::milliseconds timeout) {
     endWrite();
   }
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     checkpointDirty_ = true;
   }
   writeCheckpoint();

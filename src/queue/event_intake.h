@@ -21,6 +21,7 @@
 #include "ostrel/platform/file_system.h"
 #include "ostrel/platform/scheduler.h"
 #include "ostrel/result.h"
+#include "platform/thread_annotations.h"
 #include "queue/intake_frame.h"
 
 namespace ostrel {
@@ -108,7 +109,8 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
 
   EventIntake(std::shared_ptr<platform::FileSystem> files,
               std::shared_ptr<platform::Scheduler> scheduler, std::string folder, Limits limits);
-  void recover();
+  // Runs before the intake is shared with any other thread, so without the lock.
+  void recover() OSTREL_NO_THREAD_SAFETY_ANALYSIS;
   std::string segmentPath(uint64_t segment) const;
   void drain();
   // Takes the writer's turn (false when `timeout` passed first) and gives it back.
@@ -122,11 +124,11 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   // work and the next hand-over happen on the intake's thread.
   void applied(Position after, uint64_t newCount, uint64_t generation, bool ok);
   void afterApplied();
-  void trimLocked(Position after, std::vector<uint64_t>& removable);
+  void trimLocked(Position after, std::vector<uint64_t>& removable) OSTREL_REQUIRES(mutex_);
   void scheduleCheckpoint();
   void writeCheckpoint();
-  void notifyFedLocked(std::vector<std::function<void()>>& ready);
-  bool fedLocked(uint64_t upTo) const;
+  void notifyFedLocked(std::vector<std::function<void()>>& ready) OSTREL_REQUIRES(mutex_);
+  bool fedLocked(uint64_t upTo) const OSTREL_REQUIRES(mutex_);
   void post(void (EventIntake::*member)());
 
   const std::shared_ptr<platform::FileSystem> files_;
@@ -138,41 +140,41 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   Feed feed_;
   uint64_t exitHook_ = 0;
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   // One writer at a time: the writer thread, or close() on another thread.
   std::condition_variable writerFree_;
-  bool writing_ = false;
+  bool writing_ OSTREL_GUARDED_BY(mutex_) = false;
   std::condition_variable persistedChanged_;
   std::condition_variable spaceFreed_;
-  std::string pending_;  // frames accepted and not written
-  uint64_t pendingCount_ = 0;
-  uint64_t accepted_ = 0;
-  uint64_t persisted_ = 0;
-  bool drainScheduled_ = false;
-  bool closed_ = false;
-  bool writeFailing_ = false;
-  double retryWriteAt_ = 0;
+  std::string pending_ OSTREL_GUARDED_BY(mutex_);  // frames accepted and not written
+  uint64_t pendingCount_ OSTREL_GUARDED_BY(mutex_) = 0;
+  uint64_t accepted_ OSTREL_GUARDED_BY(mutex_) = 0;
+  uint64_t persisted_ OSTREL_GUARDED_BY(mutex_) = 0;
+  bool drainScheduled_ OSTREL_GUARDED_BY(mutex_) = false;
+  bool closed_ OSTREL_GUARDED_BY(mutex_) = false;
+  bool writeFailing_ OSTREL_GUARDED_BY(mutex_) = false;
+  double retryWriteAt_ OSTREL_GUARDED_BY(mutex_) = 0;
   // The segment being written, and the final length of every older one.
-  uint64_t writeSegment_ = 1;
-  uint64_t writeOffset_ = 0;
-  std::map<uint64_t, uint64_t> finished_;
-  uint64_t firstNewSegment_ = 1;
+  uint64_t writeSegment_ OSTREL_GUARDED_BY(mutex_) = 1;
+  uint64_t writeOffset_ OSTREL_GUARDED_BY(mutex_) = 0;
+  std::map<uint64_t, uint64_t> finished_ OSTREL_GUARDED_BY(mutex_);
+  uint64_t firstNewSegment_ OSTREL_GUARDED_BY(mutex_) = 1;
   // Handing on: the next frame to read, the events in flight, how many events
   // of this run were handed, and the end of the last event appended.
-  Position feedPosition_;
-  uint64_t feedNewCount_ = 0;
-  uint64_t fedNew_ = 0;
-  std::size_t outstanding_ = 0;
-  uint64_t generation_ = 0;
-  Position applied_;
-  uint64_t appliedNew_ = 0;
-  bool checkpointScheduled_ = false;
-  bool checkpointDirty_ = false;
-  bool feedRetryScheduled_ = false;
-  bool followUpScheduled_ = false;
-  std::vector<uint64_t> removable_;  // segments all appended, to delete
-  std::vector<std::pair<uint64_t, std::function<void()>>> fedWaiters_;
-  std::function<void(uint64_t)> persistedObserver_;
+  Position feedPosition_ OSTREL_GUARDED_BY(mutex_);
+  uint64_t feedNewCount_ OSTREL_GUARDED_BY(mutex_) = 0;
+  uint64_t fedNew_ OSTREL_GUARDED_BY(mutex_) = 0;
+  std::size_t outstanding_ OSTREL_GUARDED_BY(mutex_) = 0;
+  uint64_t generation_ OSTREL_GUARDED_BY(mutex_) = 0;
+  Position applied_ OSTREL_GUARDED_BY(mutex_);
+  uint64_t appliedNew_ OSTREL_GUARDED_BY(mutex_) = 0;
+  bool checkpointScheduled_ OSTREL_GUARDED_BY(mutex_) = false;
+  bool checkpointDirty_ OSTREL_GUARDED_BY(mutex_) = false;
+  bool feedRetryScheduled_ OSTREL_GUARDED_BY(mutex_) = false;
+  bool followUpScheduled_ OSTREL_GUARDED_BY(mutex_) = false;
+  std::vector<uint64_t> removable_ OSTREL_GUARDED_BY(mutex_);  // segments all appended, to delete
+  std::vector<std::pair<uint64_t, std::function<void()>>> fedWaiters_ OSTREL_GUARDED_BY(mutex_);
+  std::function<void(uint64_t)> persistedObserver_ OSTREL_GUARDED_BY(mutex_);
   // Bytes of the segment being read, from `bufferStart_` on.
   std::string buffer_;
   Position bufferStart_;

@@ -52,6 +52,7 @@ std::shared_ptr<OLQueueManager> OLQueueManager::make(
   m->_config = configuration;
   m->flowStore_ = std::make_shared<OLFlowStore>("Flow");
   if (auto stored = m->flowStore_->get(StorableTraits<OLFlowEvent>::kActiveFlow, false)) {
+    MutexLock lock(m->mutex_);
     m->activeFlow = *stored;
   } else {
     logLine("Cannot read the flow in progress: " + stored.error().description());
@@ -81,7 +82,7 @@ OLQueueManager::~OLQueueManager() {
 void OLQueueManager::shutdown(std::chrono::milliseconds timeout) {
   std::vector<std::shared_ptr<FlushRun>> runs;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (shutDown_) return;
     shutDown_ = true;
     for (auto& w : flushRuns_) {
@@ -107,7 +108,7 @@ std::string OLQueueManager::currentUserId() {
 
 Result<void> OLQueueManager::queueEvent(std::shared_ptr<OLBaseEvent> event) {
   if (auto accepted = intake_->accept(OLChunkedQueue::recordOf(*event)); !accepted) {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return shutDown_ ? missingEventQueueManager() : accepted.error();
   }
   notify(OLNotification::AnalyticEventAdded, this, nullptr, event);
@@ -153,7 +154,7 @@ void OLQueueManager::resume(bool force, bool honourBackoff) {
   // cost every event the length of the backlog.
   bool add;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (shutDown_) return;
     auto last = lastFlush_.lock();
     const bool flushWaiting =
@@ -167,7 +168,7 @@ void OLQueueManager::resume(bool force, bool honourBackoff) {
 std::shared_ptr<OLConsumeBlockOperation> OLQueueManager::makeConsumeOperation(bool forceConsume) {
   AutologinStarter starter;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     starter = autologin_;
   }
   return std::make_shared<OLConsumeBlockOperation>(eventQueue_, connectorBuilder->buildConnector(),
@@ -187,7 +188,7 @@ void OLQueueManager::addConsumeOperation(bool forceConsume) {
     }
   });
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     lastFlush_ = op;
   }
   operationQueue_->addOperation(op);
@@ -197,7 +198,7 @@ bool OLQueueManager::flushSettled(const OLConsumeBlockOperation& op) {
   if (op.isCancelled()) return false;
   double delay = 0;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (shutDown_) return false;
     if (!op.outcome || !op.chunkKept) {
       backoffSecs_ = 0;
@@ -225,7 +226,7 @@ bool OLQueueManager::flushSettled(const OLConsumeBlockOperation& op) {
 
 void OLQueueManager::retryAfterBackoff() {
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     backingOff_ = false;
   }
   if (isQueueReady() || eventQueue_->snapshot().oldestCount > 0) resume(true, false);
@@ -235,7 +236,7 @@ void OLQueueManager::flushEvents(
     std::function<void(std::optional<OLError>, std::optional<Json>)> callback) {
   auto run = std::make_shared<FlushRun>(std::move(callback));
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (shutDown_) {
       run->answered = true;
     } else {
@@ -317,7 +318,7 @@ void OLQueueManager::heartbeatHandler() {
   logLine("heartbeat handler called");
   std::vector<std::string> names;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     for (const auto& [name, timer] : timers) names.push_back(name);
   }
   if (names.empty()) return;
@@ -349,7 +350,7 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
                                       std::move(customData));
       if (!timer) return timer.error();
       {
-        std::lock_guard lock(mutex_);
+        MutexLock lock(mutex_);
         if (timers.count(name)) {
           return invalidEvent("Cannot Start a timer already present", Json{{"timerName", name}});
         }
@@ -358,7 +359,7 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
       // Queued without the lock: accepting an event may call back into this
       // manager (an observer of the added notification, a ready queue).
       if (auto queued = queueEvent((*timer)->snapshot()); !queued) {
-        std::lock_guard lock(mutex_);
+        MutexLock lock(mutex_);
         if (auto it = timers.find(name); it != timers.end() && it->second == *timer)
           timers.erase(it);
         return queued;
@@ -368,7 +369,7 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
     case _EventType::TimerStop: {
       std::shared_ptr<OLTimedEvent> timer;
       {
-        std::lock_guard lock(mutex_);
+        MutexLock lock(mutex_);
         auto it = timers.find(name);
         if (it == timers.end()) {
           return invalidEvent("Timer was never started", Json{{"timerName", name}});
@@ -385,7 +386,7 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
       if (!flow) return flow.error();
       auto stage = (*flow)->snapshot();
       {
-        std::lock_guard lock(mutex_);
+        MutexLock lock(mutex_);
         activeFlow = *flow;
       }
       storeFlow(stage);
@@ -408,7 +409,7 @@ Result<void> OLQueueManager::flowOperation(const std::string& name, FlowStatus s
   std::shared_ptr<OLFlowEvent> stage;
   Result<void> moved;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     if (!activeFlow) return invalidEvent("Flow was never begun");
     if (isFinal(activeFlow->flowStatus)) {
       return OLError::LocalError(LocalErrorCodes::EventFlowInconsistance,
@@ -498,23 +499,23 @@ Result<void> OLQueueManager::generatePushRegistered(bool succeeded,
 }
 
 bool OLQueueManager::isTimedEventRunning(const std::string& name) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return timers.count(name) > 0;
 }
 
 bool OLQueueManager::isAnalyticFlowBegun() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   return activeFlow && !isFinal(activeFlow->flowStatus);
 }
 
 std::optional<std::string> OLQueueManager::currentFlowName() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   if (!activeFlow) return std::nullopt;
   return activeFlow->name;
 }
 
 void OLQueueManager::setAutologinStarter(AutologinStarter starter) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   autologin_ = std::move(starter);
 }
 

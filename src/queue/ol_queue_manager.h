@@ -25,6 +25,7 @@
 #include "ostrel/ol_push.h"
 #include "ostrel/ol_simple_object.h"
 #include "ostrel/platform/scheduler.h"
+#include "platform/thread_annotations.h"
 #include "queue/event_intake.h"
 #include "queue/flow_store.h"
 #include "queue/ol_chunked_queue.h"
@@ -135,18 +136,18 @@ class OLQueueManager : public std::enable_shared_from_this<OLQueueManager> {
   std::shared_ptr<OLFlowStore> flowStore_;
 
   // Guards everything below; never held while calling out.
-  std::mutex mutex_;
-  std::shared_ptr<OLFlowEvent> activeFlow;
-  std::map<std::string, std::shared_ptr<OLTimedEvent>> timers;
-  AutologinStarter autologin_;
+  Mutex mutex_;
+  std::shared_ptr<OLFlowEvent> activeFlow OSTREL_GUARDED_BY(mutex_);
+  std::map<std::string, std::shared_ptr<OLTimedEvent>> timers OSTREL_GUARDED_BY(mutex_);
+  AutologinStarter autologin_ OSTREL_GUARDED_BY(mutex_);
   // The flush added last; while it waits to run no other is added.
-  std::weak_ptr<AsynchronousOperation> lastFlush_;
+  std::weak_ptr<AsynchronousOperation> lastFlush_ OSTREL_GUARDED_BY(mutex_);
   // The current back-off (0 when the last flush went through) and whether an
   // automatic flush must wait for the retry timer.
-  double backoffSecs_ = 0;
-  bool backingOff_ = false;
-  bool shutDown_ = false;
-  std::vector<std::weak_ptr<FlushRun>> flushRuns_;
+  double backoffSecs_ OSTREL_GUARDED_BY(mutex_) = 0;
+  bool backingOff_ OSTREL_GUARDED_BY(mutex_) = false;
+  bool shutDown_ OSTREL_GUARDED_BY(mutex_) = false;
+  std::vector<std::weak_ptr<FlushRun>> flushRuns_ OSTREL_GUARDED_BY(mutex_);
 };
 
 }  // namespace ostrel
