@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 #include "ostrel/ol_error.h"
 #include "ostrel/platform.h"
@@ -28,7 +29,7 @@ class OstrelFacadeImpl;
 
 // Keys of the external parameters handed to getSharedInstanceWithConfig.
 // `Custom` carries a free text that is its raw value.
-class OLExternalParameterKey {
+class OSTREL_API OLExternalParameterKey {
  public:
   static OLExternalParameterKey Custom(std::string raw) {
     return OLExternalParameterKey(std::move(raw));
@@ -51,7 +52,7 @@ using ErrorCallback = std::function<void(std::optional<OLError>)>;
 using DictionaryCallback = std::function<void(std::optional<OLError>, std::optional<Json>)>;
 using TokenCallback = std::function<void(std::optional<OLError>, std::optional<std::string>)>;
 
-class Ostrel {
+class OSTREL_API Ostrel {
  public:
   static constexpr int64_t buildNumber = 615;
   // "v4.1.1 7f9b2c0 2021-04-30T16:40:40+0200"
