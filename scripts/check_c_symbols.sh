@@ -7,7 +7,10 @@
 set -euo pipefail
 library=$1 list=$2 header=$3
 
-exported=$(nm -D --defined-only "$library" | awk '$2 ~ /^[TtWw]$/ {print $3}' | sed 's/@.*//' | sort -u)
+# The C API's symbols are those under its versions (OSTREL_C_*); the C++ API's
+# have a version of their own.
+exported=$(nm -D --defined-only "$library" | awk '$2 ~ /^[TtWw]$/ && $3 ~ /@@?OSTREL_C_/ {print $3}' |
+           sed 's/@.*//' | sort -u)
 listed=$(grep -v '^#' "$list" | sed '/^$/d' | sort -u)
 
 status=0

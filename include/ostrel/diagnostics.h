@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 #include "ostrel/ol_error.h"
 #include "ostrel/platform.h"
@@ -21,13 +22,14 @@ namespace ostrel::diagnostics {
 // The Authorization header the library puts on a POST of `body` to `url`
 // at `timestamp` (whole seconds since 1970, as text). Fails for a URL without
 // a host or a group the header cannot carry.
-Result<std::string> authorizationHeader(const std::string& secret, const std::string& applicationId,
-                                        const std::optional<std::string>& group,
-                                        const std::string& url, const std::string& timestamp,
-                                        const std::string& body);
+OSTREL_API Result<std::string> authorizationHeader(const std::string& secret, const std::string& applicationId,
+                                                   const std::optional<std::string>& group,
+                                                   const std::string& url,
+                                                   const std::string& timestamp,
+                                                   const std::string& body);
 
 // The names `Request::endpoint` accepts, in the service's order.
-std::vector<std::string> endpointNames();
+OSTREL_API std::vector<std::string> endpointNames();
 
 struct Request {
   std::string secret;
@@ -47,11 +49,11 @@ using ReplyCallback = std::function<void(std::optional<OLError>, int64_t, std::o
 // platform's deployment. A request that cannot be made (unknown endpoint, a
 // group the header cannot carry) fails at once and `reply` is not called;
 // otherwise `reply` runs exactly once, on a network thread.
-Result<void> send(const Platform& platform, Request request, ReplyCallback reply);
+OSTREL_API Result<void> send(const Platform& platform, Request request, ReplyCallback reply);
 
 // What the library keeps under `storageRoot` (empty: the platform's), read
 // only: {"root", "chunks": [{"key", "events": [{"file", "event" | "error"}]}],
 // "intake": [{"file", "event" | "error"}]}. Never opens the queue itself.
-Json describeQueue(const Platform& platform, const std::string& storageRoot = "");
+OSTREL_API Json describeQueue(const Platform& platform, const std::string& storageRoot = "");
 
 }  // namespace ostrel::diagnostics

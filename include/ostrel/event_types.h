@@ -5,6 +5,8 @@
 #include <string_view>
 #include <variant>
 
+#include "ostrel/export.h"
+
 namespace ostrel {
 
 // The public event the facade asks the queue manager to build.
@@ -18,7 +20,7 @@ enum class _EventType {
   FlowCancel,
   FlowFail
 };
-class EventType {
+class OSTREL_API EventType {
  public:
   explicit EventType(_EventType type) : type(type) {}
   _EventType type;
@@ -42,15 +44,15 @@ enum class LoginType {
   withUO20credentials,
   unknown,
 };
-std::string_view rawValue(LoginType type);
-std::optional<LoginType> loginTypeFromRaw(std::string_view raw);
+OSTREL_API std::string_view rawValue(LoginType type);
+OSTREL_API std::optional<LoginType> loginTypeFromRaw(std::string_view raw);
 
 enum class LogoutType { explicit_, refresh, invalid, error, delete_, unknown };
-std::string_view rawValue(LogoutType type);
-std::optional<LogoutType> logoutTypeFromRaw(std::string_view raw);
+OSTREL_API std::string_view rawValue(LogoutType type);
+OSTREL_API std::optional<LogoutType> logoutTypeFromRaw(std::string_view raw);
 
 // A login or a logout kind.
-class IdentificationType {
+class OSTREL_API IdentificationType {
  public:
   static IdentificationType login(LoginType t) { return IdentificationType(t); }
   static IdentificationType logout(LogoutType t) { return IdentificationType(t); }
@@ -65,18 +67,18 @@ class IdentificationType {
 };
 
 enum class FlowStatus { Begun, Step, Succeeded, Canceled, Failed };
-std::string_view rawValue(FlowStatus status);
-std::optional<FlowStatus> flowStatusFromRaw(std::string_view raw);
+OSTREL_API std::string_view rawValue(FlowStatus status);
+OSTREL_API std::optional<FlowStatus> flowStatusFromRaw(std::string_view raw);
 inline bool isFinal(FlowStatus s) {
   return s != FlowStatus::Begun && s != FlowStatus::Step;
 }
 
 enum class TimerStatus { Started, Stop };
-std::string_view rawValue(TimerStatus status);
-std::optional<TimerStatus> timerStatusFromRaw(std::string_view raw);
+OSTREL_API std::string_view rawValue(TimerStatus status);
+OSTREL_API std::optional<TimerStatus> timerStatusFromRaw(std::string_view raw);
 
 enum class _RankingScope { consumption, social, editorial, unknown };
-class RankingScope {
+class OSTREL_API RankingScope {
  public:
   explicit RankingScope(_RankingScope scope) : scope(scope) {}
   // Accepts "consumption", "social", "editorial" and "unknown".
@@ -86,7 +88,7 @@ class RankingScope {
 };
 
 enum class AttachType { master, peer, unknown };
-std::string_view rawValue(AttachType type);
-std::optional<AttachType> attachTypeFromRaw(std::string_view raw);
+OSTREL_API std::string_view rawValue(AttachType type);
+OSTREL_API std::optional<AttachType> attachTypeFromRaw(std::string_view raw);
 
 }  // namespace ostrel

@@ -7,15 +7,17 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ostrel/export.h"
+
 namespace ostrel {
 
 using Json = nlohmann::ordered_json;
 
 // Compact JSON text. Never throws: invalid UTF-8 inside texts is replaced by U+FFFD.
-std::string dumpJson(const Json& value);
+OSTREL_API std::string dumpJson(const Json& value);
 
 // Parses outside input. Never throws: text that is not JSON, is not valid UTF-8,
 // or nests deeper than maxDepth yields nothing.
-std::optional<Json> parseJson(std::string_view text, int maxDepth = 256);
+OSTREL_API std::optional<Json> parseJson(std::string_view text, int maxDepth = 256);
 
 }  // namespace ostrel

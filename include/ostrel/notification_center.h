@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 
 namespace ostrel {
@@ -21,7 +22,7 @@ struct Notification {
 
 using NotificationCallback = std::function<void(const Notification&)>;
 
-class NotificationCenter {
+class OSTREL_API NotificationCenter {
  public:
   static NotificationCenter& defaultCenter();
 

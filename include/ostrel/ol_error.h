@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 
 namespace ostrel {
@@ -77,8 +78,8 @@ enum class LocalErrorCodes {
 };
 inline constexpr int kLocalErrorCodesCount = 61;
 
-std::string_view rawValue(LocalErrorCodes code);
-std::optional<LocalErrorCodes> localErrorCodeFromRaw(std::string_view raw);
+OSTREL_API std::string_view rawValue(LocalErrorCodes code);
+OSTREL_API std::optional<LocalErrorCodes> localErrorCodeFromRaw(std::string_view raw);
 
 // The service's error codes that the library reacts to by name.
 enum class OstrelErrorCodes {
@@ -93,8 +94,8 @@ enum class OstrelErrorCodes {
 };
 inline constexpr int kOstrelErrorCodesCount = 8;
 
-std::string_view rawValue(OstrelErrorCodes code);
-std::optional<OstrelErrorCodes> ostrelErrorCodeFromRaw(std::string_view raw);
+OSTREL_API std::string_view rawValue(OstrelErrorCodes code);
+OSTREL_API std::optional<OstrelErrorCodes> ostrelErrorCodeFromRaw(std::string_view raw);
 
 inline bool operator==(OstrelErrorCodes code, std::string_view text) {
   return rawValue(code) == text;
@@ -110,13 +111,13 @@ inline bool operator!=(std::string_view text, OstrelErrorCodes code) {
 }
 
 // An error of the platform underneath (transport, file system) carried inside a LocalError.
-struct PlatformError {
+struct OSTREL_API PlatformError {
   std::string domain;
   int64_t code = 0;
   std::string localizedDescription;
 };
 
-class OLError {
+class OSTREL_API OLError {
  public:
   enum class Kind { OstrelError = 0, LocalError = 1 };
 
@@ -166,8 +167,8 @@ class OLError {
 
 // The platform's textual form of an optional value: "nil", or "Optional(" + form + ")".
 // Dictionaries read ["key": value, ...], arrays [a, b], texts are double-quoted.
-std::string describeValue(const Json& value);
-std::string describeOptional(const Json* value);
-std::string describeOptional(const std::optional<std::string>& text);
+OSTREL_API std::string describeValue(const Json& value);
+OSTREL_API std::string describeOptional(const Json* value);
+OSTREL_API std::string describeOptional(const std::optional<std::string>& text);
 
 }  // namespace ostrel

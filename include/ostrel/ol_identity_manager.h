@@ -7,6 +7,7 @@
 #include <string>
 
 #include "ostrel/callbacks.h"
+#include "ostrel/export.h"
 #include "ostrel/ol_login_flow.h"
 #include "ostrel/result.h"
 
@@ -15,7 +16,7 @@ namespace ostrel {
 class ConnectorBuilder;
 class OLStatus;
 
-class OLIdentityBuilder {
+class OSTREL_API OLIdentityBuilder {
  public:
   OLIdentityBuilder(std::shared_ptr<OLStatus> state, std::shared_ptr<ConnectorBuilder> connectors)
       : state_(std::move(state)), connectors_(std::move(connectors)) {}
@@ -33,7 +34,7 @@ class OLIdentityBuilder {
   ErrorCallback callback_;
 };
 
-class OLIdentityManager {
+class OSTREL_API OLIdentityManager {
  public:
   OLIdentityManager(std::shared_ptr<OLStatus> state, std::shared_ptr<ConnectorBuilder> connectors)
       : state_(std::move(state)), connectors_(std::move(connectors)) {}

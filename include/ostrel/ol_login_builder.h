@@ -9,6 +9,7 @@
 
 #include "ostrel/callbacks.h"
 #include "ostrel/event_types.h"
+#include "ostrel/export.h"
 #include "ostrel/ol_login_flow.h"
 #include "ostrel/ol_simple_object.h"
 #include "ostrel/result.h"
@@ -19,7 +20,7 @@ class ConnectorBuilder;
 class OLStatus;
 class OLQueueManager;
 
-class OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
+class OSTREL_API OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
  public:
   static std::shared_ptr<OLLoginBuilder> make(std::shared_ptr<OLStatus> state,
                                               std::shared_ptr<ConnectorBuilder> connectorBuilder,

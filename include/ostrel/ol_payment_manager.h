@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 #include "ostrel/ol_error.h"
 #include "ostrel/result.h"
@@ -16,7 +17,7 @@ class OLConnector;
 
 enum class MarketPlace { GooglePlay, AppleStore };
 // "googlePlay", "appleStore".
-const char* rawValue(MarketPlace marketPlace);
+OSTREL_API const char* rawValue(MarketPlace marketPlace);
 
 struct TypeExtra {
   Json body = Json::object();
@@ -25,7 +26,7 @@ struct ProviderExtra {
   Json body = Json::object();
 };
 
-struct PaymentReceiptObject {
+struct OSTREL_API PaymentReceiptObject {
   std::string product, item, provider, state, type;
   std::optional<TypeExtra> typeExtra;
   std::optional<ProviderExtra> providerExtra;
@@ -42,20 +43,20 @@ struct PaymentReceiptObject {
   std::string description() const;
 };
 
-struct OLPaymentObject {
+struct OSTREL_API OLPaymentObject {
   bool isPaying = false;
   std::optional<PaymentReceiptObject> paymentReceipt;
   std::string description() const;
 };
 
-class PaymentBuilder {
+class OSTREL_API PaymentBuilder {
  public:
   // Needs "is_paying" (boolean); "payment", when present, needs the texts
   // "product", "item", "provider", "state" and "type".
   static Result<OLPaymentObject> buildPaymentObject(const Json& fromDict);
 };
 
-class OLPaymentManager {
+class OSTREL_API OLPaymentManager {
  public:
   using OfferCallback = std::function<void(std::optional<OLError>, std::optional<std::string>)>;
   using ErrorCallback = std::function<void(std::optional<OLError>)>;

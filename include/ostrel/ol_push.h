@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/export.h"
 #include "ostrel/ol_simple_object.h"
 
 namespace ostrel {
@@ -14,10 +15,10 @@ class ArchiveWriter;
 
 enum class PushNotificationType { Standard, Url, Background, Ping };
 // The type's text form, its case name: "Standard", "Url", "Background", "Ping".
-const char* rawValue(PushNotificationType type);
-std::optional<PushNotificationType> pushNotificationTypeFromRaw(const std::string& raw);
+OSTREL_API const char* rawValue(PushNotificationType type);
+OSTREL_API std::optional<PushNotificationType> pushNotificationTypeFromRaw(const std::string& raw);
 
-class OLPushBase {
+class OSTREL_API OLPushBase {
  public:
   virtual ~OLPushBase() = default;
   virtual PushNotificationType type() const { return PushNotificationType::Ping; }
@@ -31,7 +32,7 @@ class OLPushBase {
   bool isLocal = false;  // scheduled on this device rather than sent by the service
 };
 
-class OLStandardPush : public OLPushBase {
+class OSTREL_API OLStandardPush : public OLPushBase {
  public:
   PushNotificationType type() const override { return PushNotificationType::Standard; }
   std::string description() const override;
@@ -44,7 +45,7 @@ class OLStandardPush : public OLPushBase {
   std::optional<std::string> sound;
 };
 
-class OLUrlPush : public OLStandardPush {
+class OSTREL_API OLUrlPush : public OLStandardPush {
  public:
   PushNotificationType type() const override { return PushNotificationType::Url; }
   std::string description() const override;
@@ -54,7 +55,7 @@ class OLUrlPush : public OLStandardPush {
   std::string url;
 };
 
-class OLBackgroundPush : public OLPushBase {
+class OSTREL_API OLBackgroundPush : public OLPushBase {
  public:
   PushNotificationType type() const override { return PushNotificationType::Background; }
   std::string description() const override;
@@ -64,7 +65,7 @@ class OLBackgroundPush : public OLPushBase {
   std::shared_ptr<OLSimpleObject> customFields;  // always present
 };
 
-class OLPingPush : public OLPushBase {
+class OSTREL_API OLPingPush : public OLPushBase {
  public:
   std::string archiveClassName() const override { return "Ostrel.OLPingPush"; }
 };
@@ -72,13 +73,13 @@ class OLPingPush : public OLPushBase {
 // How a push reached the user, as the push events record it.
 enum class PushReceiveType { standard, background, url, ping };
 enum class PushReceiveAction { notified, opened, scheduled, urlShown };
-const char* rawValue(PushReceiveType type);
-const char* rawValue(PushReceiveAction action);
-std::optional<PushReceiveType> pushReceiveTypeFromRaw(const std::string& raw);
-std::optional<PushReceiveAction> pushReceiveActionFromRaw(const std::string& raw);
-PushReceiveType receiveTypeOf(const OLPushBase& push);
+OSTREL_API const char* rawValue(PushReceiveType type);
+OSTREL_API const char* rawValue(PushReceiveAction action);
+OSTREL_API std::optional<PushReceiveType> pushReceiveTypeFromRaw(const std::string& raw);
+OSTREL_API std::optional<PushReceiveAction> pushReceiveActionFromRaw(const std::string& raw);
+OSTREL_API PushReceiveType receiveTypeOf(const OLPushBase& push);
 
-class PushNotificationEventType {
+class OSTREL_API PushNotificationEventType {
  public:
   PushNotificationEventType(PushReceiveType type, PushReceiveAction action)
       : type(type), action(action) {}

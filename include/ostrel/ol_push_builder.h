@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 #include "ostrel/ol_push.h"
 #include "ostrel/ol_simple_object.h"
@@ -16,7 +17,7 @@
 
 namespace ostrel {
 
-class OLPushBuilder {
+class OSTREL_API OLPushBuilder {
  public:
   // Told about every push this builder schedules (the push manager records it).
   using ScheduledObserver = std::function<void(const OLPushBase&)>;

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 #include "ostrel/ol_error.h"
 #include "ostrel/ol_push.h"
@@ -25,14 +26,14 @@ class OLQueueManager;
 class PendingPushes;
 
 // What the app was launched with: the notification the user tapped, if any.
-struct LaunchOptions {
+struct OSTREL_API LaunchOptions {
   std::optional<Json> remoteNotification;
   std::optional<platform::LocalNotification> localNotification;
 };
 
 // Every call may come from any thread. Replies of the service arrive on the
 // HTTP client's thread; what a call does there is said beside it.
-class OLPushManager : public std::enable_shared_from_this<OLPushManager> {
+class OSTREL_API OLPushManager : public std::enable_shared_from_this<OLPushManager> {
  public:
   using PushCallback = std::function<void(std::shared_ptr<OLPushBase>)>;
 

@@ -11,6 +11,7 @@
 #include <variant>
 #include <vector>
 
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 #include "ostrel/result.h"
 
@@ -25,7 +26,7 @@ struct SimpleNull {
 };
 using SimpleValue = std::variant<std::string, int64_t, float, double, bool, SimpleNull>;
 
-class OLSimpleObject {
+class OSTREL_API OLSimpleObject {
  public:
   static constexpr int MAX_STR_LENGTH = 2048;
   static constexpr int MAX_SO_SIZE = 10240;

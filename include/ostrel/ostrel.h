@@ -12,6 +12,7 @@
 
 #include "ostrel/callbacks.h"
 #include "ostrel/event_types.h"
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 #include "ostrel/ol_error.h"
 #include "ostrel/ol_identity_manager.h"
@@ -29,7 +30,7 @@ class OstrelFacadeImpl;
 
 // Keys of the external parameters handed to getSharedInstanceWithConfig.
 // `Custom` carries a free text that is its raw value.
-class OLExternalParameterKey {
+class OSTREL_API OLExternalParameterKey {
  public:
   static OLExternalParameterKey Custom(std::string raw) {
     return OLExternalParameterKey(std::move(raw));
@@ -49,7 +50,7 @@ class OLExternalParameterKey {
 
 using ExternalParameters = std::map<OLExternalParameterKey, std::string>;
 
-class Ostrel {
+class OSTREL_API Ostrel {
  public:
   static constexpr int64_t buildNumber = 615;
   // "v4.1.1 7f9b2c0 2021-04-30T16:40:40+0200"

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/export.h"
 #include "ostrel/platform/clock.h"
 #include "ostrel/platform/crypto.h"
 #include "ostrel/platform/deployment.h"
@@ -25,7 +26,7 @@ namespace ostrel {
 // to the facade. Any member left empty is filled with the default implementation.
 // A Platform made in code reads no deployment or network setting from the
 // environment: it reaches the production service unless the host says otherwise.
-struct Platform {
+struct OSTREL_API Platform {
   std::shared_ptr<platform::HttpClient> http;
   std::shared_ptr<platform::Crypto> crypto;
   std::shared_ptr<platform::Clock> clock;

@@ -1,6 +1,7 @@
 #pragma once
 #include <optional>
 
+#include "ostrel/export.h"
 #include "ostrel/ol_error.h"
 
 namespace ostrel {
@@ -8,7 +9,7 @@ namespace ostrel {
 // Implemented by the host; held weakly by the library. Called after the user
 // state changed through a logout or a deletion, and when a login flow ends
 // (with its error, if any).
-class UserStateChangeListener {
+class OSTREL_API UserStateChangeListener {
  public:
   virtual ~UserStateChangeListener() = default;
   virtual void onUserStateChanged(const std::optional<OLError>& error) = 0;

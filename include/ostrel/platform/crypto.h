@@ -5,16 +5,18 @@
 #include <string>
 #include <string_view>
 
+#include "ostrel/export.h"
+
 namespace ostrel {
 
 // Hash functions available for HMAC, with their digest lengths.
 enum class CryptoAlgorithm { MD5, SHA1, SHA224, SHA256, SHA384, SHA512 };
-std::size_t digestLength(CryptoAlgorithm algorithm);
+OSTREL_API std::size_t digestLength(CryptoAlgorithm algorithm);
 
 namespace platform {
 
 // Byte strings are carried in std::string.
-class Crypto {
+class OSTREL_API Crypto {
  public:
   virtual ~Crypto() = default;
   virtual std::string hmac(CryptoAlgorithm algorithm, std::string_view key,
@@ -31,6 +33,6 @@ class Crypto {
 }  // namespace platform
 
 // Lower-case hexadecimal of bytes, two digits per byte.
-std::string hexString(std::string_view bytes);
+OSTREL_API std::string hexString(std::string_view bytes);
 
 }  // namespace ostrel

@@ -2,6 +2,7 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/export.h"
 #include "ostrel/result.h"
 
 namespace ostrel {
@@ -9,7 +10,7 @@ namespace ostrel {
 // Where the service lives. The production values are constants of the library;
 // a host (the emulator, tests, staging) may override any of them in code, or
 // take the OSTREL_* variables of its environment through Platform::fromEnvironment().
-struct Deployment {
+struct OSTREL_API Deployment {
   std::string scheme = "https";
   std::string domain = "ostrel.io";
   std::string clientApiLabel = "client";
@@ -26,7 +27,7 @@ struct Deployment {
 };
 
 // How the default HTTP client reaches the service, beyond the URL.
-struct NetworkOverrides {
+struct OSTREL_API NetworkOverrides {
   // "ADDRESS:PORT": every request connects there whatever its host name; the URL,
   // the Host header and the TLS name stay as they are. ADDRESS is a host name,
   // an IPv4 address or a bracketed IPv6 address.

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/export.h"
+
 namespace ostrel::platform {
 
 struct DeviceFactsSnapshot {
@@ -29,7 +31,7 @@ struct DeviceFactsSnapshot {
   bool isDevelopmentApp = false;
 };
 
-class DeviceFacts {
+class OSTREL_API DeviceFacts {
  public:
   virtual ~DeviceFacts() = default;
   virtual DeviceFactsSnapshot snapshot() = 0;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "ostrel/export.h"
 #include "ostrel/result.h"
 
 namespace ostrel::platform {
@@ -11,7 +12,7 @@ namespace ostrel::platform {
 // The library's files. Paths are absolute. Folders are created private to the
 // user (0700), files likewise (0600). Failures carry a PlatformError inside a
 // LocalError StorageError.
-class FileSystem {
+class OSTREL_API FileSystem {
  public:
   virtual ~FileSystem() = default;
   // The folder under which the library keeps everything (it ends in "/Ostrel").

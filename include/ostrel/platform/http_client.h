@@ -5,11 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include "ostrel/export.h"
 #include "ostrel/ol_error.h"
 
 namespace ostrel::platform {
 
-struct HttpRequest {
+struct OSTREL_API HttpRequest {
   std::string url;
   std::string method = "POST";
   std::vector<std::pair<std::string, std::string>> headers;
@@ -23,7 +24,7 @@ struct HttpRequest {
   bool bodyMayLeaveDomain = false;
 };
 
-struct HttpResponse {
+struct OSTREL_API HttpResponse {
   long status = 0;
   std::string body;      // raw bytes
   std::string finalUrl;  // after redirects
@@ -47,7 +48,7 @@ using HttpCompletion = std::function<void(std::optional<PlatformError>, HttpResp
 // Completions run on the client's own network thread, never on the caller's.
 // send() and dispatch() may be called from any thread, completions included;
 // a client may be released from its own completion.
-class HttpClient {
+class OSTREL_API HttpClient {
  public:
   virtual ~HttpClient() = default;
   virtual void send(HttpRequest request, HttpCompletion completion) = 0;

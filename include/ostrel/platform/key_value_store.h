@@ -4,6 +4,8 @@
 #include <string>
 #include <variant>
 
+#include "ostrel/export.h"
+
 namespace ostrel::platform {
 
 // A date stored in the settings: seconds since 1970.
@@ -12,7 +14,7 @@ struct SettingsDate {
   bool operator==(const SettingsDate&) const = default;
 };
 // Bytes stored in the settings (a data blob).
-struct SettingsData {
+struct OSTREL_API SettingsData {
   std::string bytes;
   bool operator==(const SettingsData&) const = default;
 };
@@ -22,7 +24,7 @@ using SettingsValue =
     std::variant<std::string, bool, int64_t, float, double, SettingsDate, SettingsData>;
 
 // Persistent key-value settings of the installation.
-class KeyValueStore {
+class OSTREL_API KeyValueStore {
  public:
   virtual ~KeyValueStore() = default;
   virtual std::optional<SettingsValue> get(const std::string& key) const = 0;

@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "ostrel/export.h"
+
 namespace ostrel::platform {
 
 enum class LifeCycleEvent {
@@ -18,7 +20,7 @@ enum class LifeCycleEvent {
 };
 
 // Any thread may report an event; observers run on the thread that reports it.
-class AppLifeCycle {
+class OSTREL_API AppLifeCycle {
  public:
   using Observer = std::function<void(LifeCycleEvent)>;
 

@@ -5,13 +5,14 @@
 #include <string>
 #include <vector>
 
+#include "ostrel/export.h"
 #include "ostrel/json.h"
 #include "ostrel/result.h"
 
 namespace ostrel::platform {
 
 // A notification shown by this device at a given instant.
-struct LocalNotification {
+struct OSTREL_API LocalNotification {
   std::string identifier;
   double fireDate = 0;  // seconds since 1970
   std::optional<std::string> alertBody;
@@ -25,7 +26,7 @@ struct LocalNotification {
 };
 
 // Schedules local notifications and hands each back when it fires.
-class LocalNotifications {
+class OSTREL_API LocalNotifications {
  public:
   using Delivery = std::function<void(const LocalNotification&)>;
   virtual ~LocalNotifications() = default;

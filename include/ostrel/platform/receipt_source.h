@@ -2,12 +2,13 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/export.h"
 #include "ostrel/result.h"
 
 namespace ostrel::platform {
 
 // Where the store receipt of the app's purchases comes from.
-class ReceiptSource {
+class OSTREL_API ReceiptSource {
  public:
   virtual ~ReceiptSource() = default;
   // The receipt's bytes at `location`, or at the platform's own location when absent.

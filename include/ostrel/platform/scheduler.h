@@ -3,10 +3,12 @@
 #include <memory>
 #include <string>
 
+#include "ostrel/export.h"
+
 namespace ostrel::platform {
 
 // A serial queue: blocks run one at a time, in order, on a thread of the queue.
-class SerialQueue {
+class OSTREL_API SerialQueue {
  public:
   virtual ~SerialQueue() = default;
   virtual void async(std::function<void()> block) = 0;
@@ -18,7 +20,7 @@ class SerialQueue {
 };
 
 // A scheduled timer. Its block runs on the scheduler's thread.
-class Timer {
+class OSTREL_API Timer {
  public:
   virtual ~Timer() = default;
   virtual void invalidate() = 0;
@@ -29,7 +31,7 @@ class Timer {
   virtual void fire() = 0;
 };
 
-class Scheduler {
+class OSTREL_API Scheduler {
  public:
   virtual ~Scheduler() = default;
   virtual std::shared_ptr<SerialQueue> makeSerialQueue(std::string label) = 0;
