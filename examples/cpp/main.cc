@@ -113,6 +113,9 @@ int main(int argc, char** argv) {
   // build takes the deployment from the environment.
   auto platform = ostrel::Platform::fromEnvironment();
   if (!platform) return ok(platform.error(), "environment"), 1;
+  // Who this application is, as the service sees it (session start, push
+  // registration, store receipts).
+  platform->app = {"io.ostrel.cpp-example", "1.0", "1", /*development=*/true};
   auto started = ostrel::Ostrel::getSharedInstanceWithConfig("demo-secret", nullptr, std::nullopt,
                                                              std::move(*platform));
   if (!started) return ok(started.error(), "start"), 1;

@@ -79,6 +79,7 @@ def _declare(lib):
         "ostrel_config_set_service": (c_int, [c_void_p, c_char_p, c_char_p, pp]),
         "ostrel_config_set_network": (c_int, [c_void_p, c_char_p, c_char_p, pp]),
         "ostrel_config_set_app_identity": (c_int, [c_void_p, c_char_p, c_char_p, c_char_p, pp]),
+        "ostrel_config_set_development": (c_int, [c_void_p, c_int, pp]),
         "ostrel_config_set_custom_data_json": (c_int, [c_void_p, c_char_p, pp]),
         "ostrel_config_set_log_callback": (c_int, [c_void_p, _TEXT_FN, c_void_p, pp]),
         "ostrel_start": (c_int, [c_void_p, pp, pp]),
@@ -191,7 +192,7 @@ class Ostrel:
     """The process-wide library instance: one per process, as in every language."""
 
     def __init__(self, secret, *, storage_dir=None, environment_deployment=False, domain=None,
-                 scheme=None, connect_to=None, ca_file=None, app_identity=None,
+                 scheme=None, connect_to=None, ca_file=None, app_identity=None, development=None,
                  custom_data=None, log=None, library=None):
         self._lib = lib = load_library(library)
         self._keep = {}  # C callbacks the library may still call, by id
@@ -213,6 +214,8 @@ class Ostrel:
             if app_identity:
                 _check(lib, lib.ostrel_config_set_app_identity, config,
                        *[_text(part) for part in app_identity])
+            if development is not None:
+                _check(lib, lib.ostrel_config_set_development, config, 1 if development else 0)
             if custom_data is not None:
                 _check(lib, lib.ostrel_config_set_custom_data_json, config, _json(custom_data))
             if log is not None:

@@ -167,14 +167,19 @@ OSTREL_C_API ostrel_code_t ostrel_config_set_service(ostrel_config_t* config, co
 OSTREL_C_API ostrel_code_t ostrel_config_set_network(ostrel_config_t* config,
                                                      const char* connect_to, const char* ca_file,
                                                      ostrel_error_t** error);
-/* The host application's identity as the device information reports it
- * ("app_identifier", "app_version", "app_build"); NULL leaves a field at its
- * default ("unknown"). */
+/* The host application's identity as the service sees it in the session
+ * start, the push registration and store receipts ("app_identifier",
+ * "app_version", "app_build"); NULL leaves a field at its default ("unknown").
+ * ostrel_start refuses a text with a control character or over 256 bytes. */
 OSTREL_C_API ostrel_code_t ostrel_config_set_app_identity(ostrel_config_t* config,
                                                           const char* app_identifier,
                                                           const char* app_version,
                                                           const char* app_build,
                                                           ostrel_error_t** error);
+/* Whether the host is a development build (non-zero): a sandbox secret then
+ * prints no release warning. Unset: not a development build. */
+OSTREL_C_API ostrel_code_t ostrel_config_set_development(ostrel_config_t* config, int development,
+                                                         ostrel_error_t** error);
 /* Custom data (a JSON object of texts, numbers, booleans and nulls) carried
  * by the start-up session event. */
 OSTREL_C_API ostrel_code_t ostrel_config_set_custom_data_json(ostrel_config_t* config,

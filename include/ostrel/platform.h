@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "ostrel/app_info.h"
 #include "ostrel/export.h"
 #include "ostrel/platform/clock.h"
 #include "ostrel/platform/crypto.h"
@@ -43,6 +44,8 @@ struct OSTREL_API Platform {
   // Where the default file system keeps the library's files when `files` is
   // empty; unset: the default storage root (see defaults()).
   std::optional<std::string> storageRoot;
+  // The host application's identity, laid over what `deviceFacts` reports.
+  AppInfo app;
   Deployment deployment;
   // How the default HTTP client (made when `http` is empty) reaches the service.
   NetworkOverrides network;

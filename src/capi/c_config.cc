@@ -95,9 +95,18 @@ ostrel_code_t ostrel_config_set_app_identity(ostrel_config_t* config, const char
     OSTREL_C_CHECK(readOptionalText(app_identifier, "app_identifier", id, error));
     OSTREL_C_CHECK(readOptionalText(app_version, "app_version", version, error));
     OSTREL_C_CHECK(readOptionalText(app_build, "app_build", build, error));
-    if (id) config->appIdentifier = std::move(id);
-    if (version) config->appVersion = std::move(version);
-    if (build) config->appBuild = std::move(build);
+    if (id) config->app.identifier = std::move(*id);
+    if (version) config->app.version = std::move(*version);
+    if (build) config->app.build = std::move(*build);
+    return OSTREL_OK;
+  });
+}
+
+ostrel_code_t ostrel_config_set_development(ostrel_config_t* config, int development,
+                                            ostrel_error_t** error) {
+  return guarded(error, [&] {
+    OSTREL_C_CHECK(needConfig(config, error));
+    config->app.development = development != 0;
     return OSTREL_OK;
   });
 }

@@ -13,7 +13,7 @@ struct ostrel_config {
   std::optional<std::string> storageDir;
   bool useEnvironment = false;
   std::optional<std::string> domain, scheme, connectTo, caFile;
-  std::optional<std::string> appIdentifier, appVersion, appBuild;
+  ostrel::AppInfo app;
   std::shared_ptr<ostrel::OLSimpleObject> customData;
   ostrel::ExternalParameters externalParameters;
   ostrel_log_fn log = nullptr;

@@ -21,27 +21,6 @@ class CallbackLogSink final : public platform::LogSink {
   void* userData_;
 };
 
-// The device facts of the defaults, with the app identity the host gave.
-class AppIdentityFacts final : public platform::DeviceFacts {
- public:
-  AppIdentityFacts(std::shared_ptr<platform::DeviceFacts> facts, const ostrel_config& config)
-      : facts_(std::move(facts)),
-        identifier_(config.appIdentifier),
-        version_(config.appVersion),
-        build_(config.appBuild) {}
-  platform::DeviceFactsSnapshot snapshot() override {
-    auto s = facts_->snapshot();
-    if (identifier_) s.appIdentifier = *identifier_;
-    if (version_) s.appVersion = *version_;
-    if (build_) s.appBuild = *build_;
-    return s;
-  }
-
- private:
-  std::shared_ptr<platform::DeviceFacts> facts_;
-  std::optional<std::string> identifier_, version_, build_;
-};
-
 }  // namespace
 
 Result<Platform> platformFor(const ostrel_config& config) {
@@ -64,10 +43,7 @@ Result<Platform> platformFor(const ostrel_config& config) {
     p.storageRoot = *config.storageDir;
   }
   if (config.log) p.log = std::make_shared<CallbackLogSink>(config.log, config.logUserData);
-  if (config.appIdentifier || config.appVersion || config.appBuild) {
-    p = p.completed();
-    p.deviceFacts = std::make_shared<AppIdentityFacts>(p.deviceFacts, config);
-  }
+  p.app = config.app;
   return p;
 }
 

@@ -10,7 +10,8 @@ namespace ostrel {
 
 // The deployment (and, for the default HTTP client, the network overrides)
 // are valid, and a distribution group among the external parameters can
-// travel in a header.
+// travel in a header. The app identity's texts, which go into JSON bodies,
+// are UTF-8 without control characters and of a sane length.
 Result<void> checkStartupInput(const Platform& platform,
                                const std::optional<ExternalParameters>& dictParameters);
 

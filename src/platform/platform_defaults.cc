@@ -1,5 +1,7 @@
 #include "platform/defaults.h"
 
+#include "platform/app_info_facts.h"
+
 namespace ostrel {
 
 Platform Platform::defaults() {
@@ -20,6 +22,9 @@ Platform Platform::completed() const {
   }
   if (!p.scheduler) p.scheduler = platform::makeThreadScheduler();
   if (!p.deviceFacts) p.deviceFacts = platform::makeLinuxDeviceFacts(p.settings, p.crypto);
+  // Laying the same identity over facts that already carry it changes nothing,
+  // so completing twice is harmless.
+  if (!p.app.empty()) p.deviceFacts = platform::withAppInfo(p.deviceFacts, p.app);
   if (!p.lifeCycle) p.lifeCycle = std::make_shared<platform::AppLifeCycle>();
   if (!p.remoteNotifications) p.remoteNotifications = platform::makeDesktopRemoteNotifications();
   if (!p.localNotifications) {
