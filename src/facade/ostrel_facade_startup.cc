@@ -82,10 +82,12 @@ void OstrelFacadeImpl::observeLifeCycle(std::weak_ptr<Ostrel> facade) {
               std::lock_guard lock(self->impl().managersMutex);
               push = self->impl().pushManager;
             }
-            if (push) push->terminationActions();
-            // Whatever is queued is already on disk; give a last flush a chance.
-            queue->async([manager] {
-              if (auto mm = manager.lock()) mm->OperationQueueResume(true);
+            // The process is about to end: the push reminder, then the orderly
+            // shutdown, which writes whatever was accepted and abandons the
+            // network (what is queued goes at the next start).
+            queue->async([push, manager] {
+              if (push) push->terminationActions();
+              if (auto mm = manager.lock()) mm->shutdown(std::chrono::milliseconds(1000));
             });
             break;
           }

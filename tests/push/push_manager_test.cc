@@ -265,8 +265,9 @@ TEST_F(PushManagerTest, AnUnseenUrlPushComesBackAfterTermination) {
           R"({"aps":{"t":"U","alert":"read"},"push_id":"u9","url":"https://ostrel.test/r"})"),
       false));
   platform_.platform().lifeCycle->willTerminate();
-  auto pending = platform_.platform().localNotifications->pending();
-  ASSERT_EQ(pending.size(), 1u);
+  auto& notifications = *platform_.platform().localNotifications;
+  ASSERT_TRUE(test::eventually([&] { return notifications.pending().size() == 1u; }));
+  auto pending = notifications.pending();
   EXPECT_EQ(pending[0].userInfo["url"], "https://ostrel.test/r");
   EXPECT_EQ(pending[0].alertBody, "read");
 }

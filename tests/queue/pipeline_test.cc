@@ -152,18 +152,6 @@ TEST_F(PipelineTest, ARestartWithABacklogDeliversEverything) {
   EXPECT_EQ(firstStarts, 1) << "only the very first start is a first start";
 }
 
-TEST_F(PipelineTest, BackgroundHoldsTheQueueForegroundFlushesIt) {
-  auto o = start();
-  ASSERT_FALSE(flush(*o));
-  auto& lifeCycle = *runtime::current().lifeCycle;
-  lifeCycle.didEnterBackground();
-  for (int i = 0; i < 12; ++i) ASSERT_TRUE(o->sendEvent("while_away"));
-  std::this_thread::sleep_for(100ms);
-  EXPECT_EQ(names("custom event").size(), 0u);
-  lifeCycle.willEnterForeground();
-  EXPECT_TRUE(eventually([&] { return names("custom event").size() == 12u; }));
-}
-
 TEST_F(PipelineTest, A205ReplyStartsAnAutologin) {
   auto o = start();
   auto builder = *o->getLoginBuilder();
