@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <future>
+#include <memory>
 #include <set>
 #include <string>
 #include <thread>
@@ -51,6 +52,11 @@ int main() {
     }
   }
 
+  // Who the demo is, as the service sees it, and its own life cycle to post to.
+  platform->app = {"io.ostrel.demo", "1.0", "1", /*development=*/true};
+  auto lifeCycle = std::make_shared<ostrel::platform::AppLifeCycle>();
+  platform->lifeCycle = lifeCycle;
+
   auto facade =
       ostrel::Ostrel::getSharedInstanceWithConfig(kSecret, nullptr, std::nullopt, *platform);
   if (!facade) {
@@ -85,6 +91,11 @@ int main() {
         flushed.set_value();
       });
   flushed.get_future().wait();
+
+  // In the background events are kept on disk, not sent; the foreground sends them.
+  lifeCycle->didEnterBackground();
+  (void)ostrel.sendEvent("while_in_background");
+  lifeCycle->willEnterForeground();
 
   // A user signs up, then the events the emulator received.
   auto builder = *ostrel.getLoginBuilder();
