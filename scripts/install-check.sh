@@ -26,6 +26,15 @@ trap cleanup EXIT
 prefix="$work/prefix"
 step() { echo "== install-check: $*"; }
 
+step "a library-only configure looks for nothing but the library's own dependencies"
+rm -rf "$build/library-only"
+cmake -S "$root" -B "$build/library-only" -G Ninja -DOSTREL_BUILD_EMULATOR=OFF -DOSTREL_BUILD_TESTS=OFF \
+  -DOSTREL_BUILD_BENCH=OFF -DOSTREL_BUILD_PROGRAMS=OFF >/dev/null
+if grep -Eiq '^(httplib|sqlite3|gtest|benchmark)_' "$build/library-only/CMakeCache.txt"; then
+  grep -Ei '^(httplib|sqlite3|gtest|benchmark)_' "$build/library-only/CMakeCache.txt" | head
+  echo "the library-only configure looked for the emulator's, tests' or bench's packages"; exit 1
+fi
+
 step "library, programs and the C++ example by add_subdirectory"
 launcher=()
 if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
