@@ -42,14 +42,16 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
     const std::optional<ExternalParameters>& dictParameters, Platform platform) {
   if (auto ok = checkStartupInput(platform, dictParameters); !ok) return ok.error();
   runtime::install(std::move(platform));
+  const Platform& installed = runtime::current();
   auto impl = std::make_unique<OstrelFacadeImpl>(
-      conf, OstrelEnvironment(conf, OLDeviceUtils::isDevelopmentApp()));
-  impl->_deviceInfo = std::make_shared<DeviceInformation>();
+      conf, OstrelEnvironment(conf, OLDeviceUtils::isDevelopmentApp(*installed.deviceFacts),
+                              *installed.log));
+  impl->_deviceInfo = std::make_shared<DeviceInformation>(installed.deviceFacts->snapshot());
   // The service knows the installation by its device identifier.
   impl->_connetionBuilder = std::make_shared<ConnectorBuilder>(
-      impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
-      impl->_environment.isSandbox(), impl->_environment.isDev(), impl->_conf.connectionTimeoutSecs,
-      runtime::deployment());
+      runtime::shared(), impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
+      impl->_environment.isSandbox(), impl->_environment.isDev(),
+      impl->_conf.connectionTimeoutSecs);
   auto status =
       makeOstrelStatus(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
   if (!status) {

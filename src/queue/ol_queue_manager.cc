@@ -50,14 +50,15 @@ std::shared_ptr<OLQueueManager> OLQueueManager::make(
   m->_ostrelStatus = std::move(ostrelStatus);
   m->connectorBuilder = std::move(connectorBuilder);
   m->_config = configuration;
-  m->flowStore_ = std::make_shared<OLFlowStore>("Flow");
+  m->flowStore_ = std::make_shared<OLFlowStore>(runtime::shared(), "Flow");
   if (auto stored = m->flowStore_->get(StorableTraits<OLFlowEvent>::kActiveFlow, false)) {
     MutexLock lock(m->mutex_);
     m->activeFlow = *stored;
   } else {
     logLine("Cannot read the flow in progress: " + stored.error().description());
   }
-  m->eventQueue_ = std::make_shared<OLChunkedQueue>("EventQueue", configuration.chunkSizeBytes);
+  m->eventQueue_ = std::make_shared<OLChunkedQueue>(runtime::shared(), "EventQueue",
+                                                    configuration.chunkSizeBytes);
   const auto& platform = runtime::current();
   m->dispatchQueue_ = platform.scheduler->makeSerialQueue("com.QueueManager.OstrelClient");
   m->operationQueue_ = OperationQueue::make(m->dispatchQueue_);
