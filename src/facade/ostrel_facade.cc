@@ -64,8 +64,8 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
         Json{{"error", cause.description()}, {"cause", cause.extra() ? *cause.extra() : Json()}});
   }
   impl->_ostrelStatus = std::move(*status);
-  impl->eventManager =
-      OLQueueManager::make(impl->_connetionBuilder, impl->_conf, impl->_ostrelStatus);
+  impl->eventManager = OLQueueManager::make(runtime::shared(), impl->_connetionBuilder, impl->_conf,
+                                            impl->_ostrelStatus);
   // Logouts and deletions are recorded as logout events.
   std::weak_ptr<OLQueueManager> manager = impl->eventManager;
   impl->_ostrelStatus->userState()->setLogoutEventSink(

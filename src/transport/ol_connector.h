@@ -60,6 +60,7 @@ class OLConnector {
 
   const std::string& identifier() const { return identifier_; }
   double timeoutInterval() const { return timeoutInterval_; }
+  const Platform& platform() const { return *platform_; }
 
  private:
   std::string identifier_;

@@ -82,7 +82,7 @@ TEST(FaultCampaign, NothingLostNothingWronglyKeptAndTheQueueDrains) {
                                          false, false, config.connectionTimeoutSecs);
   auto status = *makeOstrelStatus(config, device, connectors, nullptr);
   ASSERT_TRUE(status);
-  auto manager = OLQueueManager::make(connectors, config, status);
+  auto manager = OLQueueManager::make(runtime::shared(), connectors, config, status);
   auto flush = [&] {
     std::promise<void> done;
     manager->flushEvents([&](std::optional<OLError>, std::optional<Json>) { done.set_value(); });

@@ -33,7 +33,7 @@ TEST(QueueManagerTimersTest, HeartbeatAndExpiryWork) {
                                                        "demo-secret", false, false, false, 15);
   auto status = *makeOstrelStatus(config, device, connectors, nullptr);
   ASSERT_TRUE(status);
-  auto manager = OLQueueManager::make(connectors, config, status);
+  auto manager = OLQueueManager::make(runtime::shared(), connectors, config, status);
   ASSERT_TRUE(manager->addEvent("watch", EventType(_EventType::TimerStart), nullptr));
   // Nobody flushes: the expire timer does, and the heartbeat names the running timer.
   EXPECT_TRUE(eventually([&] {
