@@ -14,6 +14,7 @@
 #include "emulator/control_api.h"
 #include "emulator/reply.h"
 #include "emulator/service.h"
+#include "platform/defaults.h"
 #include "transport/ol_connector.h"
 
 namespace ostrel::emulator {
@@ -403,8 +404,9 @@ bool Emulator::authorize(const httplib::Request& req, httplib::Response& res) {
   const std::string host =
       req.get_header_value("Host").substr(0, req.get_header_value("Host").find(':'));
   const std::string signedBody = isValidUtf8(req.body) ? req.body : "";
+  const auto crypto = platform::makeOpenSslCrypto();
   auto signatureWith = [&](const std::string& secret) {
-    return OLConnector::getImeldStr(secret, host + req.path, "POST", signedBody, "",
+    return OLConnector::getImeldStr(*crypto, secret, host + req.path, "POST", signedBody, "",
                                     p["timestamp"]);
   };
   for (const auto& [id, secret] : options_.apps) {

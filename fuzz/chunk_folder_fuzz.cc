@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)files.writeFileAtomic(folder + "/" + name, content);
   }
 
-  ostrel::OLChunkedQueue queue("FuzzQueue", 2048);
+  ostrel::OLChunkedQueue queue(ostrel::fuzz::quietPlatform(), "FuzzQueue", 2048);
   (void)queue.count();
   // Every chunk comes out once, then the queue is empty and still takes events.
   for (int guard = 0; guard < 64; ++guard) {

@@ -15,7 +15,17 @@ class Quiet : public platform::LogSink {
   void write(std::string_view) override {}
 };
 
+PlatformRef& quiet() {
+  static PlatformRef made;
+  return made;
+}
+
 }  // namespace
+
+const PlatformRef& quietPlatform() {
+  installQuietPlatform();
+  return quiet();
+}
 
 const std::string& installQuietPlatform() {
   static const std::string root = [] {
@@ -29,6 +39,7 @@ const std::string& installQuietPlatform() {
     platform.files = platform::makePosixFileSystem(folder);
     platform.settings = platform::makeFileSettingsStore(platform.files, folder + "/settings.json");
     runtime::install(platform);
+    quiet() = std::make_shared<const Platform>(runtime::current());
     // The folder goes with the process, whatever way it ends.
     std::atexit([] {
       std::error_code ec;

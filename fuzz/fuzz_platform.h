@@ -6,10 +6,14 @@
 #include <string>
 #include <string_view>
 
+#include "platform/platform_ref.h"
+
 namespace ostrel::fuzz {
 
 // Installs the platform on first call; returns the storage root.
 const std::string& installQuietPlatform();
+// The same platform, for the components a target builds.
+const PlatformRef& quietPlatform();
 
 inline std::string_view bytesOf(const uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};

@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   response.body = input.ConsumeRemainingBytesAsString();
   ostrel::OLConnector::parseResponse(
-      transportError, response, "ostrel.example",
+      transportError, response, "ostrel.example", *ostrel::fuzz::quietPlatform()->log,
       [](std::optional<ostrel::OLError> error, int64_t status, std::optional<ostrel::Json> reply) {
         if (error) {
           (void)error->description();

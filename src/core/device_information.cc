@@ -4,12 +4,8 @@
 #include <cstdlib>
 
 #include "ostrel/ostrel.h"
-#include "platform/runtime.h"
 
 namespace ostrel {
-
-DeviceInformation::DeviceInformation()
-    : DeviceInformation(runtime::current().deviceFacts->snapshot()) {}
 
 DeviceInformation::DeviceInformation(const platform::DeviceFactsSnapshot& f)
     : screenHeight(f.screenHeight),
@@ -99,8 +95,8 @@ bool DeviceInformation::isUnitTesting() {
   return v != nullptr && std::string(v) == "true";
 }
 
-bool OLDeviceUtils::isDevelopmentApp() {
-  return runtime::current().deviceFacts->snapshot().isDevelopmentApp;
+bool OLDeviceUtils::isDevelopmentApp(platform::DeviceFacts& facts) {
+  return facts.snapshot().isDevelopmentApp;
 }
 
 }  // namespace ostrel

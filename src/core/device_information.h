@@ -12,8 +12,9 @@ namespace ostrel {
 
 class DeviceInformation {
  public:
-  // Gathers the facts from the installed platform.
-  DeviceInformation();
+  // Empty: what a decoder fills.
+  DeviceInformation() = default;
+  // The facts of the platform's snapshot.
   explicit DeviceInformation(const platform::DeviceFactsSnapshot& facts);
   // Rebuilds a snapshot from its dictionary (a stored session event).
   static DeviceInformation fromDictionary(const Json& dictionary);
@@ -49,7 +50,7 @@ class DeviceInformation {
 
 class OLDeviceUtils {
  public:
-  static bool isDevelopmentApp();
+  static bool isDevelopmentApp(platform::DeviceFacts& facts);
 };
 
 }  // namespace ostrel

@@ -1,12 +1,6 @@
 #include "core/ol_default.h"
 
-#include "platform/runtime.h"
-
 namespace ostrel {
-
-OLDefault OLDefault::shared() {
-  return OLDefault(runtime::current().settings);
-}
 
 void OLDefault::removeAll(const std::optional<std::string>& bundleIdentifier) {
   // One settings domain per installation: the bundle identifier only guards the call.

@@ -40,8 +40,6 @@ struct RawValueTraits {
 
 class OLDefault {
  public:
-  // Wraps the installed platform's settings store.
-  static OLDefault shared();
   explicit OLDefault(std::shared_ptr<platform::KeyValueStore> userDefaults)
       : userDefaults_(std::move(userDefaults)) {}
 

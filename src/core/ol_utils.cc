@@ -1,7 +1,6 @@
 #include "core/ol_utils.h"
 
 #include "platform/fatal.h"
-#include "platform/runtime.h"
 
 namespace ostrel {
 
@@ -21,13 +20,13 @@ const std::array<std::string_view, 94>& OLUtils::charset() {
   return chars;
 }
 
-std::string OLUtils::generateRandomString(int length) {
+std::string OLUtils::generateRandomString(const platform::Crypto& crypto, int length) {
   if (length < 0) fatal("generateRandomString needs a length of zero or more");
   std::string out;
   out.reserve(static_cast<std::size_t>(length));
   const auto& chars = charset();
   for (int i = 0; i < length; ++i) {
-    out += chars[runtime::crypto().randomUniform(static_cast<uint32_t>(chars.size()))];
+    out += chars[crypto.randomUniform(static_cast<uint32_t>(chars.size()))];
   }
   return out;
 }

@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "ostrel/platform/crypto.h"
+
 namespace ostrel {
 
 class OLUtils {
@@ -11,7 +13,7 @@ class OLUtils {
   static const std::array<std::string_view, 94>& charset();
   // `length` characters drawn uniformly and independently from the charset
   // with the platform's secure random source. A negative length is fatal.
-  static std::string generateRandomString(int length);
+  static std::string generateRandomString(const platform::Crypto& crypto, int length);
 };
 
 }  // namespace ostrel

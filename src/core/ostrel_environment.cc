@@ -1,13 +1,12 @@
 #include "core/ostrel_environment.h"
 
-#include "platform/runtime.h"
-
 namespace ostrel {
 
-OstrelEnvironment::OstrelEnvironment(std::string_view secret, bool isDevelopmentApp)
+OstrelEnvironment::OstrelEnvironment(std::string_view secret, bool isDevelopmentApp,
+                                     platform::LogSink& log)
     : isSandbox_(secret.find('_') != std::string_view::npos) {
   if (isSandbox_ && !isDevelopmentApp) {
-    logLine("Warning using sandbox environment in a Release application!!");
+    log.write("Warning using sandbox environment in a Release application!!");
   }
 }
 

@@ -6,7 +6,7 @@
 
 #include "core/ostrel_api_endpoint.h"
 #include "events/event_archive.h"
-#include "platform/runtime.h"
+#include "platform/defaults.h"
 #include "queue/event_intake.h"
 #include "transport/connector_builder.h"
 #include "transport/ol_connector.h"
@@ -29,8 +29,10 @@ Result<std::string> authorizationHeader(const std::string& secret, const std::st
   }
   // A body that is not UTF-8 cannot be sent as text, and the connector signs it as empty.
   const std::string signedBody = isValidUtf8(body) ? body : "";
-  const std::string signature =
-      OLConnector::getImeldStr(secret, host + urlPath(url), "POST", signedBody, "", timestamp);
+  // A pure computation: the default crypto signs as any platform's would.
+  const auto crypto = platform::makeOpenSslCrypto();
+  const std::string signature = OLConnector::getImeldStr(*crypto, secret, host + urlPath(url),
+                                                         "POST", signedBody, "", timestamp);
   return OLConnector::authorizationHeader(applicationId, group, signature, timestamp);
 }
 
@@ -53,14 +55,11 @@ Result<void> send(const Platform& platform, Request request, ReplyCallback reply
       return checked.error();
     }
   }
-  // The connector reaches the HTTP client and the clock through the installed
-  // platform, as the facade's components do: install this one, as a facade's
-  // construction would.
-  runtime::install(platform);
   // The connector lives until its answer: the HTTP client holds the callback.
   auto connector = std::make_shared<OLConnector>(
       request.applicationId, request.secret, false, request.sandbox, request.dev,
-      [group = request.group] { return group; }, request.timeoutSecs, runtime::deployment());
+      [group = request.group] { return group; }, request.timeoutSecs,
+      std::make_shared<const Platform>(platform.completed()));
   connector->send(*endpoint, request.body,
                   [connector, reply = std::move(reply)](std::optional<OLError> error,
                                                         int64_t status, std::optional<Json> body) {

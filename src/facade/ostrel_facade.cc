@@ -42,14 +42,16 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
     const std::optional<ExternalParameters>& dictParameters, Platform platform) {
   if (auto ok = checkStartupInput(platform, dictParameters); !ok) return ok.error();
   runtime::install(std::move(platform));
+  const Platform& installed = runtime::current();
   auto impl = std::make_unique<OstrelFacadeImpl>(
-      conf, OstrelEnvironment(conf, OLDeviceUtils::isDevelopmentApp()));
-  impl->_deviceInfo = std::make_shared<DeviceInformation>();
+      conf, OstrelEnvironment(conf, OLDeviceUtils::isDevelopmentApp(*installed.deviceFacts),
+                              *installed.log));
+  impl->_deviceInfo = std::make_shared<DeviceInformation>(installed.deviceFacts->snapshot());
   // The service knows the installation by its device identifier.
   impl->_connetionBuilder = std::make_shared<ConnectorBuilder>(
-      impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
-      impl->_environment.isSandbox(), impl->_environment.isDev(), impl->_conf.connectionTimeoutSecs,
-      runtime::deployment());
+      runtime::shared(), impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
+      impl->_environment.isSandbox(), impl->_environment.isDev(),
+      impl->_conf.connectionTimeoutSecs);
   auto status =
       makeOstrelStatus(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
   if (!status) {
@@ -62,8 +64,8 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
         Json{{"error", cause.description()}, {"cause", cause.extra() ? *cause.extra() : Json()}});
   }
   impl->_ostrelStatus = std::move(*status);
-  impl->eventManager =
-      OLQueueManager::make(impl->_connetionBuilder, impl->_conf, impl->_ostrelStatus);
+  impl->eventManager = OLQueueManager::make(runtime::shared(), impl->_connetionBuilder, impl->_conf,
+                                            impl->_ostrelStatus);
   // Logouts and deletions are recorded as logout events.
   std::weak_ptr<OLQueueManager> manager = impl->eventManager;
   impl->_ostrelStatus->userState()->setLogoutEventSink(

@@ -44,6 +44,8 @@ class OstrelFacadeImpl {
   std::mutex managersMutex;
   uint64_t refreshObserver = 0;
   int lifeCycleObserver = 0;
+  // The life cycle observed: another facade may have installed its own since.
+  std::shared_ptr<platform::AppLifeCycle> lifeCycle;
   std::shared_ptr<platform::SerialQueue> terminateQueue;
 };
 

@@ -15,7 +15,7 @@ namespace ostrel {
 
 OstrelFacadeImpl::~OstrelFacadeImpl() {
   if (refreshObserver) NotificationCenter::defaultCenter().removeObserver(refreshObserver);
-  if (lifeCycleObserver) runtime::current().lifeCycle->removeObserver(lifeCycleObserver);
+  if (lifeCycleObserver) lifeCycle->removeObserver(lifeCycleObserver);
   // Others may still hold the manager (a login flow under way): stop it now.
   if (eventManager) eventManager->shutdown(std::chrono::milliseconds(1000));
 }
@@ -63,7 +63,8 @@ void OstrelFacadeImpl::startSession() {
 void OstrelFacadeImpl::observeLifeCycle(std::weak_ptr<Ostrel> facade) {
   terminateQueue = runtime::scheduler().makeSerialQueue("io.ostrel.AppWillTerminate");
   std::weak_ptr<OLQueueManager> manager = eventManager;
-  lifeCycleObserver = runtime::current().lifeCycle->addObserver(
+  lifeCycle = runtime::current().lifeCycle;
+  lifeCycleObserver = lifeCycle->addObserver(
       [facade, manager, queue = terminateQueue](platform::LifeCycleEvent event) {
         auto self = facade.lock();
         auto m = manager.lock();

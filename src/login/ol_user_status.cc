@@ -26,8 +26,9 @@ Result<std::shared_ptr<OLUserStatus>> OLUserStatus::make(
   status->_config = configuration;
   status->anonymousToken_ = "A_" + deviceId;
   status->connectorBuilder_ = std::move(connectorBuilder);
-  status->storedTokens_ = std::make_unique<OLMap<Token>>("UserTokens");
-  status->storedUserMetaInfo_ = std::make_unique<OLTypedStack<OLUserMetaInfo>>("UserMetaInfo");
+  status->storedTokens_ = std::make_unique<OLMap<Token>>(runtime::shared(), "UserTokens");
+  status->storedUserMetaInfo_ =
+      std::make_unique<OLTypedStack<OLUserMetaInfo>>(runtime::shared(), "UserMetaInfo");
   // Restored directly: the persistence hook does not run for what is already stored.
   auto token = status->storedTokens_->get(std::string(kAutologinKey), false);
   if (!token) return token.error();

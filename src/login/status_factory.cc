@@ -18,8 +18,8 @@ Result<std::shared_ptr<OLStatus>> makeOstrelStatus(
           " autologinToken:" + (*user)->autologinTokenDescription());
   // The status owns the user, so the token source never outlives it.
   CurrentUserToken token = [user = user->get()] { return user->currentUserToken(); };
-  return OLStatus::make(configuration, std::move(devInfo), std::move(*user), std::move(token),
-                        std::move(customData));
+  return OLStatus::make(runtime::shared(), configuration, std::move(devInfo), std::move(*user),
+                        std::move(token), std::move(customData));
 }
 
 }  // namespace ostrel

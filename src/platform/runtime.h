@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "ostrel/platform.h"
+#include "platform/platform_ref.h"
 
 namespace ostrel::runtime {
 
@@ -12,6 +13,12 @@ namespace ostrel::runtime {
 const Platform& current();
 // Installs a platform, completing its empty members with the defaults.
 void install(Platform platform);
+
+// The installed platform as a component's reference; it is never destroyed, so
+// the reference owns nothing.
+inline PlatformRef shared() {
+  return PlatformRef(std::shared_ptr<const Platform>(), &current());
+}
 
 inline double now() {
   return current().clock->now();

@@ -32,22 +32,22 @@ Result<std::shared_ptr<OLBaseEvent>> StorableTraits<OLBaseEvent>::unarchive(
   return decodeEvent(bytes);
 }
 
-OLChunkedQueue::OLChunkedQueue(std::string name, int64_t chunkSize)
-    : OLDiskStorage<OLBaseEvent>(std::move(name)),
+OLChunkedQueue::OLChunkedQueue(PlatformRef platform, std::string name, int64_t chunkSize)
+    : OLDiskStorage<OLBaseEvent>(std::move(platform), std::move(name)),
       chunkMaxSize(chunkSize),
-      chunkSizeWriter_(runtime::scheduler().makeSerialQueue("io.ostrel.chunkSize")),
-      remover_(runtime::scheduler().makeSerialQueue("io.ostrel.sentChunks")),
+      chunkSizeWriter_(platform_->scheduler->makeSerialQueue("io.ostrel.chunkSize")),
+      remover_(platform_->scheduler->makeSerialQueue("io.ostrel.sentChunks")),
       pendingChunkSize_(std::make_shared<PendingChunkSize>()) {
   std::vector<int> keys;
-  if (auto names = runtime::files().listDirectory(chunksFolder())) {
+  if (auto names = platform_->files->listDirectory(chunksFolder())) {
     for (const auto& n : *names) {
       if (auto key = parseKey(n)) keys.push_back(*key);
     }
   }
   std::sort(keys.begin(), keys.end());
-  logLine("Found " + keysText(keys));
+  logLine(*platform_, "Found " + keysText(keys));
   // Chunks sent before a stop whose removal did not finish.
-  if (auto gone = runtime::files().listDirectory(sentFolder())) {
+  if (auto gone = platform_->files->listDirectory(sentFolder())) {
     for (const auto& n : *gone) discardFolder(sentFolder() + "/" + n);
   }
   // Only the oldest and the push chunk need their contents counted now; the
@@ -58,7 +58,7 @@ OLChunkedQueue::OLChunkedQueue(std::string name, int64_t chunkSize)
     _pushUrl = chunksFolder() + "/" + std::to_string(keys.back());
     const auto size = static_cast<int64_t>(getFolderSize(*_pushUrl));
     setPushChunkSize(size);
-    if (auto names = runtime::files().listDirectory(*_pushUrl)) {
+    if (auto names = platform_->files->listDirectory(*_pushUrl)) {
       pushNames_.insert(names->begin(), names->end());
       chunkStats_[keys.back()] = {size, static_cast<int64_t>(names->size())};
     }
@@ -84,9 +84,9 @@ std::vector<int> OLChunkedQueue::chunkKeys() {
 void OLChunkedQueue::setChunkKeys(std::vector<int> keys) {
   _chunkKeys = std::move(keys);
   const std::string folder = chunksFolder();
-  if (!runtime::files().isDirectory(folder)) {
-    logLine("creating directory " + folder);
-    (void)runtime::files().createDirectories(folder);
+  if (!platform_->files->isDirectory(folder)) {
+    logLine(*platform_, "creating directory " + folder);
+    (void)platform_->files->createDirectories(folder);
   }
 }
 
@@ -109,7 +109,7 @@ void OLChunkedQueue::writeChunkSizeFile(int64_t size) {
   }
   if (scheduled) return;
   const std::string path = ostrelUrl() + "/chunk-size";
-  chunkSizeWriter_->async([pending = pendingChunkSize_, path] {
+  chunkSizeWriter_->async([pending = pendingChunkSize_, path, platform = platform_] {
     // At most one write per interval: at full speed the size changes with every
     // event, and a write per event would double the file work of the queue. The
     // file is a record only; start-up measures the push folder itself.
@@ -127,8 +127,8 @@ void OLChunkedQueue::writeChunkSizeFile(int64_t size) {
       pending->value.reset();
       pending->lastWrite = std::chrono::steady_clock::now();
     }
-    if (auto written = runtime::files().writeFileAtomic(path, std::to_string(value)); !written) {
-      logLine("Cannot write chunk-size: " + written.error().description());
+    if (auto written = platform->files->writeFileAtomic(path, std::to_string(value)); !written) {
+      logLine(*platform, "Cannot write chunk-size: " + written.error().description());
     }
   });
 }
@@ -152,9 +152,9 @@ std::string OLChunkedQueue::pushUrl() {
   ensureKeys();
   if (_pushUrl && pushChunkSize() >= chunkMaxSize) nextPushUrl();
   if (!_pushUrl) nextPushUrl();
-  if (!runtime::files().isDirectory(*_pushUrl)) {
-    logLine("About to return an invalid path! creating directory " + *_pushUrl);
-    (void)runtime::files().createDirectories(*_pushUrl);
+  if (!platform_->files->isDirectory(*_pushUrl)) {
+    logLine(*platform_, "About to return an invalid path! creating directory " + *_pushUrl);
+    (void)platform_->files->createDirectories(*_pushUrl);
   }
   return *_pushUrl;
 }
@@ -196,16 +196,16 @@ Result<void> OLChunkedQueue::append(const IntakeRecord& record) {
   const std::string path = pathForName(record.fileName);
   const std::string folder = path.substr(0, path.find_last_of('/'));
   const std::string file = path.substr(path.find_last_of('/') + 1);
-  logLine("Writing " + file + " to " + folder + " (" + std::to_string(bytes.size()) + " bytes) #" +
-          record.eventType);
+  logLine(*platform_, "Writing " + file + " to " + folder + " (" + std::to_string(bytes.size()) +
+                          " bytes) #" + record.eventType);
   // Each event has a file name of its own, written once: no rename is needed.
   // A file a crash cut short is skipped as undecodable when its chunk is read;
   // its append never completed.
-  auto written = runtime::files().writeNewFile(path, bytes);
+  auto written = platform_->files->writeNewFile(path, bytes);
   if (!written) {
     // The folder may have vanished behind the queue's back: make it and try once more.
-    (void)runtime::files().createDirectories(folder);
-    written = runtime::files().writeNewFile(path, bytes);
+    (void)platform_->files->createDirectories(folder);
+    written = platform_->files->writeNewFile(path, bytes);
     if (!written) return written.error();
   }
   pushNames_.insert(file);
@@ -225,23 +225,23 @@ Result<std::vector<std::shared_ptr<OLBaseEvent>>> OLChunkedQueue::popChunk(
   if (!folder) return folder.error();
   const std::string path = **folder;
   if (_pushUrl && path == *_pushUrl) {
-    logLine("#### Generating a new push url different than the popOne");
+    logLine(*platform_, "#### Generating a new push url different than the popOne");
     nextPushUrl();
   }
   std::vector<std::shared_ptr<OLBaseEvent>> events;
-  auto names = runtime::files().listDirectory(path);
+  auto names = platform_->files->listDirectory(path);
   if (!names) {
-    if (runtime::files().isDirectory(path)) return names.error();
+    if (platform_->files->isDirectory(path)) return names.error();
     names = std::vector<std::string>{};  // an empty chunk whose folder was never made
   }
   // A listing in name order, so that events of one instant keep a stable order.
   std::sort(names->begin(), names->end());
   for (const auto& n : *names) {
-    auto bytes = runtime::files().readFile(path + "/" + n);
+    auto bytes = platform_->files->readFile(path + "/" + n);
     if (!bytes) continue;
     auto event = decodeEvent(*bytes);
     if (!event) {
-      logLine("Exceptio in unarchive " + n + " " + event.error().description());
+      logLine(*platform_, "Exceptio in unarchive " + n + " " + event.error().description());
       continue;
     }
     events.push_back(std::move(*event));
@@ -256,7 +256,7 @@ Result<std::vector<std::shared_ptr<OLBaseEvent>>> OLChunkedQueue::popChunk(
 }
 
 void OLChunkedQueue::discardFolder(const std::string& folder) {
-  std::shared_ptr<platform::FileSystem> files = runtime::current().files;
+  std::shared_ptr<platform::FileSystem> files = platform_->files;
   remover_->async([files, folder, stopping = stopping_.flag] {
     if (!stopping->load()) (void)files->removeAll(folder);
   });
@@ -267,15 +267,16 @@ Result<void> OLChunkedQueue::removeChunk(const std::string& handler) {
   // its files are removed meanwhile; where renaming fails, removed here.
   const std::string folder = chunksFolder() + "/" + handler;
   const std::string aside = sentFolder() + "/" + handler + "-" + std::to_string(++discarded_) +
-                            "-" + std::to_string(static_cast<int64_t>(runtime::now() * 1e6));
-  auto moved = runtime::files().rename(folder, aside);
-  if (!moved && runtime::files().exists(folder)) {
-    (void)runtime::files().createDirectories(sentFolder());
-    moved = runtime::files().rename(folder, aside);
+                            "-" +
+                            std::to_string(static_cast<int64_t>(platform_->clock->now() * 1e6));
+  auto moved = platform_->files->rename(folder, aside);
+  if (!moved && platform_->files->exists(folder)) {
+    (void)platform_->files->createDirectories(sentFolder());
+    moved = platform_->files->rename(folder, aside);
   }
   if (moved) {
     discardFolder(aside);
-  } else if (auto removed = runtime::files().removeAll(folder); !removed) {
+  } else if (auto removed = platform_->files->removeAll(folder); !removed) {
     return removed;
   }
   auto keys = chunkKeys();
@@ -299,9 +300,9 @@ Result<void> OLChunkedQueue::removeChunk(const std::string& handler) {
 Result<std::size_t> OLChunkedQueue::count() {
   auto folder = getPathFromHandler(std::nullopt);
   if (!folder) return folder.error();
-  auto names = runtime::files().listDirectory(**folder);
+  auto names = platform_->files->listDirectory(**folder);
   if (!names) {
-    if (!runtime::files().exists(**folder)) return std::size_t{0};
+    if (!platform_->files->exists(**folder)) return std::size_t{0};
     return names.error();
   }
   return names->size();
@@ -315,7 +316,7 @@ void OLChunkedQueue::refreshSnapshotLocked() {
     if (stats.first < 0) {
       // The oldest chunk of a restarted queue: counted once, when it becomes the oldest.
       const std::string folder = chunksFolder() + "/" + std::to_string(_chunkKeys->front());
-      auto names = runtime::files().listDirectory(folder);
+      auto names = platform_->files->listDirectory(folder);
       stats = {static_cast<int64_t>(getFolderSize(folder)),
                names ? static_cast<int64_t>(names->size()) : 0};
     }

@@ -29,7 +29,7 @@ struct StorableTraits<OLBaseEvent> {
 class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
  public:
   // Rebuilds the chunk list from the folders on disk.
-  OLChunkedQueue(std::string name, int64_t chunkSize);
+  OLChunkedQueue(PlatformRef platform, std::string name, int64_t chunkSize);
 
   Result<std::string> getStorePathFromItem(const OLBaseEvent& item) override;
   Result<std::string> getHandlerForPath(const std::string& path) override;

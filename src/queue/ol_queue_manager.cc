@@ -9,7 +9,6 @@
 #include "events/internal_events.h"
 #include "events/push_events.h"
 #include "ostrel/ol_notification.h"
-#include "platform/runtime.h"
 #include "status/ol_status.h"
 #include "transport/connector_builder.h"
 
@@ -44,31 +43,33 @@ struct OLQueueManager::FlushRun {
 };
 
 std::shared_ptr<OLQueueManager> OLQueueManager::make(
-    std::shared_ptr<ConnectorBuilder> connectorBuilder, const OstrelConfiguration& configuration,
-    std::shared_ptr<OLStatus> ostrelStatus) {
+    PlatformRef platform, std::shared_ptr<ConnectorBuilder> connectorBuilder,
+    const OstrelConfiguration& configuration, std::shared_ptr<OLStatus> ostrelStatus) {
   auto m = std::shared_ptr<OLQueueManager>(new OLQueueManager());
+  m->platform_ = std::move(platform);
   m->_ostrelStatus = std::move(ostrelStatus);
   m->connectorBuilder = std::move(connectorBuilder);
   m->_config = configuration;
-  m->flowStore_ = std::make_shared<OLFlowStore>("Flow");
+  m->flowStore_ = std::make_shared<OLFlowStore>(m->platform_, "Flow");
   if (auto stored = m->flowStore_->get(StorableTraits<OLFlowEvent>::kActiveFlow, false)) {
     MutexLock lock(m->mutex_);
     m->activeFlow = *stored;
   } else {
-    logLine("Cannot read the flow in progress: " + stored.error().description());
+    logLine(*m->platform_, "Cannot read the flow in progress: " + stored.error().description());
   }
-  m->eventQueue_ = std::make_shared<OLChunkedQueue>("EventQueue", configuration.chunkSizeBytes);
-  const auto& platform = runtime::current();
-  m->dispatchQueue_ = platform.scheduler->makeSerialQueue("com.QueueManager.OstrelClient");
+  m->eventQueue_ =
+      std::make_shared<OLChunkedQueue>(m->platform_, "EventQueue", configuration.chunkSizeBytes);
+  const Platform& services = *m->platform_;
+  m->dispatchQueue_ = services.scheduler->makeSerialQueue("com.QueueManager.OstrelClient");
   m->operationQueue_ = OperationQueue::make(m->dispatchQueue_);
-  m->intake_ = EventIntake::open(platform.files, platform.scheduler,
-                                 platform.files->storageRoot() + "/" + EventIntake::kFolder, {});
+  m->intake_ = EventIntake::open(services.files, services.scheduler,
+                                 services.files->storageRoot() + "/" + EventIntake::kFolder, {});
   std::weak_ptr<OLQueueManager> weak = m;
   m->intake_->start([weak](IntakeRecord record, EventIntake::Ticket ticket) {
     if (auto self = weak.lock()) self->feed(std::move(record), std::move(ticket));
   });
   m->heartbeatTimer_ =
-      runtime::scheduler().scheduleTimer(configuration.heartbeatPeriodSec, true, [weak] {
+      services.scheduler->scheduleTimer(configuration.heartbeatPeriodSec, true, [weak] {
         if (auto self = weak.lock()) self->heartbeatHandler();
       });
   m->startExpireTimer();
@@ -211,14 +212,14 @@ bool OLQueueManager::flushSettled(const OLConsumeBlockOperation& op) {
     backoffSecs_ = backoffSecs_ == 0 ? 1 : std::min(backoffSecs_ * 2, 300.0);
     if (backingOff_) return false;  // a retry is scheduled already
     backingOff_ = true;
-    const auto random = runtime::crypto().randomBytes(2);
+    const auto random = platform_->crypto->randomBytes(2);
     const double spread =
         (static_cast<unsigned char>(random[0]) << 8 | static_cast<unsigned char>(random[1])) /
         65535.0;
     delay = backoffSecs_ * (0.5 + 0.5 * spread);
   }
   std::weak_ptr<OLQueueManager> weak = weak_from_this();
-  runtime::scheduler().after(delay, [weak] {
+  platform_->scheduler->after(delay, [weak] {
     if (auto self = weak.lock()) self->retryAfterBackoff();
   });
   return false;
@@ -299,23 +300,24 @@ bool OLQueueManager::waitUntilPersisted(std::chrono::milliseconds timeout) {
 }
 
 void OLQueueManager::startExpireTimer() {
-  if (_expireTimer && _expireTimer->isValid() && _expireTimer->fireDate() < runtime::now() - 1) {
+  if (_expireTimer && _expireTimer->isValid() &&
+      _expireTimer->fireDate() < platform_->clock->now() - 1) {
     _expireTimer->fire();  // the overdue forced flush happens at once
   }
   if (_expireTimer) _expireTimer->invalidate();
   std::weak_ptr<OLQueueManager> weak = weak_from_this();
-  _expireTimer = runtime::scheduler().scheduleTimer(_config.expireTimeSec, true, [weak] {
+  _expireTimer = platform_->scheduler->scheduleTimer(_config.expireTimeSec, true, [weak] {
     if (auto self = weak.lock()) self->expireHandler();
   });
 }
 
 void OLQueueManager::expireHandler() {
-  logLine("expire handler called");
+  logLine(*platform_, "expire handler called");
   OperationQueueResume(true);
 }
 
 void OLQueueManager::heartbeatHandler() {
-  logLine("heartbeat handler called");
+  logLine(*platform_, "heartbeat handler called");
   std::vector<std::string> names;
   {
     MutexLock lock(mutex_);
@@ -323,7 +325,7 @@ void OLQueueManager::heartbeatHandler() {
   }
   if (names.empty()) return;
   if (auto made = generateHeartBeat(names, _config.heartbeatPeriodSec); !made) {
-    logLine("Fail in generation of heartbeat Event " + made.error().description());
+    logLine(*platform_, "Fail in generation of heartbeat Event " + made.error().description());
   }
 }
 
@@ -433,7 +435,8 @@ void OLQueueManager::storeFlow(std::shared_ptr<OLFlowEvent> stage) {
   // Written in call order on the manager's queue, never on the caller's thread.
   dispatchQueue_->async([store = flowStore_, stage] {
     if (auto added = store->add(*stage); !added) {
-      logLine("Cannot store the flow in progress: " + added.error().description());
+      logLine(store->platform(),
+              "Cannot store the flow in progress: " + added.error().description());
     }
   });
 }

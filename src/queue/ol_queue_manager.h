@@ -25,6 +25,7 @@
 #include "ostrel/ol_push.h"
 #include "ostrel/ol_simple_object.h"
 #include "ostrel/platform/scheduler.h"
+#include "platform/platform_ref.h"
 #include "platform/thread_annotations.h"
 #include "queue/event_intake.h"
 #include "queue/flow_store.h"
@@ -40,7 +41,8 @@ class OLStatus;
 
 class OLQueueManager : public std::enable_shared_from_this<OLQueueManager> {
  public:
-  static std::shared_ptr<OLQueueManager> make(std::shared_ptr<ConnectorBuilder> connectorBuilder,
+  static std::shared_ptr<OLQueueManager> make(PlatformRef platform,
+                                              std::shared_ptr<ConnectorBuilder> connectorBuilder,
                                               const OstrelConfiguration& configuration,
                                               std::shared_ptr<OLStatus> ostrelStatus);
   ~OLQueueManager();
@@ -124,6 +126,7 @@ class OLQueueManager : public std::enable_shared_from_this<OLQueueManager> {
   void retryAfterBackoff();
   void flushStep(std::shared_ptr<FlushRun> run);
 
+  PlatformRef platform_;
   std::shared_ptr<OLStatus> _ostrelStatus;
   std::shared_ptr<ConnectorBuilder> connectorBuilder;
   OstrelConfiguration _config;

@@ -2,7 +2,6 @@
 
 #include "core/ostrel_api_endpoint.h"
 #include "ostrel/ol_notification.h"
-#include "platform/runtime.h"
 
 namespace ostrel {
 
@@ -31,9 +30,10 @@ void OLConsumeBlockOperation::main() {
       notify(OLNotification::AnalyticEventsFlushed, self.get(),
              Json{{"error", "none"}, {"params", details ? *details : Json("none")}});
     } else {
-      logLine(std::string("Error in sending at ") +
-              (self->forceConsume ? "expiration" : "chunk-completed") + " time " +
-              error->description());
+      logLine(self->connector.platform(),
+              std::string("Error in sending at ") +
+                  (self->forceConsume ? "expiration" : "chunk-completed") + " time " +
+                  error->description());
     }
     self->setState(State::finished);
   });
@@ -47,7 +47,7 @@ void OLConsumeBlockOperation::settle(std::optional<OLError> error, std::optional
 }
 
 Json OLConsumeBlockOperation::sendable(const std::vector<std::shared_ptr<OLBaseEvent>>& events,
-                                       const std::string& handler) {
+                                       const std::string& handler, const Platform& log) {
   // An event the bulk body's own check refuses (a number that is not finite,
   // from a store written before such numbers were refused) would fail its
   // whole chunk on every attempt and hold up every later chunk for good.
@@ -56,8 +56,8 @@ Json OLConsumeBlockOperation::sendable(const std::vector<std::shared_ptr<OLBaseE
   for (const auto& e : events) {
     Json one = e->getEventDictionary();
     if (auto ok = check(Json::array({one})); !ok) {
-      logLine("Dropping an event of chunk " + handler +
-              " that can never be sent: " + ok.error().description());
+      logLine(log, "Dropping an event of chunk " + handler +
+                       " that can never be sent: " + ok.error().description());
       continue;
     }
     out.push_back(std::move(one));
@@ -90,8 +90,9 @@ void OLConsumeBlockOperation::consume(ConsumeCallback callback) {
   const std::size_t count = popped ? popped->size() : 0;
   std::string keys;
   for (int k : queue->chunkKeys()) keys += (keys.empty() ? "" : ", ") + std::to_string(k);
-  logLine("Consuming popChunk of " + std::to_string(count));
-  logLine("queue Details:  pushUrl = " + queue->pushUrl() + ", chunkKeys = [" + keys + "]");
+  logLine(connector.platform(), "Consuming popChunk of " + std::to_string(count));
+  logLine(connector.platform(),
+          "queue Details:  pushUrl = " + queue->pushUrl() + ", chunkKeys = [" + keys + "]");
   if (!popped || !handler) {
     finish(OLError::LocalError(
                LocalErrorCodes::QueueError, "Error in get event from queue", std::nullopt,
@@ -99,14 +100,14 @@ void OLConsumeBlockOperation::consume(ConsumeCallback callback) {
            std::nullopt, true);
     return;
   }
-  Json events = popped->empty() ? Json::array() : sendable(*popped, *handler);
+  Json events = popped->empty() ? Json::array() : sendable(*popped, *handler, connector.platform());
   if (events.empty()) {
     // An empty chunk is dropped unless it is the only one (then it stays the push
     // chunk); so is one whose every event was dropped above.
     if (queue->chunkKeys().size() > 1 || !popped->empty()) {
       if (auto removed = queue->removeChunk(*handler); !removed) {
-        logLine("Nothing to send but Error in removing chunk from queue " +
-                removed.error().description());
+        logLine(connector.platform(), "Nothing to send but Error in removing chunk from queue " +
+                                          removed.error().description());
         finish(
             OLError::LocalError(LocalErrorCodes::QueueError, "Error in removing chunk from queue"),
             std::nullopt, true);
@@ -139,8 +140,9 @@ void OLConsumeBlockOperation::sendToServer(Json events, const std::string& handl
         Json details = {{"handler", handler}, {"eventCount", count}, {"statusCode", status}};
         if (!error) {
           if (auto removed = queue->removeChunk(handler); !removed) {
-            logLine("Sending went well but Error in removing chunk from queue " +
-                    removed.error().description());
+            logLine(self->connector.platform(),
+                    "Sending went well but Error in removing chunk from queue " +
+                        removed.error().description());
             finish(OLError::LocalError(LocalErrorCodes::QueueError,
                                        "Error in removing chunk from queue"),
                    std::nullopt, true);

@@ -66,7 +66,7 @@ class OLConsumeBlockOperation : public AsynchronousOperation {
   void settle(std::optional<OLError> error, std::optional<Json> details, bool kept);
   // Drops, with a console line, the events that no request could ever carry.
   static Json sendable(const std::vector<std::shared_ptr<OLBaseEvent>>& events,
-                       const std::string& handler);
+                       const std::string& handler, const Platform& log);
 };
 
 }  // namespace ostrel

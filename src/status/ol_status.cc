@@ -4,7 +4,6 @@
 
 #include "core/device_information.h"
 #include "ostrel/ol_login_flow.h"
-#include "platform/runtime.h"
 #include "status/flag.h"
 
 namespace ostrel {
@@ -12,18 +11,21 @@ namespace ostrel {
 OLStatus::OLStatus() = default;
 OLStatus::~OLStatus() = default;
 
-std::shared_ptr<OLStatus> OLStatus::make(const OstrelConfiguration& configuration,
+std::shared_ptr<OLStatus> OLStatus::make(PlatformRef platform,
+                                         const OstrelConfiguration& configuration,
                                          std::shared_ptr<DeviceInformation> devInfo,
                                          std::shared_ptr<OLUserStatus> userState,
                                          CurrentUserToken currentUserToken,
                                          std::shared_ptr<OLSimpleObject> customData) {
   auto status = std::shared_ptr<OLStatus>(new OLStatus());
-  status->queue_ = runtime::scheduler().makeSerialQueue("com.kestavello.ostrel.runningLoginFlow");
+  status->platform_ = std::move(platform);
+  status->queue_ =
+      status->platform_->scheduler->makeSerialQueue("com.kestavello.ostrel.runningLoginFlow");
   status->_deviceInfo = std::move(devInfo);
   status->customData_ = std::move(customData);
-  status->_sessionId =
-      std::make_unique<SessionId>(configuration.sessionExpireSecs, status->_deviceInfo->deviceId);
-  status->storedFlags_ = std::make_unique<OLMap<Flag>>("ApplicationFlags");
+  status->_sessionId = std::make_unique<SessionId>(
+      status->platform_, configuration.sessionExpireSecs, status->_deviceInfo->deviceId);
+  status->storedFlags_ = std::make_unique<OLMap<Flag>>(status->platform_, "ApplicationFlags");
   status->userState_ = std::move(userState);
   status->currentUserToken_ = std::move(currentUserToken);
   return status;
@@ -64,12 +66,12 @@ void OLStatus::generateSessionStart(const std::optional<std::string>& refreshedS
 bool OLStatus::_isFirstStart() {
   auto stored = storedFlags_->get(std::string("FirstStart"), false);
   if (!stored) {
-    logLine("Error in access Flags on storage");
+    logLine(*platform_, "Error in access Flags on storage");
     return true;
   }
   if (*stored) return (*stored)->value;
   if (auto added = storedFlags_->add(Flag("FirstStart", false)); !added) {
-    logLine("Error in access Flags on storage");
+    logLine(*platform_, "Error in access Flags on storage");
   }
   return true;
 }
@@ -78,13 +80,13 @@ bool OLStatus::setCurrentRunningFlow(const std::shared_ptr<OLLoginFlow>& flow) {
   bool taken = false;
   queue_->sync([&] {
     const std::string name = flow->description();
-    logLine("trying flow " + name);
+    logLine(*platform_, "trying flow " + name);
     if (!_runningLoginFlow) {
       _runningLoginFlow = flow;
-      logLine("#### succesfully set flow " + name + " as the running one");
+      logLine(*platform_, "#### succesfully set flow " + name + " as the running one");
       taken = true;
     } else {
-      logLine("cannot set flow " + name + " as the running one");
+      logLine(*platform_, "cannot set flow " + name + " as the running one");
     }
   });
   return taken;
@@ -94,12 +96,12 @@ void OLStatus::freeCurrentRunningFlow(const OLLoginFlow* flow) {
   std::vector<std::function<void()>> waiters;
   queue_->sync([&] {
     if (_runningLoginFlow.get() == flow) {
-      logLine("setting current flow to none");
+      logLine(*platform_, "setting current flow to none");
       _runningLoginFlow.reset();
       waiters.swap(flowFreedWaiters_);
     } else {
-      logLine("cannot free current flow because " + (flow ? flow->description() : "nil") +
-              " is not the running one");
+      logLine(*platform_, "cannot free current flow because " +
+                              (flow ? flow->description() : "nil") + " is not the running one");
     }
   });
   for (auto& then : waiters) then();
@@ -145,12 +147,12 @@ std::optional<Json> OLStatus::decodePony(const std::string& pony) const {
 
 Result<Json> OLStatus::getSerializedReceipt(const std::string& fromOffer,
                                             const std::optional<std::string>& receiptUrl) const {
-  auto bytes = runtime::receipts().readReceipt(receiptUrl);
+  auto bytes = platform_->receipts->readReceipt(receiptUrl);
   if (!bytes) return bytes.error();
-  const std::string receipt = runtime::crypto().base64Encode(*bytes);
+  const std::string receipt = platform_->crypto->base64Encode(*bytes);
   char size[64];
   std::snprintf(size, sizeof size, "%.1f KB", static_cast<double>(bytes->size()) / 1000.0);
-  logLine(std::string("a Receipt has been found ") + size);
+  logLine(*platform_, std::string("a Receipt has been found ") + size);
   return Json{{"offerId", fromOffer},
               {"applicationId", _deviceInfo->appIdentifier},
               {"platform", _deviceInfo->os ? *_deviceInfo->os : std::string("unknown")},

@@ -13,6 +13,7 @@
 #include "ostrel/json.h"
 #include "ostrel/platform/scheduler.h"
 #include "ostrel/result.h"
+#include "platform/platform_ref.h"
 #include "status/session_id.h"
 
 namespace ostrel {
@@ -39,7 +40,8 @@ using CurrentUserToken = std::function<std::string()>;
 class OLStatus {
  public:
   // Login restores the user status and makes both (makeOstrelStatus).
-  static std::shared_ptr<OLStatus> make(const OstrelConfiguration& configuration,
+  static std::shared_ptr<OLStatus> make(PlatformRef platform,
+                                        const OstrelConfiguration& configuration,
                                         std::shared_ptr<DeviceInformation> devInfo,
                                         std::shared_ptr<OLUserStatus> userState,
                                         CurrentUserToken currentUserToken,
@@ -81,12 +83,15 @@ class OLStatus {
   const DeviceInformation& deviceInfo() const { return *_deviceInfo; }
   std::shared_ptr<OLSimpleObject> customData() const { return customData_; }
   const std::shared_ptr<platform::SerialQueue>& queue() const { return queue_; }
+  const Platform& platform() const { return *platform_; }
+  const PlatformRef& platformRef() const { return platform_; }
 
   std::shared_ptr<OLUrlPush> urlPush;
 
  private:
   OLStatus();
 
+  PlatformRef platform_;
   std::shared_ptr<OLUserStatus> userState_;
   CurrentUserToken currentUserToken_;
   std::shared_ptr<OLLoginFlow> _runningLoginFlow;        // read and written only on queue_

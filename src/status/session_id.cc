@@ -1,27 +1,26 @@
 #include "status/session_id.h"
 
 #include "core/ol_utils.h"
-#include "platform/runtime.h"
 #include "transport/hash.h"
 
 namespace ostrel {
 
-SessionId::SessionId(double expiration, std::string deviceId)
-    : expireSec_(expiration), deviceId_(std::move(deviceId)) {
+SessionId::SessionId(PlatformRef platform, double expiration, std::string deviceId)
+    : platform_(std::move(platform)), expireSec_(expiration), deviceId_(std::move(deviceId)) {
   reset();
 }
 
 void SessionId::reset() {
-  std::string r = OLUtils::generateRandomString(12);
-  std::string value = r + sha1Hex(r + deviceId_);
+  std::string r = OLUtils::generateRandomString(*platform_->crypto, 12);
+  std::string value = r + sha1Hex(*platform_->crypto, r + deviceId_);
   std::lock_guard lock(mutex_);
-  lastUpdate_ = runtime::now();
+  lastUpdate_ = platform_->clock->now();
   value_ = std::move(value);
 }
 
 bool SessionId::isExpired() const {
   std::lock_guard lock(mutex_);
-  return runtime::now() > lastUpdate_ + expireSec_;
+  return platform_->clock->now() > lastUpdate_ + expireSec_;
 }
 
 std::string SessionId::value() const {

@@ -6,12 +6,13 @@
 #include <string>
 
 #include "core/expirable.h"
+#include "platform/platform_ref.h"
 
 namespace ostrel {
 
 class SessionId : public Expirable {
  public:
-  SessionId(double expiration, std::string deviceId);
+  SessionId(PlatformRef platform, double expiration, std::string deviceId);
 
   // Starts a new session now.
   void reset();
@@ -25,6 +26,7 @@ class SessionId : public Expirable {
   const std::string& deviceId() const { return deviceId_; }
 
  private:
+  PlatformRef platform_;
   mutable std::mutex mutex_;
   std::string value_;
   double lastUpdate_ = 0;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "ostrel/result.h"
-#include "platform/runtime.h"
+#include "platform/platform_ref.h"
 
 namespace ostrel {
 
@@ -29,7 +29,8 @@ OLError abstractStoreCall();
 template <class T>
 class OLDiskStorage {
  public:
-  explicit OLDiskStorage(std::string name) : name_(std::move(name)) {}
+  OLDiskStorage(PlatformRef platform, std::string name)
+      : platform_(std::move(platform)), name_(std::move(name)) {}
   virtual ~OLDiskStorage() = default;
 
   virtual Result<std::string> getStorePathFromItem(const T&) { return abstractStoreCall(); }
@@ -38,9 +39,9 @@ class OLDiskStorage {
     return abstractStoreCall();
   }
 
-  static std::string ostrelUrl() {
-    std::string root = runtime::files().storageRoot();
-    (void)runtime::files().createDirectories(root);
+  std::string ostrelUrl() {
+    std::string root = platform_->files->storageRoot();
+    (void)platform_->files->createDirectories(root);
     return root;
   }
 
@@ -48,7 +49,7 @@ class OLDiskStorage {
   std::string storageUrl() {
     if (_storageUrl) return *_storageUrl;
     std::string url = ostrelUrl() + "/" + name_;
-    (void)runtime::files().createDirectories(url);
+    (void)platform_->files->createDirectories(url);
     _storageUrl = url;
     return url;
   }
@@ -61,10 +62,11 @@ class OLDiskStorage {
     if (!handler) return handler.error();
     const std::string folder = path->substr(0, path->find_last_of('/'));
     // The folder may have vanished behind the store's back.
-    if (auto made = runtime::files().createDirectories(folder); !made) return made.error();
-    logLine("Writing " + *handler + " to " + folder + " (" + std::to_string(bytes.size()) +
-            " bytes) #" + StorableTraits<T>::description(item));
-    if (auto written = runtime::files().writeFileAtomic(*path, bytes); !written) {
+    if (auto made = platform_->files->createDirectories(folder); !made) return made.error();
+    logLine(*platform_, "Writing " + *handler + " to " + folder + " (" +
+                            std::to_string(bytes.size()) + " bytes) #" +
+                            StorableTraits<T>::description(item));
+    if (auto written = platform_->files->writeFileAtomic(*path, bytes); !written) {
       return written.error();
     }
     return *handler;
@@ -76,7 +78,7 @@ class OLDiskStorage {
     auto path = getPathFromHandler(handler);
     if (!path) return path.error();
     if (!*path) return std::shared_ptr<T>();
-    auto bytes = runtime::files().readFile(**path);
+    auto bytes = platform_->files->readFile(**path);
     if (!bytes) return std::shared_ptr<T>();
     auto item = StorableTraits<T>::unarchive(*bytes);
     if (!item) {
@@ -85,7 +87,7 @@ class OLDiskStorage {
           "Unable to unarchive " + (*path)->substr((*path)->find_last_of('/') + 1), std::nullopt,
           Json{{"path", **path}, {"error", item.error().description()}});
     }
-    if (withRemove) (void)runtime::files().remove(**path);
+    if (withRemove) (void)platform_->files->remove(**path);
     return *item;
   }
 
@@ -93,40 +95,40 @@ class OLDiskStorage {
     auto path = getPathFromHandler(handler);
     if (!path) return path.error();
     if (!*path) return {};
-    return runtime::files().removeAll(**path);
+    return platform_->files->removeAll(**path);
   }
 
   Result<void> clear() {
     const std::string folder = storageUrl();
-    auto names = runtime::files().listDirectory(folder);
+    auto names = platform_->files->listDirectory(folder);
     if (!names) return names.error();
     for (const auto& n : *names) {
-      if (auto removed = runtime::files().removeAll(folder + "/" + n); !removed) return removed;
-      logLine("Deleted " + folder + "/" + n);
+      if (auto removed = platform_->files->removeAll(folder + "/" + n); !removed) return removed;
+      logLine(*platform_, "Deleted " + folder + "/" + n);
     }
     // Leftovers of writes a crash interrupted are not listed: the folder goes
     // as a whole, and comes back empty.
-    if (auto removed = runtime::files().removeAll(folder); !removed) return removed;
-    return runtime::files().createDirectories(folder);
+    if (auto removed = platform_->files->removeAll(folder); !removed) return removed;
+    return platform_->files->createDirectories(folder);
   }
 
   Result<std::size_t> count() {
-    auto names = runtime::files().listDirectory(storageUrl());
+    auto names = platform_->files->listDirectory(storageUrl());
     if (!names) return names.error();
-    logLine("Store " + name_ + " has " + std::to_string(names->size()) + " files ");
+    logLine(*platform_, "Store " + name_ + " has " + std::to_string(names->size()) + " files ");
     return names->size();
   }
 
   // Bytes of every file under the folder.
-  static uint64_t getFolderSize(const std::string& folderUrl) {
+  uint64_t getFolderSize(const std::string& folderUrl) {
     uint64_t total = 0;
-    auto names = runtime::files().listDirectory(folderUrl);
+    auto names = platform_->files->listDirectory(folderUrl);
     if (!names) return 0;
     for (const auto& n : *names) {
       const std::string path = folderUrl + "/" + n;
-      if (runtime::files().isDirectory(path)) {
+      if (platform_->files->isDirectory(path)) {
         total += getFolderSize(path);
-      } else if (auto size = runtime::files().fileSize(path)) {
+      } else if (auto size = platform_->files->fileSize(path)) {
         total += *size;
       }
     }
@@ -134,8 +136,10 @@ class OLDiskStorage {
   }
 
   const std::string& name() const { return name_; }
+  const Platform& platform() const { return *platform_; }
 
  protected:
+  PlatformRef platform_;
   std::string name_;
   std::optional<std::string> _storageUrl;
 };
@@ -168,7 +172,7 @@ class OLTypedStack : public OLMap<T> {
   Result<std::optional<std::string>> getPathFromHandler(
       const std::optional<std::string>& handler) override {
     if (handler) return OLMap<T>::getPathFromHandler(handler);
-    auto names = runtime::files().listDirectory(this->storageUrl());
+    auto names = this->platform_->files->listDirectory(this->storageUrl());
     if (!names) return names.error();
     if (names->empty()) return std::optional<std::string>();
     std::sort(names->begin(), names->end());

@@ -3,30 +3,28 @@
 #include <utf8proc.h>
 
 #include "core/ol_default.h"
-#include "platform/runtime.h"
 
 namespace ostrel {
 namespace {
 const Key<std::string> kDistributionGroupKey("DistributionGroup");
 }  // namespace
 
-ConnectorBuilder::ConnectorBuilder(std::string identifier, std::string secret, bool isDebug,
-                                   bool isSandbox, bool isDev, int64_t timeout,
-                                   Deployment deployment)
-    : identifier_(std::move(identifier)),
+ConnectorBuilder::ConnectorBuilder(PlatformRef platform, std::string identifier, std::string secret,
+                                   bool isDebug, bool isSandbox, bool isDev, int64_t timeout)
+    : platform_(std::move(platform)),
+      identifier_(std::move(identifier)),
       secret_(std::move(secret)),
       isDebug_(isDebug),
       isSandbox_(isSandbox),
       isDev_(isDev),
       timeout_(timeout),
-      deployment_(std::move(deployment)),
       group_(std::make_shared<GroupState>()) {
-  OLDefault defaults = OLDefault::shared();
+  OLDefault defaults = OLDefault(platform_->settings);
   auto stored = defaults.get(kDistributionGroupKey);
   // A settings file is outside input too: a group that could break the header
   // (stored by an older version, or edited) is dropped rather than sent.
   if (stored && !checkDistributionGroup(*stored)) {
-    logLine("Dropping the stored distribution group: it cannot travel in a header");
+    logLine(*platform_, "Dropping the stored distribution group: it cannot travel in a header");
     defaults.clear(kDistributionGroupKey);
     stored.reset();
   }
@@ -58,7 +56,7 @@ Result<void> ConnectorBuilder::setDistributionGroup(
   // The settings store never calls back into the library, so holding the lock
   // across its write cannot deadlock; requests only wait for a settings write.
   std::lock_guard lock(group_->mutex);
-  OLDefault defaults = OLDefault::shared();
+  OLDefault defaults = OLDefault(platform_->settings);
   if (distributionGroup) {
     if (defaults.get(kDistributionGroupKey) != distributionGroup) {
       defaults.set(*distributionGroup, kDistributionGroupKey);
@@ -82,7 +80,7 @@ OLConnector ConnectorBuilder::buildConnector() const {
         std::lock_guard lock(group->mutex);
         return group->value;
       },
-      static_cast<double>(timeout_), deployment_);
+      static_cast<double>(timeout_), platform_);
 }
 
 }  // namespace ostrel

@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "ostrel/platform/deployment.h"
 #include "ostrel/result.h"
+#include "platform/platform_ref.h"
 #include "transport/ol_connector.h"
 
 namespace ostrel {
@@ -14,8 +14,9 @@ namespace ostrel {
 // distribution group, mirrored in the settings under "DistributionGroup".
 class ConnectorBuilder {
  public:
-  ConnectorBuilder(std::string identifier, std::string secret, bool isDebug, bool isSandbox,
-                   bool isDev, int64_t timeout, Deployment deployment = Deployment::production());
+  // Reaches the service of the platform's deployment; the group is kept in its settings.
+  ConnectorBuilder(PlatformRef platform, std::string identifier, std::string secret, bool isDebug,
+                   bool isSandbox, bool isDev, int64_t timeout);
 
   // Any thread. A group travels inside the Authorization header: one with a
   // control character, a double quote or a backslash (or that is not UTF-8) is
@@ -34,7 +35,7 @@ class ConnectorBuilder {
   bool isSandbox() const { return isSandbox_; }
   bool isDev() const { return isDev_; }
   int64_t timeout() const { return timeout_; }
-  const Deployment& deployment() const { return deployment_; }
+  const Deployment& deployment() const { return platform_->deployment; }
 
  private:
   struct GroupState {
@@ -44,13 +45,13 @@ class ConnectorBuilder {
     std::optional<std::string> value;
   };
 
+  PlatformRef platform_;
   std::string identifier_;
   std::string secret_;
   bool isDebug_;
   bool isSandbox_;
   bool isDev_;
   int64_t timeout_;
-  Deployment deployment_;
   // Shared with every connector, so a group set later is used by their next request.
   std::shared_ptr<GroupState> group_;
 };

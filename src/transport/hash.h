@@ -7,9 +7,8 @@
 
 namespace ostrel {
 
-std::string hmacBytes(CryptoAlgorithm algorithm, std::string_view key, std::string_view message);
-std::string hmacHex(CryptoAlgorithm algorithm, std::string_view key, std::string_view message);
-std::string sha1Bytes(std::string_view data);
-std::string sha1Hex(std::string_view data);
+std::string hmacHex(const platform::Crypto& crypto, CryptoAlgorithm algorithm, std::string_view key,
+                    std::string_view message);
+std::string sha1Hex(const platform::Crypto& crypto, std::string_view data);
 
 }  // namespace ostrel

@@ -5,7 +5,6 @@
 #include <cstdio>
 
 #include "platform/fatal.h"
-#include "platform/runtime.h"
 #include "transport/hash.h"
 
 namespace ostrel {
@@ -13,7 +12,7 @@ namespace ostrel {
 OLConnector::OLConnector(std::string identifier, std::string secret, bool isDebug, bool isSandbox,
                          bool isDev,
                          std::function<std::optional<std::string>()> getDistributionGroup,
-                         double timeoutInterval, Deployment deployment)
+                         double timeoutInterval, PlatformRef platform)
     : identifier_(std::move(identifier)),
       secret_(std::move(secret)),
       isDebug_(isDebug),
@@ -21,12 +20,12 @@ OLConnector::OLConnector(std::string identifier, std::string secret, bool isDebu
       isDev_(isDev),
       getDistributionGroup_(std::move(getDistributionGroup)),
       timeoutInterval_(timeoutInterval),
-      deployment_(std::move(deployment)) {}
+      platform_(std::move(platform)) {}
 
 void OLConnector::send(OstrelAPIEndpoint endpoint, const std::optional<Json>& object,
                        ConnectorCallback callback) const {
   platform::HttpRequest request;
-  request.url = getEndpoint(endpoint, isDebug_, isSandbox_, isDev_, deployment_);
+  request.url = getEndpoint(endpoint, isDebug_, isSandbox_, isDev_, platform_->deployment);
   request.method = "POST";
   request.timeoutSecs = timeoutInterval_;
   // No session or cache is kept between requests; every request says what it accepts.
@@ -34,13 +33,13 @@ void OLConnector::send(OstrelAPIEndpoint endpoint, const std::optional<Json>& ob
 
   // A body goes again, after a redirect, only to the service's own hosts; the
   // operator recognition is answered from outside the domain by design.
-  request.bodyDomain = deployment_.domain;
+  request.bodyDomain = platform_->deployment.domain;
   request.bodyMayLeaveDomain = endpoint == OstrelAPIEndpoint::MSISDNUR;
 
   auto body = getValidatedInputBody(endpoint, object);
   if (!body) {
     // Answered where every other answer comes, so the caller is never re-entered.
-    runtime::http().dispatch([callback = std::move(callback), error = body.error()] {
+    platform_->http->dispatch([callback = std::move(callback), error = body.error()] {
       callback(error, 0, std::nullopt);
     });
     return;
@@ -71,7 +70,7 @@ std::string OLConnector::timestampText(double secondsSince1970) {
 void OLConnector::addHeadersToRequest(platform::HttpRequest& request,
                                       const std::optional<std::string>& query,
                                       const std::optional<std::string>& body) const {
-  const std::string timestamp = timestampText(runtime::now());
+  const std::string timestamp = timestampText(platform_->clock->now());
   std::string bodyString;
   if (body) {
     request.body = *body;
@@ -86,22 +85,23 @@ void OLConnector::addHeadersToRequest(platform::HttpRequest& request,
     fatal("A request needs a URL, a host and a method");
   }
   const std::string endpoint = host + urlPath(request.url);
-  const std::string signature =
-      getImeldStr(secret_, endpoint, request.method, bodyString, query.value_or(""), timestamp);
+  const std::string signature = getImeldStr(*platform_->crypto, secret_, endpoint, request.method,
+                                            bodyString, query.value_or(""), timestamp);
   const auto group = getDistributionGroup_ ? getDistributionGroup_() : std::nullopt;
   request.headers.emplace_back("Authorization",
                                authorizationHeader(identifier_, group, signature, timestamp));
 }
 
-std::string OLConnector::getImeldStr(std::string_view secret, std::string_view endpoint,
-                                     std::string_view httpMethod, std::string_view bodyString,
-                                     std::string_view queryString, std::string_view timestamp) {
+std::string OLConnector::getImeldStr(const platform::Crypto& crypto, std::string_view secret,
+                                     std::string_view endpoint, std::string_view httpMethod,
+                                     std::string_view bodyString, std::string_view queryString,
+                                     std::string_view timestamp) {
   std::string message;
   message.reserve(endpoint.size() + httpMethod.size() + bodyString.size() + queryString.size() +
                   timestamp.size() + 4);
   message.append(endpoint).append("|").append(httpMethod).append("|").append(bodyString);
   message.append("|").append(queryString).append("|").append(timestamp);
-  return hmacHex(CryptoAlgorithm::SHA1, secret, message);
+  return hmacHex(crypto, CryptoAlgorithm::SHA1, secret, message);
 }
 
 std::string OLConnector::authorizationHeader(std::string_view applicationId,
@@ -118,13 +118,14 @@ std::string OLConnector::authorizationHeader(std::string_view applicationId,
 }
 
 void OLConnector::performRequest(platform::HttpRequest request, ConnectorCallback callback) const {
-  logLine("Contacting " + request.url);
-  runtime::http().send(std::move(request),
-                       [domain = deployment_.domain, callback = std::move(callback)](
-                           std::optional<PlatformError> error, platform::HttpResponse response) {
-                         logLine("Parsing response from " + urlHost(response.finalUrl));
-                         parseResponse(error, response, domain, callback);
-                       });
+  logLine(*platform_, "Contacting " + request.url);
+  // The platform travels with the reply: the connector may be gone by then.
+  platform_->http->send(
+      std::move(request), [platform = platform_, callback = std::move(callback)](
+                              std::optional<PlatformError> error, platform::HttpResponse response) {
+        logLine(*platform, "Parsing response from " + urlHost(response.finalUrl));
+        parseResponse(error, response, platform->deployment.domain, *platform->log, callback);
+      });
 }
 
 std::optional<Json> OLConnector::decodeBody(const std::string& bytes) {
@@ -136,7 +137,7 @@ std::optional<Json> OLConnector::decodeBody(const std::string& bytes) {
 
 void OLConnector::parseResponse(const std::optional<PlatformError>& error,
                                 const platform::HttpResponse& response, const std::string& domain,
-                                const ConnectorCallback& callback) {
+                                platform::LogSink& log, const ConnectorCallback& callback) {
   if (error) {
     callback(OLError::LocalError(LocalErrorCodes::ConnectionError,
                                  "Error on Ostrel Server Response", *error),
@@ -151,7 +152,7 @@ void OLConnector::parseResponse(const std::optional<PlatformError>& error,
     callback(std::nullopt, status, std::move(dictionary));
     return;
   }
-  logLine("Connection came from URL " + response.finalUrl);
+  log.write("Connection came from URL " + response.finalUrl);
   // The reply of somebody else (the mobile operator) is kept as it came, byte
   // for byte: the login flow forwards it to the service unchanged.
   Json details = {{"response", Json::binary(Json::binary_t::container_type(response.body.begin(),

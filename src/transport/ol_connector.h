@@ -12,6 +12,7 @@
 #include "ostrel/ol_error.h"
 #include "ostrel/platform/deployment.h"
 #include "ostrel/platform/http_client.h"
+#include "platform/platform_ref.h"
 
 namespace ostrel {
 
@@ -23,7 +24,7 @@ class OLConnector {
  public:
   OLConnector(std::string identifier, std::string secret, bool isDebug, bool isSandbox, bool isDev,
               std::function<std::optional<std::string>()> getDistributionGroup,
-              double timeoutInterval, Deployment deployment);
+              double timeoutInterval, PlatformRef platform);
 
   void send(OstrelAPIEndpoint endpoint, const std::optional<Json>& object,
             ConnectorCallback callback) const;
@@ -33,9 +34,10 @@ class OLConnector {
                            const std::optional<std::string>& body) const;
 
   // The request signature: HMAC-SHA1 over endpoint|method|body|query|timestamp, in hex.
-  static std::string getImeldStr(std::string_view secret, std::string_view endpoint,
-                                 std::string_view httpMethod, std::string_view bodyString,
-                                 std::string_view queryString, std::string_view timestamp);
+  static std::string getImeldStr(const platform::Crypto& crypto, std::string_view secret,
+                                 std::string_view endpoint, std::string_view httpMethod,
+                                 std::string_view bodyString, std::string_view queryString,
+                                 std::string_view timestamp);
 
   // The Authorization header value for these parts.
   static std::string authorizationHeader(std::string_view applicationId,
@@ -50,7 +52,7 @@ class OLConnector {
   // Decodes a finished exchange: transport error, JSON or text or hex body, domain check.
   static void parseResponse(const std::optional<PlatformError>& error,
                             const platform::HttpResponse& response, const std::string& domain,
-                            const ConnectorCallback& callback);
+                            platform::LogSink& log, const ConnectorCallback& callback);
 
   // The reply body as the library sees it: a JSON dictionary, else
   // {"__parsed_string__": text}, else {"__parsed_hex__": hex}; nothing when empty.
@@ -58,6 +60,7 @@ class OLConnector {
 
   const std::string& identifier() const { return identifier_; }
   double timeoutInterval() const { return timeoutInterval_; }
+  const Platform& platform() const { return *platform_; }
 
  private:
   std::string identifier_;
@@ -67,7 +70,7 @@ class OLConnector {
   bool isDev_;
   std::function<std::optional<std::string>()> getDistributionGroup_;
   double timeoutInterval_;
-  Deployment deployment_;
+  PlatformRef platform_;
 };
 
 // The host of a URL ("" when it has none).

@@ -148,7 +148,7 @@ TEST_F(DeploymentOverrideTest, BadStartUpInputIsAClearErrorNeverAStop) {
   ASSERT_FALSE(refused);
   EXPECT_TRUE(
       refused.error().is(LocalErrorCodes::ConnectionValidationError, "Invalid distribution group"));
-  EXPECT_EQ(OLDefault::shared().get(stored), "beta");
+  EXPECT_EQ(OLDefault(platform_.platform().settings).get(stored), "beta");
 }
 
 }  // namespace

@@ -46,8 +46,8 @@ TEST(DeviceInformationTest, DictionaryKeysInOrderAndRoundTrip) {
 
 TEST(DeviceInformationTest, LinuxFactsKeepOneDeviceIdentifier) {
   test::TestPlatform platform;
-  DeviceInformation first;
-  DeviceInformation second;
+  DeviceInformation first(platform.platform().deviceFacts->snapshot());
+  DeviceInformation second(platform.platform().deviceFacts->snapshot());
   EXPECT_FALSE(first.deviceId.empty());
   EXPECT_EQ(first.deviceId, second.deviceId) << "kept in the settings";
   EXPECT_TRUE(first.os.has_value());

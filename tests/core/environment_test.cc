@@ -22,7 +22,7 @@ TEST(EnvironmentTest, UnderscoreSelectsSandboxAndWarnsOutsideDevelopmentBuilds) 
   };
   for (const auto& c : cases) {
     test::TestPlatform platform;
-    OstrelEnvironment env(c.secret, c.developmentApp);
+    OstrelEnvironment env(c.secret, c.developmentApp, platform.log());
     EXPECT_EQ(env.isSandbox(), c.sandbox) << c.secret;
     EXPECT_EQ(
         platform.log().contains("Warning using sandbox environment in a Release application!!"),

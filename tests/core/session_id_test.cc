@@ -13,10 +13,10 @@ namespace {
 
 TEST(OLUtilsTest, RandomStringsDrawFromThePrintableCharset) {
   test::TestPlatform platform;
-  EXPECT_EQ(OLUtils::generateRandomString(0), "");
+  EXPECT_EQ(OLUtils::generateRandomString(*platform.platform().crypto, 0), "");
   std::set<char> seen;
   for (int i = 0; i < 100; ++i) {
-    std::string s = OLUtils::generateRandomString(40);
+    std::string s = OLUtils::generateRandomString(*platform.platform().crypto, 40);
     ASSERT_EQ(s.size(), 40u);
     for (char c : s) {
       ASSERT_GE(c, 33);
@@ -29,12 +29,12 @@ TEST(OLUtilsTest, RandomStringsDrawFromThePrintableCharset) {
 
 TEST(SessionIdTest, FormatIsRandomPrefixAndItsDigestWithTheDevice) {
   test::TestPlatform platform;
-  SessionId id(1800, "device-1");
+  SessionId id(platform.ref(), 1800, "device-1");
   std::string v = id.value();
   ASSERT_EQ(v.size(), 52u);
   std::string prefix = v.substr(0, 12), digest = v.substr(12);
   for (char c : prefix) EXPECT_TRUE(c >= 33 && c <= 126);
-  EXPECT_EQ(digest, sha1Hex(prefix + "device-1"));
+  EXPECT_EQ(digest, sha1Hex(*platform.platform().crypto, prefix + "device-1"));
   EXPECT_EQ(digest.find_first_not_of("0123456789abcdef"), std::string::npos);
   id.reset();
   EXPECT_NE(id.value(), v);

@@ -51,7 +51,7 @@ class SettingsTest : public ::testing::Test {
 
 TEST_F(SettingsTest, PlainValuesRoundTripAcrossReopenAndKeepTheirType) {
   {
-    OLDefault d = OLDefault::shared();
+    OLDefault d = OLDefault(platform_.platform().settings);
     d.set(std::string("text"), Key<std::string>("s"));
     d.set(true, Key<bool>("b"));
     d.set(int64_t{-42}, Key<int64_t>("i"));
@@ -63,7 +63,8 @@ TEST_F(SettingsTest, PlainValuesRoundTripAcrossReopenAndKeepTheirType) {
   const std::string texts[] = {"", "caf\xC3\xA9 \xE2\x80\xA8", std::string("\xff\xfe\x00\x80x", 5),
                                "\xC3", "\xED\xA0\x80"};
   for (std::size_t i = 0; i < std::size(texts); ++i)
-    OLDefault::shared().set(texts[i], Key<std::string>("t" + std::to_string(i)));
+    OLDefault(platform_.platform().settings)
+        .set(texts[i], Key<std::string>("t" + std::to_string(i)));
   OLDefault d = reopen();
   for (std::size_t i = 0; i < std::size(texts); ++i)
     EXPECT_EQ(d.get(Key<std::string>("t" + std::to_string(i))), texts[i]) << i;
@@ -80,7 +81,7 @@ TEST_F(SettingsTest, PlainValuesRoundTripAcrossReopenAndKeepTheirType) {
 }
 
 TEST_F(SettingsTest, EncodableRecordsEnumsAndClear) {
-  OLDefault d = OLDefault::shared();
+  OLDefault d = OLDefault(platform_.platform().settings);
   d.set(Profile{"ann", 30}, Key<Profile>("p"));
   d.set(Color::Green, Key<Color>("c"));
   EXPECT_EQ(reopen().get(Key<Profile>("p")), (Profile{"ann", 30}));
@@ -99,7 +100,7 @@ TEST_F(SettingsTest, EncodableRecordsEnumsAndClear) {
 }
 
 TEST_F(SettingsTest, RemoveAllNeedsABundleIdentifier) {
-  OLDefault d = OLDefault::shared();
+  OLDefault d = OLDefault(platform_.platform().settings);
   d.set(std::string("v"), Key<std::string>("k"));
   d.removeAll(std::nullopt);
   EXPECT_TRUE(d.has(Key<std::string>("k")));
@@ -108,7 +109,7 @@ TEST_F(SettingsTest, RemoveAllNeedsABundleIdentifier) {
 }
 
 TEST_F(SettingsTest, CorruptOrMissingFileReadsAsEmpty) {
-  OLDefault::shared().set(std::string("v"), Key<std::string>("k"));
+  OLDefault(platform_.platform().settings).set(std::string("v"), Key<std::string>("k"));
   for (const std::string content : {"", "{not json", "[1,2]", "{\"k\": 5}", "\xff\xfe",
                                     "{\"k\": {\"type\": \"string\", \"value\": 3}}"}) {
     std::ofstream(path(), std::ios::trunc) << content;

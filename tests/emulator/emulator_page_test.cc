@@ -14,6 +14,7 @@
 #include "core/ostrel_api_endpoint.h"
 #include "emulator/emulator.h"
 #include "emulator/event_rate.h"
+#include "platform/defaults.h"
 #include "support/test_platform.h"
 #include "transport/ol_connector.h"
 
@@ -84,7 +85,9 @@ class EmulatorPageTest : public ::testing::Test {
         std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
     const std::string auth = OLConnector::authorizationHeader(
         "demo", std::nullopt,
-        OLConnector::getImeldStr("demo-secret", host + path, "POST", text, "", ts), ts);
+        OLConnector::getImeldStr(*platform::makeOpenSslCrypto(), "demo-secret", host + path, "POST",
+                                 text, "", ts),
+        ts);
     httplib::Client client("127.0.0.1", emulator_->info().port);
     auto res = client.Post(path.c_str(), {{"Host", host}, {"Authorization", auth}}, text,
                            "application/json");

@@ -47,7 +47,7 @@ class EmulatorTest : public ::testing::Test {
   Answer send(OstrelAPIEndpoint endpoint, const Json& body,
               const std::string& secret = "demo-secret", const std::string& app = "demo",
               int64_t timeout = 15) {
-    ConnectorBuilder builder(app, secret, false, false, false, timeout, runtime::deployment());
+    ConnectorBuilder builder(runtime::shared(), app, secret, false, false, false, timeout);
     std::promise<Answer> done;
     builder.buildConnector().send(endpoint, body,
                                   [&](std::optional<OLError> e, int64_t s, std::optional<Json> b) {
@@ -115,8 +115,8 @@ TEST_F(EmulatorTest, MalformedRequestsAreRefusedWithTheErrorObject) {
     const std::string host = "client." + info.domain;
     const std::string ts = OLConnector::timestampText(
         std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
-    const std::string sig =
-        OLConnector::getImeldStr("demo-secret", host + c.path, "POST", c.body, "", ts);
+    const std::string sig = OLConnector::getImeldStr(*runtime::current().crypto, "demo-secret",
+                                                     host + c.path, "POST", c.body, "", ts);
     std::string auth = OLConnector::authorizationHeader("demo", std::nullopt, sig, ts);
     if (auto at = auth.find("version=\"2.1\""); at != std::string::npos)
       auth.replace(at, 13, "version=\"" + c.version + "\"");

@@ -27,8 +27,8 @@ class StatusTest : public ::testing::Test {
  protected:
   std::shared_ptr<OLStatus> makeStatus() {
     auto device = std::make_shared<DeviceInformation>();
-    auto connectors =
-        std::make_shared<ConnectorBuilder>("id", "demo-secret", false, false, false, 15);
+    auto connectors = std::make_shared<ConnectorBuilder>(runtime::shared(), "id", "demo-secret",
+                                                         false, false, false, 15);
     auto made = makeOstrelStatus(OstrelConfiguration{}, device, connectors, nullptr);
     return made ? *made : nullptr;
   }
@@ -66,7 +66,8 @@ TEST_F(StatusTest, AnExpiredSessionIsRenewedWithOneSessionStartNamingTheOld) {
 
 TEST_F(StatusTest, TwoFlowsStartedAtOnceOnlyOneWinsTheSlot) {
   auto status = makeStatus();
-  auto connector = ConnectorBuilder("id", "s", false, false, false, 15).buildConnector();
+  auto connector =
+      ConnectorBuilder(runtime::shared(), "id", "s", false, false, false, 15).buildConnector();
   std::vector<std::shared_ptr<OLLoginFlowBase>> flows;
   for (int i = 0; i < 8; ++i) {
     flows.push_back(

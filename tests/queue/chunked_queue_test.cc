@@ -27,7 +27,7 @@ class ChunkedQueueTest : public ::testing::Test {
 
 TEST_F(ChunkedQueueTest, ChunksCloseByBytesAndPopOldestFirst) {
   const auto size = archivedBytes(*event("e0", 200)).size();
-  OLChunkedQueue queue("EventQueue", static_cast<int64_t>(size * 3 + size / 2));
+  OLChunkedQueue queue(platform_.ref(), "EventQueue", static_cast<int64_t>(size * 3 + size / 2));
   for (int i = 0; i < 5; ++i) ASSERT_TRUE(queue.append(*event("e" + std::to_string(i), 200)));
   // Three events fit under the limit, the fourth still goes in (the limit was
   // not reached before it), the fifth opens chunk 2.
@@ -48,7 +48,7 @@ TEST_F(ChunkedQueueTest, ChunksCloseByBytesAndPopOldestFirst) {
 }
 
 TEST_F(ChunkedQueueTest, PoppingThePushChunkMovesLaterAppendsToANewChunk) {
-  OLChunkedQueue queue("EventQueue", 10240);
+  OLChunkedQueue queue(platform_.ref(), "EventQueue", 10240);
   ASSERT_TRUE(queue.append(*event("a")));
   std::optional<std::string> handler;
   auto popped = queue.popChunk(handler, false);
@@ -66,30 +66,30 @@ TEST_F(ChunkedQueueTest, PoppingThePushChunkMovesLaterAppendsToANewChunk) {
 
 TEST_F(ChunkedQueueTest, KeysWrapAfter65535AndARestartSendsLowKeysFirst) {
   {
-    OLChunkedQueue queue("EventQueue", 10240);
+    OLChunkedQueue queue(platform_.ref(), "EventQueue", 10240);
     std::filesystem::create_directories(queue.chunksFolder() + "/65535");
   }
-  OLChunkedQueue queue("EventQueue", 10240);
+  OLChunkedQueue queue(platform_.ref(), "EventQueue", 10240);
   EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{65535}));
   std::optional<std::string> handler;
   ASSERT_TRUE(queue.popChunk(handler, false));
   EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{65535, 0}));
   ASSERT_TRUE(queue.append(*event("after-wrap")));
   EXPECT_TRUE(std::filesystem::exists(queue.chunksFolder() + "/0"));
-  OLChunkedQueue restarted("EventQueue", 10240);
+  OLChunkedQueue restarted(platform_.ref(), "EventQueue", 10240);
   EXPECT_EQ(restarted.chunkKeys(), (std::vector<int>{0, 65535}));
 }
 
 TEST_F(ChunkedQueueTest, RestartRebuildsFromDiskAndSkipsCorruptFiles) {
   {
-    OLChunkedQueue queue("EventQueue", 10240);
+    OLChunkedQueue queue(platform_.ref(), "EventQueue", 10240);
     for (int i = 0; i < 3; ++i) ASSERT_TRUE(queue.append(*event("k" + std::to_string(i))));
   }
   const std::string chunk = platform_.root() + "/EventQueue/Chunks/1";
   std::ofstream(chunk + "/garbage") << "not an archive";
   std::ofstream(chunk + "/empty");
   std::filesystem::create_directories(platform_.root() + "/EventQueue/Chunks/not-a-key");
-  OLChunkedQueue queue("EventQueue", 10240);
+  OLChunkedQueue queue(platform_.ref(), "EventQueue", 10240);
   EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{1}));
   EXPECT_GT(queue.pushChunkSize(), 0);
   std::optional<std::string> handler;
@@ -100,7 +100,7 @@ TEST_F(ChunkedQueueTest, RestartRebuildsFromDiskAndSkipsCorruptFiles) {
 }
 
 TEST_F(ChunkedQueueTest, EventsOfTheSameMicrosecondAreBothKept) {
-  OLChunkedQueue queue("EventQueue", 10240);
+  OLChunkedQueue queue(platform_.ref(), "EventQueue", 10240);
   auto a = *OLCustomEvent::make("same", "s", "u", nullptr);
   auto b = *OLCustomEvent::make("same", "s", "u", nullptr);
   ASSERT_EQ(a->uniqueName(), b->uniqueName());

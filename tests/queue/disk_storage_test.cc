@@ -16,7 +16,7 @@ class DiskStorageTest : public ::testing::Test {
 };
 
 TEST_F(DiskStorageTest, MapAddGetRemoveClearCount) {
-  OLMap<Flag> flags("ApplicationFlags");
+  OLMap<Flag> flags(platform_.ref(), "ApplicationFlags");
   EXPECT_EQ(*flags.count(), 0u);
   auto handler = flags.add(Flag("FirstStart", false));
   ASSERT_TRUE(handler);
@@ -36,14 +36,14 @@ TEST_F(DiskStorageTest, MapAddGetRemoveClearCount) {
   ASSERT_TRUE(flags.remove("a"));
   EXPECT_EQ(*flags.count(), 1u);
   // A write a crash interrupted leaves a temporary file that no listing shows.
-  ASSERT_TRUE(runtime::files().writeNewFile(flags.storageUrl() + "/.tmp-1-2", "half"));
+  ASSERT_TRUE(platform_.platform().files->writeNewFile(flags.storageUrl() + "/.tmp-1-2", "half"));
   ASSERT_TRUE(flags.clear());
   EXPECT_EQ(*flags.count(), 0u);
-  EXPECT_FALSE(runtime::files().exists(flags.storageUrl() + "/.tmp-1-2"));
+  EXPECT_FALSE(platform_.platform().files->exists(flags.storageUrl() + "/.tmp-1-2"));
 }
 
 TEST_F(DiskStorageTest, StoreWhoseFolderVanishedIsRecreatedOnAdd) {
-  OLMap<Flag> flags("Vanishing");
+  OLMap<Flag> flags(platform_.ref(), "Vanishing");
   ASSERT_TRUE(flags.add(Flag("a", true)));
   std::filesystem::remove_all(flags.storageUrl());
   ASSERT_TRUE(flags.add(Flag("b", true)));
@@ -51,7 +51,7 @@ TEST_F(DiskStorageTest, StoreWhoseFolderVanishedIsRecreatedOnAdd) {
 }
 
 TEST_F(DiskStorageTest, UndecodableItemIsAnErrorAndStaysInPlace) {
-  OLMap<Flag> flags("Corrupt");
+  OLMap<Flag> flags(platform_.ref(), "Corrupt");
   for (const std::string& content : {std::string("junk"), std::string(), std::string("\xa1\xa1")}) {
     std::ofstream(flags.storageUrl() + "/bad", std::ios::trunc) << content;
     auto read = flags.get(std::string("bad"), true);
@@ -62,7 +62,7 @@ TEST_F(DiskStorageTest, UndecodableItemIsAnErrorAndStaysInPlace) {
 }
 
 TEST_F(DiskStorageTest, TypedStackReadsTheLastItemWithoutAHandler) {
-  OLTypedStack<Flag> stack("Stack");
+  OLTypedStack<Flag> stack(platform_.ref(), "Stack");
   EXPECT_EQ(*stack.get(std::nullopt, false), nullptr);
   ASSERT_TRUE(stack.add(Flag("1-first", false)));
   ASSERT_TRUE(stack.add(Flag("2-second", true)));

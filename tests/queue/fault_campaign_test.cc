@@ -78,11 +78,11 @@ TEST(FaultCampaign, NothingLostNothingWronglyKeptAndTheQueueDrains) {
   config.chunkCountEvents = 1000;  // only the campaign's flushes send
   auto device = std::make_shared<DeviceInformation>();
   auto connectors =
-      std::make_shared<ConnectorBuilder>(device->deviceId, "demo-secret", false, false, false,
-                                         config.connectionTimeoutSecs, runtime::deployment());
+      std::make_shared<ConnectorBuilder>(runtime::shared(), device->deviceId, "demo-secret", false,
+                                         false, false, config.connectionTimeoutSecs);
   auto status = *makeOstrelStatus(config, device, connectors, nullptr);
   ASSERT_TRUE(status);
-  auto manager = OLQueueManager::make(connectors, config, status);
+  auto manager = OLQueueManager::make(runtime::shared(), connectors, config, status);
   auto flush = [&] {
     std::promise<void> done;
     manager->flushEvents([&](std::optional<OLError>, std::optional<Json>) { done.set_value(); });

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <set>
 #include <thread>
@@ -79,6 +80,37 @@ TEST_F(PipelineTest, EventsArriveInOrderWithTheirDictionaries) {
   const int bulks = service_.requestsTo("/events/track_bulk");
   ASSERT_FALSE(flush(*o));
   EXPECT_EQ(service_.requestsTo("/events/track_bulk"), bulks);
+}
+
+// Each facade keeps the platform it was built on: the second start must not
+// redirect the first one's files, network or service.
+TEST_F(PipelineTest, TwoFacadesOnTwoPlatformsEachDeliverOnlyToTheirOwnService) {
+  struct Side {
+    test::TestPlatform platform;
+    test::EmulatorService service;
+    std::shared_ptr<Ostrel> facade;
+  };
+  Side sides[2];
+  for (auto& side : sides) {
+    side.facade = side.service.startFacade(side.platform);
+    ASSERT_TRUE(side.facade);
+  }
+  ASSERT_NE(sides[0].platform.root(), sides[1].platform.root());
+  for (int i = 0; i < 2; ++i) {
+    for (int n = 0; n < 3; ++n) {
+      ASSERT_TRUE(sides[i].facade->sendEvent("side" + std::to_string(i) + "_" + std::to_string(n)));
+    }
+  }
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_FALSE(flush(*sides[i].facade)) << i;
+    std::vector<std::string> custom;
+    for (const auto& e : sides[i].service.events()) {
+      if (e["event_type"] == "custom event") custom.push_back(e.value("name", ""));
+    }
+    const std::string own = "side" + std::to_string(i) + "_";
+    EXPECT_EQ(custom, (std::vector<std::string>{own + "0", own + "1", own + "2"})) << i;
+    EXPECT_TRUE(std::filesystem::is_directory(sides[i].platform.root() + "/EventQueue")) << i;
+  }
 }
 
 TEST_F(PipelineTest, PermanentRefusalsDropAChunkTransientFailuresKeepIt) {

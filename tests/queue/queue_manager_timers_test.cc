@@ -29,11 +29,11 @@ TEST(QueueManagerTimersTest, HeartbeatAndExpiryWork) {
   config.heartbeatPeriodSec = 0.05;
   config.expireTimeSec = 0.1;
   auto device = std::make_shared<DeviceInformation>();
-  auto connectors = std::make_shared<ConnectorBuilder>(device->deviceId, "demo-secret", false,
-                                                       false, false, 15, runtime::deployment());
+  auto connectors = std::make_shared<ConnectorBuilder>(runtime::shared(), device->deviceId,
+                                                       "demo-secret", false, false, false, 15);
   auto status = *makeOstrelStatus(config, device, connectors, nullptr);
   ASSERT_TRUE(status);
-  auto manager = OLQueueManager::make(connectors, config, status);
+  auto manager = OLQueueManager::make(runtime::shared(), connectors, config, status);
   ASSERT_TRUE(manager->addEvent("watch", EventType(_EventType::TimerStart), nullptr));
   // Nobody flushes: the expire timer does, and the heartbeat names the running timer.
   EXPECT_TRUE(eventually([&] {

@@ -20,7 +20,7 @@ TEST(SentChunksTest, ASentChunkIsGoneAtOnceAndItsFilesSoonAfter) {
   test::TestPlatform platform;
   std::string sent;
   {
-    OLChunkedQueue queue("EventQueue", 10240);
+    OLChunkedQueue queue(platform.ref(), "EventQueue", 10240);
     sent = queue.sentFolder();
     auto event = *OLCustomEvent::make("e", "session", "A_user", nullptr);
     ASSERT_TRUE(queue.append(*event));
@@ -35,7 +35,7 @@ TEST(SentChunksTest, ASentChunkIsGoneAtOnceAndItsFilesSoonAfter) {
     std::filesystem::create_directories(sent + "/1-7-0");
     std::ofstream(sent + "/1-7-0/event") << "sent before the stop";
   }
-  OLChunkedQueue restarted("EventQueue", 10240);
+  OLChunkedQueue restarted(platform.ref(), "EventQueue", 10240);
   EXPECT_TRUE(restarted.chunkKeys() == std::vector<int>{1});
   EXPECT_TRUE(test::eventually([&] { return emptyOrMissing(sent); }));
 }

@@ -55,12 +55,13 @@ TestPlatform::TestPlatform()
     : root_(dir_.path() + "/Ostrel"),
       clock_(std::make_shared<FakeClock>()),
       log_(std::make_shared<CapturingLogSink>()) {
-  platform_.clock = clock_;
-  platform_.log = log_;
-  platform_.files = platform::makePosixFileSystem(root_);
-  platform_.settings = platform::makeFileSettingsStore(platform_.files, root_ + "/settings.json");
-  runtime::install(platform_);
-  platform_ = runtime::current();
+  Platform platform;
+  platform.clock = clock_;
+  platform.log = log_;
+  platform.files = platform::makePosixFileSystem(root_);
+  platform.settings = platform::makeFileSettingsStore(platform.files, root_ + "/settings.json");
+  runtime::install(platform);
+  platform_ = std::make_shared<const Platform>(runtime::current());
 }
 
 TestPlatform::~TestPlatform() = default;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ostrel/platform.h"
+#include "platform/platform_ref.h"
 
 namespace ostrel::test {
 
@@ -58,14 +59,16 @@ class TestPlatform {
   FakeClock& clock() { return *clock_; }
   CapturingLogSink& log() { return *log_; }
   const std::string& root() const { return root_; }
-  const Platform& platform() const { return platform_; }
+  const Platform& platform() const { return *platform_; }
+  // What components built in the test are handed.
+  const PlatformRef& ref() const { return platform_; }
 
  private:
   TempDir dir_;
   std::string root_;
   std::shared_ptr<FakeClock> clock_;
   std::shared_ptr<CapturingLogSink> log_;
-  Platform platform_;
+  PlatformRef platform_;
 };
 
 }  // namespace ostrel::test

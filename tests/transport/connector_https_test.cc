@@ -28,8 +28,7 @@ class ConnectorHttpsTest : public ::testing::Test {
   void TearDown() override { runtime::install(platform_.platform()); }
 
   Answer send(OstrelAPIEndpoint endpoint, const Json& body, int64_t timeout = 15) {
-    ConnectorBuilder builder("app-id", "secret", false, false, false, timeout,
-                             runtime::deployment());
+    ConnectorBuilder builder(runtime::shared(), "app-id", "secret", false, false, false, timeout);
     std::promise<Answer> done;
     builder.buildConnector().send(endpoint, body,
                                   [&](std::optional<OLError> e, int64_t s, std::optional<Json> b) {
@@ -65,8 +64,9 @@ TEST_F(ConnectorHttpsTest, SendsTheExactSignedRequest) {
   EXPECT_EQ(r.header("Content-Length"), std::to_string(r.body.size()));
   EXPECT_EQ(r.header("Content-Type"), "application/json");
   EXPECT_EQ(r.header("Accept"), "application/json");
-  std::string signature = OLConnector::getImeldStr(
-      "secret", "auth.ostrel.test/login/direct/email/login", "POST", r.body, "", "1700000000");
+  std::string signature = OLConnector::getImeldStr(*runtime::current().crypto, "secret",
+                                                   "auth.ostrel.test/login/direct/email/login",
+                                                   "POST", r.body, "", "1700000000");
   EXPECT_EQ(r.header("Authorization"),
             OLConnector::authorizationHeader("app-id", std::nullopt, signature, "1700000000"));
 }
@@ -113,7 +113,7 @@ TEST_F(ConnectorHttpsTest, InvalidBodyNeverLeavesTheDeviceAndIsAnsweredOnTheNetw
 
   // The refusal comes where every answer comes, never inside the caller's send().
   std::promise<std::thread::id> answered;
-  ConnectorBuilder("app-id", "secret", false, false, false, 15, runtime::deployment())
+  ConnectorBuilder(runtime::shared(), "app-id", "secret", false, false, false, 15)
       .buildConnector()
       .send(
           OstrelAPIEndpoint::EmailLogin, Json{{"email", "a@b.c"}},
@@ -126,7 +126,7 @@ TEST_F(ConnectorHttpsTest, InvalidBodyNeverLeavesTheDeviceAndIsAnsweredOnTheNetw
 
 TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesTheWire) {
   const Key<std::string> stored("DistributionGroup");
-  ConnectorBuilder builder("app-id", "secret", false, false, false, 15, runtime::deployment());
+  ConnectorBuilder builder(runtime::shared(), "app-id", "secret", false, false, false, 15);
   struct Case {
     std::string group;
     bool accepted;
@@ -158,7 +158,7 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
       EXPECT_EQ((*set.error().extra())["distributionGroup"], c.group);
     }
     EXPECT_EQ(builder.distributionGroup(), expected);
-    EXPECT_EQ(OLDefault::shared().get(stored), expected);
+    EXPECT_EQ(OLDefault(runtime::current().settings).get(stored), expected);
 
     std::promise<void> done;
     builder.buildConnector().send(OstrelAPIEndpoint::RichPush, Json::object(),
@@ -171,7 +171,8 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
   }
   // A restart finds the accepted group; an unset one leaves the header.
   ASSERT_TRUE(builder.setDistributionGroup(std::string("beta")));
-  EXPECT_EQ(ConnectorBuilder("app-id", "secret", false, false, false, 15).distributionGroup(),
+  EXPECT_EQ(ConnectorBuilder(runtime::shared(), "app-id", "secret", false, false, false, 15)
+                .distributionGroup(),
             "beta");
   ASSERT_TRUE(builder.setDistributionGroup(std::nullopt));
   std::promise<void> unset;
@@ -180,10 +181,10 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
   unset.get_future().wait();
   EXPECT_EQ(server_.received().back().header("Authorization").find("group="), std::string::npos);
   // A group stored by an older version that breaks the rule is dropped at start.
-  OLDefault::shared().set(std::string("x\r\nX-Injected: yes"), stored);
-  ConnectorBuilder restarted("app-id", "secret", false, false, false, 15, runtime::deployment());
+  OLDefault(runtime::current().settings).set(std::string("x\r\nX-Injected: yes"), stored);
+  ConnectorBuilder restarted(runtime::shared(), "app-id", "secret", false, false, false, 15);
   EXPECT_FALSE(restarted.distributionGroup());
-  EXPECT_FALSE(OLDefault::shared().has(stored));
+  EXPECT_FALSE(OLDefault(runtime::current().settings).has(stored));
 }
 
 // Every login endpoint against the emulator redirecting it to a host outside
@@ -209,7 +210,7 @@ TEST(ConnectorRedirectTest, CredentialsNeverFollowARedirectOutsideTheDomain) {
       {OstrelAPIEndpoint::UO2CredentialsTo3, {{"brivolauser", "u"}, {"info_utente", "i"}}},
       {OstrelAPIEndpoint::GenerateTransientToken, {{"user_id", "O_session"}}},
   };
-  ConnectorBuilder builder("demo", "demo-secret", false, false, false, 10, runtime::deployment());
+  ConnectorBuilder builder(runtime::shared(), "demo", "demo-secret", false, false, false, 10);
   for (const auto& [endpoint, body] : logins) {
     for (int status : {301, 302, 303, 307, 308}) {
       SCOPED_TRACE(std::string(endpointName(endpoint)) + " " + std::to_string(status));

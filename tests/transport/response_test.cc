@@ -29,6 +29,7 @@ struct Outcome {
   std::optional<OLError> error;
   int64_t status = -1;
   std::optional<Json> body;
+  std::shared_ptr<test::CapturingLogSink> log = std::make_shared<test::CapturingLogSink>();
 };
 
 Outcome parse(const std::optional<PlatformError>& error, long status, std::string body,
@@ -38,7 +39,7 @@ Outcome parse(const std::optional<PlatformError>& error, long status, std::strin
   response.status = status;
   response.body = std::move(body);
   response.finalUrl = std::move(finalUrl);
-  OLConnector::parseResponse(error, response, "ostrel.io",
+  OLConnector::parseResponse(error, response, "ostrel.io", *out.log,
                              [&](std::optional<OLError> e, int64_t s, std::optional<Json> b) {
                                out.error = std::move(e);
                                out.status = s;
@@ -63,7 +64,6 @@ TEST(ParseResponseTest, DomainCheck) {
       {"", true},  // no host: nothing to check
   };
   for (const auto& c : cases) {
-    test::TestPlatform platform;
     auto out = parse(std::nullopt, 200, "{\"k\":1}", c.url);
     EXPECT_EQ(out.status, 200);
     EXPECT_EQ(out.body, (Json{{"k", 1}}));
@@ -76,7 +76,7 @@ TEST(ParseResponseTest, DomainCheck) {
       const std::string raw = "{\"k\":1}";
       EXPECT_EQ(*out.error->extra(),
                 (Json{{"response", Json::binary({raw.begin(), raw.end()})}, {"statusCode", 200}}));
-      EXPECT_TRUE(platform.log().contains("Connection came from URL " + c.url));
+      EXPECT_TRUE(out.log->contains("Connection came from URL " + c.url));
     }
   }
 }

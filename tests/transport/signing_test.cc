@@ -35,14 +35,17 @@ std::string opensslHmacSha1(const std::string& key, const std::string& message,
 TEST(SigningTest, PublishedHmacSha1Vectors) {
   test::TestPlatform platform;
   // RFC 2202 test cases 1, 2 and 6.
-  EXPECT_EQ(hmacHex(CryptoAlgorithm::SHA1, std::string(20, '\x0b'), "Hi There"),
+  EXPECT_EQ(hmacHex(*platform.platform().crypto, CryptoAlgorithm::SHA1, std::string(20, '\x0b'),
+                    "Hi There"),
             "b617318655057264e28bc0b6fb378c8ef146be00");
-  EXPECT_EQ(hmacHex(CryptoAlgorithm::SHA1, "Jefe", "what do ya want for nothing?"),
+  EXPECT_EQ(hmacHex(*platform.platform().crypto, CryptoAlgorithm::SHA1, "Jefe",
+                    "what do ya want for nothing?"),
             "effcdf6ae5eb2fa2d27416d5f184df9c259a7c79");
-  EXPECT_EQ(hmacHex(CryptoAlgorithm::SHA1, std::string(80, '\xaa'),
+  EXPECT_EQ(hmacHex(*platform.platform().crypto, CryptoAlgorithm::SHA1, std::string(80, '\xaa'),
                     "Test Using Larger Than Block-Size Key - Hash Key First"),
             "aa4ae5e15272d00e95705637ce8a3b55ed402112");
-  EXPECT_EQ(sha1Hex("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+  EXPECT_EQ(sha1Hex(*platform.platform().crypto, "abc"),
+            "a9993e364706816aba3e25717850c26c9cd0d89d");
 }
 
 TEST(SigningTest, SignatureMatchesAnIndependentHmac) {
@@ -61,7 +64,8 @@ TEST(SigningTest, SignatureMatchesAnIndependentHmac) {
     std::string expected = opensslHmacSha1(
         c.secret, c.endpoint + "|POST|" + c.body + "|" + c.query + "|" + c.timestamp, dir.path());
     ASSERT_EQ(expected.size(), 40u) << "openssl command line failed";
-    EXPECT_EQ(OLConnector::getImeldStr(c.secret, c.endpoint, "POST", c.body, c.query, c.timestamp),
+    EXPECT_EQ(OLConnector::getImeldStr(*platform.platform().crypto, c.secret, c.endpoint, "POST",
+                                       c.body, c.query, c.timestamp),
               expected);
   }
 }
@@ -79,7 +83,7 @@ class HeadersTest : public ::testing::Test {
  protected:
   test::TestPlatform platform_;
   OLConnector connector_ =
-      ConnectorBuilder("app", "secret", false, false, false, 15).buildConnector();
+      ConnectorBuilder(platform_.ref(), "app", "secret", false, false, false, 15).buildConnector();
 
   std::string header(const platform::HttpRequest& r, const std::string& name) {
     for (const auto& [k, v] : r.headers) {
@@ -108,8 +112,9 @@ TEST_F(HeadersTest, SignsHostAndPathWithoutSchemePortOrQuery) {
     connector_.addHeadersToRequest(r, std::nullopt, c.body);
     EXPECT_EQ(header(r, "Content-Length"), c.length);
     EXPECT_EQ(r.body, c.body.value_or(""));
-    std::string sig = OLConnector::getImeldStr("secret", "client.ostrel.io/events/track_bulk",
-                                               "POST", c.signedBody, "", "1700000001");
+    std::string sig = OLConnector::getImeldStr(*platform_.platform().crypto, "secret",
+                                               "client.ostrel.io/events/track_bulk", "POST",
+                                               c.signedBody, "", "1700000001");
     EXPECT_EQ(header(r, "Authorization"),
               OLConnector::authorizationHeader("app", std::nullopt, sig, "1700000001"));
   }
@@ -140,15 +145,16 @@ TEST(DistributionGroupTest, ConcurrentSettersLeaveMemoryAndSettingsAgreeing) {
   test::TestPlatform platform;
   Platform slow = platform.platform();
   slow.settings = std::make_shared<SlowSettings>(slow.settings);
-  runtime::install(slow);
-  ConnectorBuilder builder("app", "secret", false, false, false, 15);
+  ConnectorBuilder builder(std::make_shared<const Platform>(slow), "app", "secret", false, false,
+                           false, 15);
   const Key<std::string> stored("DistributionGroup");
   for (int round = 0; round < 30; ++round) {
     std::thread a([&] { (void)builder.setDistributionGroup("a" + std::to_string(round)); });
     std::thread b([&] { (void)builder.setDistributionGroup("b" + std::to_string(round)); });
     a.join();
     b.join();
-    ASSERT_EQ(builder.distributionGroup(), OLDefault::shared().get(stored)) << "round " << round;
+    ASSERT_EQ(builder.distributionGroup(), OLDefault(slow.settings).get(stored))
+        << "round " << round;
   }
 }
 
