@@ -135,7 +135,10 @@ class OSTREL_API Ostrel {
   // Durability. An analytics call that returned success has handed its event
   // to the library's intake; the intake's own thread writes it to disk within
   // milliseconds, and from then on it survives a crash and is delivered
-  // (possibly twice after a crash, never not at all). A normal exit (a return
+  // (possibly twice after a crash, never not at all). An analytics call waits
+  // while that thread is behind (an event accepted more than 2 ms ago is still
+  // unwritten): a crash can then take only what was accepted just before the
+  // system stopped the thread, however long it holds it. A normal exit (a return
   // from main, std::exit) and the destruction of the facade write what is
   // still in memory, waiting at most a second; network work is abandoned.
   //

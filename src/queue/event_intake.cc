@@ -156,19 +156,37 @@ void EventIntake::post(void (EventIntake::*member)()) {
 }
 
 Result<uint64_t> EventIntake::accept(const IntakeRecord& record) {
+  using Clock = std::chrono::steady_clock;
   std::string frame;
   appendIntakeFrame(frame, record);
+  auto now = Clock::now();
+  const auto maxAge = std::chrono::duration_cast<Clock::duration>(
+      std::chrono::duration<double>(limits_.pendingAgeSecs));
+  const auto stuck = now + std::chrono::duration_cast<Clock::duration>(
+                               std::chrono::duration<double>(limits_.stuckWriterSecs));
   uint64_t number;
   bool schedule;
   {
     MutexLock lock(mutex_);
-    while (!closed_ && pending_.size() >= limits_.pendingBytes) {
-      if (writeFailing_) {
-        return intakeError("The event store cannot take more events: the disk refuses writes");
+    for (;;) {
+      if (closed_) return intakeError("The event queue is closed");
+      if (pending_.size() >= limits_.pendingBytes) {
+        if (writeFailing_) {
+          return intakeError("The event store cannot take more events: the disk refuses writes");
+        }
+        lock.wait(spaceFreed_);
+        continue;
       }
-      lock.wait(spaceFreed_);
+      // A failing disk is waited for by the bytes bound alone: it is retried
+      // only every `retrySecs`.
+      if (writeFailing_) break;
+      std::optional<Clock::time_point> oldest = writingSince_;
+      if (pendingCount_ > 0 && (!oldest || pendingSince_ < *oldest)) oldest = pendingSince_;
+      if (!oldest || now - *oldest < maxAge) break;
+      if (lock.waitUntil(spaceFreed_, stuck) == std::cv_status::timeout) break;
+      now = Clock::now();
     }
-    if (closed_) return intakeError("The event queue is closed");
+    if (pendingCount_ == 0) pendingSince_ = now;
     pending_ += frame;
     ++pendingCount_;
     number = ++accepted_;
@@ -251,6 +269,7 @@ void EventIntake::writePendingLocked() {
     batch.swap(pending_);
     count = pendingCount_;
     pendingCount_ = 0;
+    writingSince_ = pendingSince_;
     if (writeOffset_ >= limits_.segmentBytes) {
       finished_[writeSegment_] = writeOffset_;
       ++writeSegment_;
@@ -268,6 +287,8 @@ void EventIntake::writePendingLocked() {
   uint64_t persisted;
   {
     MutexLock lock(mutex_);
+    const auto batchSince = writingSince_;
+    writingSince_.reset();
     if (written) {
       writeOffset_ += batch.size();
       persisted_ += count;
@@ -281,6 +302,7 @@ void EventIntake::writePendingLocked() {
       writeOffset_ = 0;
       pending_.insert(0, batch);
       pendingCount_ += count;
+      if (batchSince) pendingSince_ = *batchSince;
       if (!writeFailing_)
         logLine("Cannot write the event intake: " + written.error().description());
       writeFailing_ = true;

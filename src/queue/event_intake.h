@@ -30,7 +30,15 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
  public:
   struct Limits {
     // Accepted bytes waiting for their write; past it accept() waits for the disk.
-    std::size_t pendingBytes = 8u << 20;
+    std::size_t pendingBytes = 512u << 10;
+    // Age of the oldest unwritten event past which accept() waits for the writer:
+    // what a kill can take is what was accepted this long before the writer fell
+    // behind, however long the system then keeps it from writing (no free core,
+    // a write held by the kernel under heavy disk traffic).
+    double pendingAgeSecs = 0.002;
+    // A writer held longer than this is stuck rather than late: accept() goes on,
+    // and only `pendingBytes` holds it back.
+    double stuckWriterSecs = 1.0;
     // Events handed to the chunked queue and not yet appended.
     std::size_t outstanding = 512;
     // A segment is closed once it holds this much.
@@ -65,8 +73,9 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   // Takes one event; any thread. Touches no file: the event is durable once
   // the intake's writer thread has written it, a few hundred microseconds later.
   // Answers the event's number in this run (from 1). Waits while more than
-  // `pendingBytes` are unwritten; fails when the intake was closed or the disk
-  // has refused every write for a while and memory is full.
+  // `pendingBytes` are unwritten, or while the oldest unwritten event is older
+  // than `pendingAgeSecs`; fails when the intake was closed or the disk has
+  // refused every write for a while and memory is full.
   Result<uint64_t> accept(const IntakeRecord& record);
 
   uint64_t acceptedCount() const;
@@ -148,6 +157,9 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   std::condition_variable spaceFreed_;
   std::string pending_ OSTREL_GUARDED_BY(mutex_);  // frames accepted and not written
   uint64_t pendingCount_ OSTREL_GUARDED_BY(mutex_) = 0;
+  // When the oldest event of `pending_`, and of the batch being written, was accepted.
+  std::chrono::steady_clock::time_point pendingSince_ OSTREL_GUARDED_BY(mutex_);
+  std::optional<std::chrono::steady_clock::time_point> writingSince_ OSTREL_GUARDED_BY(mutex_);
   uint64_t accepted_ OSTREL_GUARDED_BY(mutex_) = 0;
   uint64_t persisted_ OSTREL_GUARDED_BY(mutex_) = 0;
   bool drainScheduled_ OSTREL_GUARDED_BY(mutex_) = false;

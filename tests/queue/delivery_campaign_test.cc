@@ -35,9 +35,11 @@ struct Host {
            "OSTREL_CA_FILE=" + info.caFile};
   }
 
-  // Runs the producer; with `killAt` set, SIGKILLs it then. Answers its exit
-  // status, or minus the signal that ended it.
-  int run(const std::vector<std::string>& args, std::optional<Clock::time_point> killAt = {}) {
+  // Runs the producer; with `killAt` set, SIGKILLs it then and notes in
+  // `killed` when the signal went. Answers its exit status, or minus the
+  // signal that ended it.
+  int run(const std::vector<std::string>& args, std::optional<Clock::time_point> killAt = {},
+          Clock::time_point* killed = nullptr) {
     std::vector<std::string> all = {OSTREL_HOST_PRODUCER};
     all.insert(all.end(), args.begin(), args.end());
     pid_t pid = ::fork();
@@ -51,6 +53,8 @@ struct Host {
     }
     if (killAt) {
       std::this_thread::sleep_until(*killAt);
+      // A busy machine wakes this thread late: what counts is when the kill went.
+      if (killed) *killed = Clock::now();
       ::kill(pid, SIGKILL);
     }
     int status = 0;
@@ -82,15 +86,68 @@ TEST(DeliveryCampaign, AReturnFromMainKeepsEveryAcceptedEvent) {
   }
 }
 
+// One killed run as the campaign saw it.
+struct KilledRun {
+  Clock::time_point started, killed;
+  // Progress lines: the last id of a burst, and when its calls had all returned.
+  std::vector<std::pair<long, Clock::time_point>> bursts;
+};
+
+double msBetween(Clock::time_point from, Clock::time_point to) {
+  return std::chrono::duration<double, std::milli>(to - from).count();
+}
+
+// What the producer's trace says of the intake's writes around a loss: whether
+// the last lost event was written, when the writer last wrote before the kill,
+// and whether a write was under way (held by the system) when the kill came.
+std::string traceVerdict(const std::string& path, long lostId, Clock::time_point killed) {
+  auto before = [&](int64_t ns) {
+    return msBetween(Clock::time_point{std::chrono::nanoseconds(ns)}, killed);
+  };
+  std::ifstream in(path);
+  std::string line, kind;
+  std::optional<double> writtenBefore;
+  double underWay = -1;  // a write begun and not returned, or -1
+  double lastEndBefore = -1;
+  long lastIdBefore = -1;
+  int failed = 0;
+  while (std::getline(in, line)) {
+    std::istringstream fields(line);
+    int64_t begin = 0, end = 0;
+    std::size_t bytes = 0;
+    long first = -1, last = -1;
+    fields >> kind >> begin;
+    if (kind == "failed") ++failed;
+    if (kind == "write" && before(begin) >= 0) underWay = before(begin);
+    if (kind != "append" || !(fields >> end >> bytes >> first >> last) || before(end) < 0) continue;
+    underWay = -1;
+    if (first <= lostId && lostId <= last && first >= 0) writtenBefore = before(end);
+    if (last >= 0) lastEndBefore = before(end), lastIdBefore = last;
+  }
+  std::ostringstream out;
+  out.precision(1);
+  out << std::fixed;
+  if (writtenBefore) {
+    out << "written to the log " << *writtenBefore << " ms before the kill";
+  } else {
+    out << "not written; the last write before the kill ended " << lastEndBefore
+        << " ms before it (up to id " << lastIdBefore << ")";
+    if (underWay >= 0)
+      out << "; a write begun " << underWay << " ms before the kill had not returned";
+  }
+  if (failed) out << "; " << failed << " failed writes";
+  return out.str();
+}
+
 TEST(DeliveryCampaign, AKillAfterTheCallsReturnedLosesNoAcceptedEvent) {
   Host host;
   auto& emulator = host.service.emulator();
   const std::string progress = host.dir.path() + "/progress";
+  auto traceOf = [&](const std::string& run) { return host.dir.path() + "/trace-" + run; };
   std::mt19937 rng(7);
   const int cycles =
       std::getenv("OSTREL_CRASH_CYCLES") ? std::atoi(std::getenv("OSTREL_CRASH_CYCLES")) : 4;
-  // For each run: when it was killed.
-  std::map<std::string, Clock::time_point> killedAt;
+  std::map<std::string, KilledRun> runs;
   int failedStarts = 0;
   for (int cycle = 0; cycle < cycles; ++cycle) {
     // The service answers bulk sends two seconds late, or refuses them.
@@ -101,16 +158,16 @@ TEST(DeliveryCampaign, AKillAfterTheCallsReturnedLosesNoAcceptedEvent) {
       emulator.injectFault("TrackBulk", 503, 1000);
     }
     const std::string run = "r" + std::to_string(cycle);
-    const auto killAt = Clock::now() + std::chrono::milliseconds(100 + rng() % 600);
-    killedAt[run] = killAt;
-    if (host.run({"bursts", run, progress}, killAt) != -SIGKILL) ++failedStarts;
+    auto& r = runs[run];
+    r.started = Clock::now();
+    const auto killAt = r.started + std::chrono::milliseconds(100 + rng() % 600);
+    if (host.run({"bursts", run, progress, traceOf(run)}, killAt, &r.killed) != -SIGKILL) {
+      ++failedStarts;
+    }
   }
   emulator.clearFaults();
   EXPECT_EQ(host.run({"drain"}), 0);
 
-  // An event counts as accepted when its burst's line was written at least
-  // 10 ms before the kill.
-  std::map<std::string, long> lastAccepted;
   std::ifstream in(progress);
   std::string line;
   while (std::getline(in, line)) {
@@ -119,25 +176,57 @@ TEST(DeliveryCampaign, AKillAfterTheCallsReturnedLosesNoAcceptedEvent) {
     int64_t ns = 0;
     fields >> id >> ns;
     const auto dash = id.rfind('-');
-    const std::string run = id.substr(0, dash);
-    const long last = std::stol(id.substr(dash + 1));
-    const Clock::time_point at{std::chrono::nanoseconds(ns)};
-    if (at + std::chrono::milliseconds(10) <= killedAt[run]) {
-      lastAccepted[run] = std::max(lastAccepted[run], last);
-    }
+    runs[id.substr(0, dash)].bursts.emplace_back(std::stol(id.substr(dash + 1)),
+                                                 Clock::time_point{std::chrono::nanoseconds(ns)});
   }
   const auto names = host.delivered();
   long accepted = 0, lost = 0, duplicates = 0;
-  for (const auto& [run, last] : lastAccepted) {
-    for (long i = 0; i <= last; ++i) {
-      ++accepted;
+  for (const auto& [run, r] : runs) {
+    // An event counts as accepted when its burst's line was written at least
+    // 10 ms before the kill.
+    long last = -1, written = -1;
+    for (const auto& [id, at] : r.bursts) {
+      written = std::max(written, id);
+      if (at + std::chrono::milliseconds(10) <= r.killed) last = std::max(last, id);
+    }
+    std::vector<std::pair<long, long>> missing;  // ranges of lost ids
+    long delivered = 0;
+    for (long i = 0; i <= written; ++i) {
       auto it = names.find("e" + run + "-" + std::to_string(i));
-      if (it == names.end()) {
-        ++lost;
-      } else {
-        duplicates += it->second - 1;
+      if (it != names.end()) {
+        ++delivered;
+        if (i <= last) duplicates += it->second - 1;
+      } else if (i <= last) {
+        if (!missing.empty() && missing.back().second == i - 1) {
+          missing.back().second = i;
+        } else {
+          missing.emplace_back(i, i);
+        }
       }
     }
+    accepted += last + 1;
+    if (missing.empty()) continue;
+    long count = 0;
+    std::string ranges;
+    for (const auto& [from, to] : missing) {
+      count += to - from + 1;
+      if (ranges.size() < 60) ranges += " " + std::to_string(from) + "-" + std::to_string(to);
+    }
+    lost += count;
+    const long lastLost = missing.back().second;
+    Clock::time_point lineAt{};
+    for (const auto& [id, at] : r.bursts) {
+      if (id >= lastLost) {
+        lineAt = at;
+        break;
+      }
+    }
+    std::printf(
+        "lost in %s: killed %.0f ms after its start, %ld ids:%s%s; the last one's line came "
+        "%.1f ms before the kill; %ld of its events delivered; %s\n",
+        run.c_str(), msBetween(r.started, r.killed), count, ranges.c_str(),
+        ranges.size() >= 60 ? " ..." : "", msBetween(lineAt, r.killed), delivered,
+        traceVerdict(traceOf(run), lastLost, r.killed).c_str());
   }
   std::printf(
       "delivery campaign: %d kills, %ld events accepted 10 ms or more before their kill, "

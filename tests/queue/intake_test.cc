@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <thread>
 
 #include "platform/defaults.h"
 #include "queue/event_intake.h"
@@ -87,12 +88,14 @@ TEST(IntakeFrameTest, TornAndDamagedBytesNeverHideTheFramesAround) {
   }
 }
 
-// A file system whose appends and new files fail while `full` is set.
+// A file system whose appends and new files fail while `full` is set, and
+// whose appends do not return while `held` is set (a write the kernel holds).
 class FillableFileSystem : public platform::FileSystem {
  public:
   explicit FillableFileSystem(std::shared_ptr<platform::FileSystem> real)
       : real_(std::move(real)) {}
   std::atomic<bool> full{false};
+  std::atomic<bool> held{false};
 
   std::string storageRoot() const override { return real_->storageRoot(); }
   Result<void> createDirectories(const std::string& p) override {
@@ -105,6 +108,7 @@ class FillableFileSystem : public platform::FileSystem {
     return full ? noSpace(p) : real_->writeNewFile(p, b);
   }
   Result<void> appendToFile(const std::string& p, const std::string& b) override {
+    while (held) std::this_thread::sleep_for(1ms);
     return full ? noSpace(p) : real_->appendToFile(p, b);
   }
   Result<std::string> readFile(const std::string& p) const override { return real_->readFile(p); }
@@ -225,6 +229,45 @@ TEST_F(EventIntakeTest, AFullDiskLosesNothingAndRefusesOnceMemoryIsFull) {
   ASSERT_TRUE(intake->waitUntilPersisted(accepted, 10s));
   ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
   EXPECT_EQ(sink.appended, expected(0, accepted));
+}
+
+TEST_F(EventIntakeTest, AHeldWriterHoldsProducersBackAndLosesNothing) {
+  // A kill takes what is accepted and not written: however long the system
+  // holds the writer, that stays small. Events are far below a kilobyte.
+  struct Case {
+    const char* what;
+    std::size_t pendingBytes;
+    double pendingAgeSecs;
+  };
+  const std::vector<Case> cases = {
+      {"by the age of the oldest unwritten event", 64u << 20, 0.002},
+      {"by the unwritten bytes", 4096, 3600},
+  };
+  constexpr int kEvents = 20000;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    test::TempDir folder;
+    Sink sink;
+    EventIntake::Limits limits;
+    limits.pendingBytes = c.pendingBytes;
+    limits.pendingAgeSecs = c.pendingAgeSecs;
+    auto intake = EventIntake::open(files_, platform_.platform().scheduler, folder.path(), limits);
+    intake->start(sink.feed());
+    files_->held = true;
+    ASSERT_TRUE(intake->accept(record(0)));
+    std::atomic<bool> finished{false};
+    std::thread producer([&] {
+      for (int i = 1; i <= kEvents; ++i) ASSERT_TRUE(intake->accept(record(i)));
+      finished = true;
+    });
+    std::this_thread::sleep_for(200ms);
+    EXPECT_FALSE(finished) << intake->acceptedCount() << " accepted while the writer was held";
+    files_->held = false;
+    producer.join();
+    ASSERT_TRUE(intake->waitUntilPersisted(kEvents + 1, 10s));
+    ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
+    EXPECT_EQ(sink.appended, expected(0, kEvents + 1));
+  }
 }
 
 TEST_F(EventIntakeTest, AFailedAppendIsHandedAgainInOrder) {
