@@ -22,7 +22,8 @@ namespace ostrel::diagnostics {
 // The Authorization header the library puts on a POST of `body` to `url`
 // at `timestamp` (whole seconds since 1970, as text). Fails for a URL without
 // a host or a group the header cannot carry.
-OSTREL_API Result<std::string> authorizationHeader(const std::string& secret, const std::string& applicationId,
+OSTREL_API Result<std::string> authorizationHeader(const std::string& secret,
+                                                   const std::string& applicationId,
                                                    const std::optional<std::string>& group,
                                                    const std::string& url,
                                                    const std::string& timestamp,
