@@ -1,5 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,6 +30,20 @@ std::string parentOf(const std::string& path) {
   if (slash == std::string::npos || slash == 0) return "/";
   return path.substr(0, slash);
 }
+
+class PosixMappedFile final : public MappedFile {
+ public:
+  PosixMappedFile(char* data, std::size_t size) : data_(data), size_(size) {}
+  ~PosixMappedFile() override { ::munmap(data_, size_); }
+  PosixMappedFile(const PosixMappedFile&) = delete;
+  PosixMappedFile& operator=(const PosixMappedFile&) = delete;
+  char* data() override { return data_; }
+  std::size_t size() const override { return size_; }
+
+ private:
+  char* const data_;
+  const std::size_t size_;
+};
 
 class PosixFileSystem final : public FileSystem {
  public:
@@ -77,6 +92,32 @@ class PosixFileSystem final : public FileSystem {
     auto written = writeAll(fd, path, bytes);
     if (::close(fd) != 0 && written) return storageError("Cannot close file", path, errno);
     return written;
+  }
+
+  Result<std::unique_ptr<MappedFile>> mapNewFile(const std::string& path,
+                                                 std::size_t size) override {
+    int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
+    if (fd < 0) return storageError("Cannot create file", path, errno);
+    auto fail = [&](const char* what, int err) {
+      ::close(fd);
+      ::unlink(path.c_str());
+      return storageError(what, path, err);
+    };
+    if (size == 0) return fail("Cannot map an empty file", EINVAL);
+    // The room is taken now: a full disk is an error here, not a SIGBUS at a
+    // store into the mapping later.
+    if (int err = ::posix_fallocate(fd, 0, static_cast<off_t>(size)); err != 0) {
+      return fail("Cannot reserve room for", err);
+    }
+    void* at = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (at == MAP_FAILED) return fail("Cannot map", errno);
+    ::close(fd);  // the mapping keeps the file open
+    // One store per page faults it in writable and dirty, here rather than
+    // on the first store of the library's caller.
+    auto* bytes = static_cast<volatile char*>(at);
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    for (std::size_t i = 0; i < size; i += page) bytes[i] = 0;
+    return std::unique_ptr<MappedFile>(new PosixMappedFile(static_cast<char*>(at), size));
   }
 
   Result<std::string> readFileRange(const std::string& path, uint64_t offset,

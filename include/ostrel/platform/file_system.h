@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,6 +9,17 @@
 #include "ostrel/result.h"
 
 namespace ostrel::platform {
+
+// A file mapped into memory for writing, shared with the file: a store into
+// data() is in the file (the kernel's page cache) as soon as it is made, so it
+// outlives a kill or a crash of the process; not a power cut. Any thread may
+// store into it. Destroying it unmaps; the file keeps its bytes and its size.
+class OSTREL_API MappedFile {
+ public:
+  virtual ~MappedFile() = default;
+  virtual char* data() = 0;
+  virtual std::size_t size() const = 0;
+};
 
 // The library's files. Paths are absolute. Folders are created private to the
 // user (0700), files likewise (0600). Failures carry a PlatformError inside a
@@ -39,6 +51,18 @@ class OSTREL_API FileSystem {
       whole = std::move(*old);
     }
     return writeFileAtomic(path, whole + bytes);
+  }
+  // Creates `path`, which must not exist, as `size` zero bytes whose room on
+  // the disk is taken now, and maps it for writing with every page already
+  // faulted in and dirty, so that a store into it waits neither for the disk
+  // nor for a page fault (unless the kernel has written the page back since).
+  // Called off the library's hot paths. Answers a null pointer when this file
+  // system cannot map files: the library then writes with appendToFile.
+  virtual Result<std::unique_ptr<MappedFile>> mapNewFile(const std::string& path,
+                                                         std::size_t size) {
+    (void)path;
+    (void)size;
+    return std::unique_ptr<MappedFile>();
   }
   virtual Result<std::string> readFile(const std::string& path) const = 0;
   // At most `length` bytes from `offset` on (fewer at the end of the file).
