@@ -42,6 +42,7 @@ std::shared_ptr<EventIntake> EventIntake::open(std::shared_ptr<platform::FileSys
   auto intake = std::shared_ptr<EventIntake>(
       new EventIntake(std::move(files), std::move(scheduler), std::move(folder), limits));
   intake->recover();
+  intake->mapFirstSegment();
   std::weak_ptr<EventIntake> weak = intake;
   intake->exitHook_ = platform::addExitHook([weak] {
     if (auto self = weak.lock()) self->close(std::chrono::milliseconds(1000));
@@ -138,6 +139,32 @@ void EventIntake::recover() {
   if (left > 0) logLine("Event intake: " + std::to_string(left) + " bytes to replay");
 }
 
+void EventIntake::mapFirstSegment() {
+  if (limits_.segmentBytes > MappedSegment::kMaxBytes) return;
+  auto file = files_->mapNewFile(segmentPath(writeSegment_), limits_.segmentBytes);
+  if (!file) {
+    logLine("Cannot map the event intake, its thread writes it: " + file.error().description());
+    return;
+  }
+  if (!*file) return;  // a file system that cannot map: the writer thread writes
+  mapped_ = true;
+  auto* segment = recycledSegmentLocked();
+  segment->reset(writeSegment_, std::move(*file));
+  live_[writeSegment_] = segment;
+  current_.store(segment);
+  post(&EventIntake::prepare);
+}
+
+MappedSegment* EventIntake::recycledSegmentLocked() {
+  if (!free_.empty()) {
+    auto* segment = free_.back();
+    free_.pop_back();
+    return segment;
+  }
+  segments_.push_back(std::make_unique<MappedSegment>());
+  return segments_.back().get();
+}
+
 void EventIntake::start(Feed feed) {
   {
     MutexLock lock(mutex_);
@@ -149,13 +176,20 @@ void EventIntake::start(Feed feed) {
 void EventIntake::post(void (EventIntake::*member)()) {
   std::weak_ptr<EventIntake> weak = weak_from_this();
   // Writes have a thread of their own: handing events on never delays them.
-  auto& queue = member == &EventIntake::drain ? writer_ : queue_;
+  auto& queue = member == &EventIntake::drain || member == &EventIntake::prepare ? writer_ : queue_;
   queue->async([weak, member] {
     if (auto self = weak.lock()) ((*self).*member)();
   });
 }
 
 Result<uint64_t> EventIntake::accept(const IntakeRecord& record) {
+  const std::size_t bytes = intakeFrameSize(record);
+  // Larger frames would be skipped as damage when read back.
+  if (bytes - kIntakeFrameHeader > kIntakeMaxPayload ||
+      (mapped_ && alignedIntakeFrame(bytes) > limits_.segmentBytes)) {
+    return intakeError("The event is too large to be queued");
+  }
+  if (mapped_) return acceptMapped(record, alignedIntakeFrame(bytes));
   using Clock = std::chrono::steady_clock;
   std::string frame;
   appendIntakeFrame(frame, record);
@@ -197,17 +231,162 @@ Result<uint64_t> EventIntake::accept(const IntakeRecord& record) {
   return number;
 }
 
+Result<uint64_t> EventIntake::acceptMapped(const IntakeRecord& record, std::size_t bytes) {
+  for (;;) {
+    MappedSegment* segment = current_.load();
+    if (segment != nullptr) {
+      // Pinned and still current: the mapping stays until this producer is done.
+      segment->pin();
+      if (current_.load() == segment) {
+        if (auto slot = segment->reserve(bytes)) {
+          segment->write(*slot, record);
+          segment->unpin();
+          if (feedIdle_.load() && feedIdle_.exchange(false)) post(&EventIntake::feed);
+          return slot->number;
+        }
+      }
+      segment->unpin();
+    }
+    if (auto refused = rollOver(segment)) return *refused;
+  }
+}
+
+std::optional<OLError> EventIntake::rollOver(MappedSegment* seen) {
+  bool retireSealed = false;
+  {
+    MutexLock lock(mutex_);
+    for (;;) {
+      if (closed_) return intakeError("The event queue is closed");
+      MappedSegment* current = current_.load();
+      if (current != seen) return std::nullopt;  // another producer rolled over meanwhile
+      if (spare_ != nullptr) {
+        if (current != nullptr) {
+          const auto extent = current->seal();
+          finished_[current->id()] = extent.end;
+          mappedBase_ += extent.count;
+          retireSealed = true;
+        }
+        spare_->setFirstNumber(mappedBase_);
+        writeSegment_ = spare_->id();
+        live_[writeSegment_] = spare_;
+        current_.store(spare_);
+        spare_ = nullptr;
+        break;
+      }
+      if (prepareFailing_) {
+        return intakeError("The event store cannot take more events: the disk refuses writes");
+      }
+      lock.wait(segmentReady_);
+    }
+  }
+  post(&EventIntake::prepare);
+  if (retireSealed) post(&EventIntake::retire);
+  return std::nullopt;
+}
+
+void EventIntake::prepare() {
+  uint64_t id;
+  {
+    MutexLock lock(mutex_);
+    if (closed_ || spare_ != nullptr) return;
+    id = writeSegment_ + 1;
+  }
+  const std::string path = segmentPath(id);
+  auto file = files_->mapNewFile(path, limits_.segmentBytes);
+  if (!file) {
+    // The folder removed behind our back: make it and try once more.
+    (void)files_->createDirectories(folder_);
+    file = files_->mapNewFile(path, limits_.segmentBytes);
+  }
+  std::unique_ptr<platform::MappedFile> unused;
+  bool retry = false;
+  {
+    MutexLock lock(mutex_);
+    if (file && *file && !closed_ && spare_ == nullptr && id == writeSegment_ + 1) {
+      if (prepareFailing_) logLine("The event intake can write again");
+      prepareFailing_ = false;
+      spare_ = recycledSegmentLocked();
+      spare_->reset(id, std::move(*file));
+    } else if (file && *file) {
+      unused = std::move(*file);
+    } else if (!closed_) {
+      if (!prepareFailing_) {
+        logLine(
+            "Cannot make the next segment of the event intake: " +
+            (file ? std::string("the file system no longer maps") : file.error().description()));
+      }
+      prepareFailing_ = true;
+      retry = true;
+    }
+  }
+  segmentReady_.notify_all();
+  if (unused) {
+    unused.reset();
+    (void)files_->remove(path);
+  }
+  if (retry) {
+    std::weak_ptr<EventIntake> weak = weak_from_this();
+    scheduler_->after(limits_.retrySecs, [weak] {
+      if (auto self = weak.lock()) self->post(&EventIntake::prepare);
+    });
+  }
+}
+
+void EventIntake::retire() {
+  std::vector<std::unique_ptr<platform::MappedFile>> unmapped;
+  bool busy = false;
+  {
+    MutexLock lock(mutex_);
+    MappedSegment* current = current_.load();
+    for (auto it = live_.begin(); it != live_.end();) {
+      MappedSegment* segment = it->second;
+      // Sealed and nobody pinned: every frame reserved in it is whole, and no
+      // producer will look at its mapping again.
+      if (segment == current || !segment->idle()) {
+        busy = busy || segment != current;
+        ++it;
+        continue;
+      }
+      unmapped.push_back(segment->unmap());
+      free_.push_back(segment);
+      it = live_.erase(it);
+    }
+    busy = busy && !retireScheduled_;
+    if (busy) retireScheduled_ = true;
+  }
+  unmapped.clear();
+  if (busy) {
+    // A producer is still copying into a sealed segment: look again shortly.
+    std::weak_ptr<EventIntake> weak = weak_from_this();
+    scheduler_->after(0.001, [weak] {
+      auto self = weak.lock();
+      if (!self) return;
+      {
+        MutexLock lock(self->mutex_);
+        self->retireScheduled_ = false;
+      }
+      self->post(&EventIntake::retire);
+    });
+  }
+}
+
 uint64_t EventIntake::acceptedCount() const {
   MutexLock lock(mutex_);
+  if (mapped_) {
+    const MappedSegment* current = current_.load();
+    return mappedBase_ + (current != nullptr ? current->extent().count : 0);
+  }
   return accepted_;
 }
 
 uint64_t EventIntake::persistedCount() const {
+  if (mapped_) return acceptedCount();
   MutexLock lock(mutex_);
   return persisted_;
 }
 
 bool EventIntake::waitUntilPersisted(uint64_t upTo, std::chrono::milliseconds timeout) {
+  if (mapped_) return true;
   MutexLock lock(mutex_);
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (persisted_ < upTo) {
@@ -323,18 +502,53 @@ void EventIntake::writePendingLocked() {
   if (observer) observer(persisted);
 }
 
+IntakeParse EventIntake::readFile(Position at, uint64_t end, bool segmentDone) {
+  // The buffer holds the segment from bufferStart_ on (the feed may have
+  // moved back after a failure: then it starts over).
+  if (bufferStart_.segment != at.segment || at.offset < bufferStart_.offset ||
+      at.offset - bufferStart_.offset > buffer_.size()) {
+    buffer_.clear();
+  } else {
+    buffer_.erase(0, static_cast<std::size_t>(at.offset - bufferStart_.offset));
+  }
+  bufferStart_ = at;
+  auto parsed = parseIntakeFrames(buffer_, false);
+  const uint64_t bufferEnd = bufferStart_.offset + buffer_.size();
+  if (!parsed.frames.empty() || bufferEnd >= end) return parsed;
+  const std::size_t want =
+      std::max<std::size_t>(kReadBlock, parsed.pendingFrameBytes.value_or(0) + kIntakeFrameHeader);
+  const std::string path = segmentPath(at.segment);
+  auto more = files_->readFileRange(
+      path, bufferEnd, static_cast<std::size_t>(std::min<uint64_t>(want, end - bufferEnd)));
+  if (!more || more->empty()) {
+    logLine("Cannot read the event intake: " +
+            (more ? std::string("unexpected end of ") + path : more.error().description()));
+    IntakeParse skip;  // what is left of this segment cannot be replayed
+    skip.consumed = end - at.offset;
+    return skip;
+  }
+  buffer_ += *more;
+  return parseIntakeFrames(buffer_, bufferStart_.offset + buffer_.size() >= end && segmentDone);
+}
+
 void EventIntake::feed() {
   std::vector<std::function<void()>> ready;
   std::weak_ptr<EventIntake> weak = weak_from_this();
+  // Set once this thread has told producers it may sleep; it then looks once
+  // more before it does (a producer that published meanwhile may not have
+  // seen the flag).
+  bool idle = false;
   for (;;) {
     for (auto& then : ready) then();
     ready.clear();
-    std::string path;
     uint64_t end = 0;
     bool segmentDone = false;
+    const MappedSegment* mapping = nullptr;
     Position at;
     uint64_t generation;
+    std::size_t room;
     Feed feed;
+    bool nothing;
     {
       MutexLock lock(mutex_);
       if (closed_ || !feed_) break;
@@ -354,51 +568,42 @@ void EventIntake::feed() {
         auto next = finished_.upper_bound(feedPosition_.segment);
         feedPosition_ = {next != finished_.end() ? next->first : writeSegment_, 0};
       }
+      // This run's segments are read through their mapping while they have one.
+      if (auto it = live_.find(feedPosition_.segment); it != live_.end()) {
+        mapping = it->second;
+        if (!segmentDone) end = mapping->size();
+      }
       notifyFedLocked(ready);
-      if (outstanding_ >= limits_.outstanding || feedPosition_.offset >= end) break;
+      if (outstanding_ >= limits_.outstanding) break;
+      nothing = feedPosition_.offset >= end;
       at = feedPosition_;
       generation = generation_;
       feed = feed_;
-      path = segmentPath(at.segment);
+      room = limits_.outstanding - outstanding_;
+    }
+    IntakeParse parsed;
+    if (!nothing) {
+      parsed = mapping != nullptr ? mapping->published(at.offset, end, room)
+                                  : readFile(at, end, segmentDone);
+      // A segment read to its end holds nothing more (its tail was damage).
+      nothing = parsed.frames.empty() && parsed.consumed == 0 && (mapping || !segmentDone);
+    }
+    if (nothing) {
+      if (!mapped_ || idle) break;
+      idle = true;
+      feedIdle_.store(true);
+      continue;
+    }
+    if (idle) {
+      idle = false;
+      feedIdle_.store(false);
     }
     // Moves the feed past bytes that hold no event, unless a failure moved it meanwhile.
-    auto skipTo = [&](uint64_t offset) {
-      MutexLock lock(mutex_);
-      if (generation_ == generation) feedPosition_.offset = offset;
-    };
-    // The buffer holds the segment from bufferStart_ on (the feed may have
-    // moved back after a failure: then it starts over).
-    if (bufferStart_.segment != at.segment || at.offset < bufferStart_.offset ||
-        at.offset - bufferStart_.offset > buffer_.size()) {
-      buffer_.clear();
-    } else {
-      buffer_.erase(0, static_cast<std::size_t>(at.offset - bufferStart_.offset));
-    }
-    bufferStart_ = at;
-    auto parsed = parseIntakeFrames(buffer_, false);
-    const uint64_t bufferEnd = bufferStart_.offset + buffer_.size();
-    if (parsed.frames.empty() && bufferEnd < end) {
-      const std::size_t want = std::max<std::size_t>(
-          kReadBlock, parsed.pendingFrameBytes.value_or(0) + kIntakeFrameHeader);
-      auto more = files_->readFileRange(
-          path, bufferEnd, static_cast<std::size_t>(std::min<uint64_t>(want, end - bufferEnd)));
-      if (!more || more->empty()) {
-        logLine("Cannot read the event intake: " +
-                (more ? std::string("unexpected end of ") + path : more.error().description()));
-        skipTo(end);  // what is left of this segment cannot be replayed
-        continue;
-      }
-      buffer_ += *more;
-      parsed =
-          parseIntakeFrames(buffer_, bufferStart_.offset + buffer_.size() >= end && segmentDone);
-    }
     if (parsed.frames.empty()) {
-      if (parsed.consumed > 0) {
-        skipTo(at.offset + parsed.consumed);  // damage only
-        continue;
+      MutexLock lock(mutex_);
+      if (generation_ == generation) {
+        feedPosition_.offset = parsed.consumed > 0 ? at.offset + parsed.consumed : end;
       }
-      if (!segmentDone) break;  // cannot happen: the writer writes whole frames
-      skipTo(end);
       continue;
     }
     for (auto& frame : parsed.frames) {
@@ -556,8 +761,10 @@ void EventIntake::writeCheckpoint() {
 
 bool EventIntake::isDrained() const {
   MutexLock lock(mutex_);
+  const MappedSegment* current = current_.load();
+  const uint64_t writeEnd = current != nullptr ? current->extent().end : writeOffset_;
   return pending_.empty() && outstanding_ == 0 && feedPosition_.segment == writeSegment_ &&
-         feedPosition_.offset >= writeOffset_;
+         feedPosition_.offset >= writeEnd;
 }
 
 void EventIntake::waitForProgress(std::chrono::milliseconds timeout) {
@@ -571,14 +778,29 @@ void EventIntake::kick() {
 
 void EventIntake::close(std::chrono::milliseconds timeout) {
   std::vector<std::function<void()>> waiters;
+  MappedSegment* spare = nullptr;
   {
     MutexLock lock(mutex_);
     if (closed_) return;
     closed_ = true;
     for (auto& w : fedWaiters_) waiters.push_back(std::move(w.second));
     fedWaiters_.clear();
+    // Producers that reserved their room finish their copy (the next start
+    // replays it); the others are refused from now on.
+    if (MappedSegment* current = current_.exchange(nullptr)) {
+      const auto extent = current->seal();
+      finished_[current->id()] = writeOffset_ = extent.end;
+      mappedBase_ += extent.count;
+    }
+    std::swap(spare, spare_);
   }
   spaceFreed_.notify_all();
+  segmentReady_.notify_all();
+  if (spare != nullptr) {
+    // Never written: nothing to replay in it.
+    spare->unmap().reset();
+    (void)files_->remove(segmentPath(spare->id()));
+  }
   platform::removeExitHook(exitHook_);
   if (beginWrite(timeout)) {
     writePendingLocked();

@@ -1,12 +1,24 @@
 #pragma once
-// The write-ahead intake of the event queue. An event that a producer accepted
-// is in memory only until the intake's writer thread appends it, with every other
-// event accepted meanwhile, in one write to a log segment ("EventIntake/<n>.log").
-// From there the intake hands events to the chunked queue at the queue's pace,
-// never more than a bounded number at a time, and deletes a segment once all
-// of its events are in chunks. A process that is killed replays, at its next
-// start, what its log holds beyond the last checkpoint: an event can reach the
-// chunks twice, never not at all.
+// The write-ahead intake of the event queue. On a file system that maps files
+// (the default one), accept() copies the event's frame into a log segment
+// ("EventIntake/<n>.log") mapped into memory: when accept() returns, the event
+// is in the file, in the kernel's page cache, and a kill of the process at any
+// moment after that keeps it. That is no promise against a power cut, which
+// takes what the kernel has not yet written to the device (nothing is synced).
+// Producers reserve their room with one atomic step and copy at the same time,
+// on their own threads, with no file call and no lock; the intake's writer
+// thread creates the next segment, mapped and faulted in, before it is needed,
+// so that a producer waits only when it fills a segment before that thread
+// has made the next one. On a file system that cannot map (a host's own), the
+// event is in memory until the writer thread appends it, with every other
+// event accepted meanwhile, in one write.
+// From the log the intake hands events to the chunked queue at the queue's
+// pace, never more than a bounded number at a time, and deletes a segment once
+// all of its events are in chunks. A process that is killed replays, at its
+// next start, what its log holds beyond the last checkpoint, skipping frames
+// a kill tore and room never written: an event can reach the chunks twice,
+// never not at all.
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -23,12 +35,14 @@
 #include "ostrel/result.h"
 #include "platform/thread_annotations.h"
 #include "queue/intake_frame.h"
+#include "queue/intake_segment.h"
 
 namespace ostrel {
 
 class EventIntake : public std::enable_shared_from_this<EventIntake> {
  public:
   struct Limits {
+    // The next three hold when the file system cannot map files.
     // Accepted bytes waiting for their write; past it accept() waits for the disk.
     std::size_t pendingBytes = 512u << 10;
     // Age of the oldest unwritten event past which accept() waits for the writer:
@@ -41,7 +55,7 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
     double stuckWriterSecs = 1.0;
     // Events handed to the chunked queue and not yet appended.
     std::size_t outstanding = 512;
-    // A segment is closed once it holds this much.
+    // A segment is closed once it holds this much; a mapped segment has this size.
     uint64_t segmentBytes = 1u << 20;
     // How often the position of the last appended event is recorded, at most.
     double checkpointSecs = 0.01;
@@ -70,17 +84,25 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   // runs on the intake's thread.
   void start(Feed feed);
 
-  // Takes one event; any thread. Touches no file: the event is durable once
-  // the intake's writer thread has written it, a few hundred microseconds later.
-  // Answers the event's number in this run (from 1). Waits while more than
+  // Takes one event; any thread. Makes no file call. Answers the event's
+  // number in this run (from 1, in the order of the log).
+  // Mapped: the event is in the file when this returns. Waits only when the
+  // next segment is not made yet; fails when the intake was closed, or when
+  // the current segment is full and the disk refuses the next one.
+  // Not mapped: the event is durable once the intake's writer thread has
+  // written it, a few hundred microseconds later. Waits while more than
   // `pendingBytes` are unwritten, or while the oldest unwritten event is older
   // than `pendingAgeSecs`; fails when the intake was closed or the disk has
   // refused every write for a while and memory is full.
+  // Fails too for an event larger than a segment.
   Result<uint64_t> accept(const IntakeRecord& record);
+  // True when the log is mapped: accept() returns only once the event is on disk.
+  bool mapsLog() const { return mapped_; }
 
   uint64_t acceptedCount() const;
   uint64_t persistedCount() const;
   // Waits until events 1..`upTo` of this run are written; false on time-out.
+  // Mapped, every event whose accept() returned is: answers true at once.
   bool waitUntilPersisted(uint64_t upTo, std::chrono::milliseconds timeout);
   // Runs `then` once events 1..`upTo` of this run, and all that a previous
   // run left, were handed to the feed (at once, on the caller's thread, when
@@ -99,7 +121,7 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   void close(std::chrono::milliseconds timeout);
 
   // For benchmarks: called on the intake's writer thread with the number of events
-  // of this run written so far, after every write.
+  // of this run written so far, after every write (never when mapped).
   void setPersistedObserver(std::function<void(uint64_t)> observer);
 
   // Read only, for tools: the events of the log in `folder` that are not known
@@ -120,6 +142,17 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
               std::shared_ptr<platform::Scheduler> scheduler, std::string folder, Limits limits);
   // Runs before the intake is shared with any other thread, so without the lock.
   void recover() OSTREL_NO_THREAD_SAFETY_ANALYSIS;
+  // Maps the first segment of this run, or settles for the writer thread.
+  void mapFirstSegment() OSTREL_NO_THREAD_SAFETY_ANALYSIS;
+  Result<uint64_t> acceptMapped(const IntakeRecord& record, std::size_t bytes);
+  // A producer found `seen` full (or no longer current): installs the next
+  // segment, or waits for it; an error when none can come.
+  std::optional<OLError> rollOver(MappedSegment* seen);
+  // On the writer thread: makes the next segment before it is needed.
+  void prepare();
+  // On the intake's thread: unmaps sealed segments nobody writes any more.
+  void retire();
+  MappedSegment* recycledSegmentLocked() OSTREL_REQUIRES(mutex_);
   std::string segmentPath(uint64_t segment) const;
   void drain();
   // Takes the writer's turn (false when `timeout` passed first) and gives it back.
@@ -128,6 +161,9 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   // Writes `pending_`; the caller has the writer's turn.
   void writePendingLocked();
   void feed();
+  // The frames of a segment's file from `at` on, up to `end`; when the file
+  // cannot be read, no frame and all of it consumed.
+  IntakeParse readFile(Position at, uint64_t end, bool segmentDone);
   // Called by the chunked queue's thread as each event settles: the state
   // changes at once (so the next append already sees a failure), the file
   // work and the next hand-over happen on the intake's thread.
@@ -187,6 +223,23 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   std::vector<uint64_t> removable_ OSTREL_GUARDED_BY(mutex_);  // segments all appended, to delete
   std::vector<std::pair<uint64_t, std::function<void()>>> fedWaiters_ OSTREL_GUARDED_BY(mutex_);
   std::function<void(uint64_t)> persistedObserver_ OSTREL_GUARDED_BY(mutex_);
+  // The mapped log. `mapped_` is set before the intake is shared. Producers
+  // reach the current segment through `current_` alone.
+  bool mapped_ = false;
+  std::atomic<MappedSegment*> current_{nullptr};
+  // Set by the intake's thread before it sleeps with nothing published to
+  // read; the producer that clears it wakes the thread.
+  std::atomic<bool> feedIdle_{false};
+  std::condition_variable segmentReady_;
+  MappedSegment* spare_ OSTREL_GUARDED_BY(mutex_) = nullptr;
+  bool prepareFailing_ OSTREL_GUARDED_BY(mutex_) = false;
+  bool retireScheduled_ OSTREL_GUARDED_BY(mutex_) = false;
+  // Events of this run in the segments before the current one.
+  uint64_t mappedBase_ OSTREL_GUARDED_BY(mutex_) = 0;
+  // This run's segments still mapped, by id; segment objects to reuse; all of them.
+  std::map<uint64_t, MappedSegment*> live_ OSTREL_GUARDED_BY(mutex_);
+  std::vector<MappedSegment*> free_ OSTREL_GUARDED_BY(mutex_);
+  std::vector<std::unique_ptr<MappedSegment>> segments_ OSTREL_GUARDED_BY(mutex_);
   // Bytes of the segment being read, from `bufferStart_` on.
   std::string buffer_;
   Position bufferStart_;

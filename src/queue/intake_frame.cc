@@ -2,6 +2,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace ostrel {
@@ -9,8 +10,9 @@ namespace {
 
 constexpr char kMagic[4] = {'O', 'L', 'I', '1'};
 
-void putLE(std::string& out, uint32_t value, int bytes) {
-  for (int i = 0; i < bytes; ++i) out.push_back(static_cast<char>((value >> (8 * i)) & 0xff));
+char* putLE(char* out, uint32_t value, int bytes) {
+  for (int i = 0; i < bytes; ++i) *out++ = static_cast<char>((value >> (8 * i)) & 0xff);
+  return out;
 }
 
 uint32_t getLE(std::string_view in, std::size_t at, int bytes) {
@@ -19,6 +21,10 @@ uint32_t getLE(std::string_view in, std::size_t at, int bytes) {
     value |= static_cast<uint32_t>(static_cast<unsigned char>(in[at + i])) << (8 * i);
   }
   return value;
+}
+
+std::size_t payloadSize(const IntakeRecord& record) {
+  return 4 + record.fileName.size() + record.eventType.size() + record.archive.size();
 }
 
 uint32_t crcOf(std::string_view bytes) {
@@ -47,18 +53,31 @@ std::optional<IntakeRecord> decodePayload(std::string_view payload) {
 
 }  // namespace
 
+std::size_t intakeFrameSize(const IntakeRecord& record) {
+  return kIntakeFrameHeader + payloadSize(record);
+}
+
+std::size_t intakeFrameSize(const char* header) {
+  return kIntakeFrameHeader + getLE(std::string_view(header, kIntakeFrameHeader), 4, 4);
+}
+
+void writeIntakeFrameBody(char* out, const IntakeRecord& record) {
+  char* const payload = out + kIntakeFrameHeader;
+  char* at = putLE(payload, static_cast<uint32_t>(record.fileName.size()), 2);
+  at = std::copy(record.fileName.begin(), record.fileName.end(), at);
+  at = putLE(at, static_cast<uint32_t>(record.eventType.size()), 2);
+  at = std::copy(record.eventType.begin(), record.eventType.end(), at);
+  at = std::copy(record.archive.begin(), record.archive.end(), at);
+  const auto length = static_cast<std::size_t>(at - payload);
+  putLE(out + 4, static_cast<uint32_t>(length), 4);
+  putLE(out + 8, crcOf(std::string_view(payload, length)), 4);
+}
+
 void appendIntakeFrame(std::string& out, const IntakeRecord& record) {
-  std::string payload;
-  payload.reserve(4 + record.fileName.size() + record.eventType.size() + record.archive.size());
-  putLE(payload, static_cast<uint32_t>(record.fileName.size()), 2);
-  payload += record.fileName;
-  putLE(payload, static_cast<uint32_t>(record.eventType.size()), 2);
-  payload += record.eventType;
-  payload += record.archive;
-  out.append(kMagic, sizeof kMagic);
-  putLE(out, static_cast<uint32_t>(payload.size()), 4);
-  putLE(out, crcOf(payload), 4);
-  out += payload;
+  const std::size_t from = out.size();
+  out.resize(from + intakeFrameSize(record));
+  writeIntakeFrameBody(out.data() + from, record);
+  std::memcpy(out.data() + from, kMagic, sizeof kMagic);
 }
 
 IntakeParse parseIntakeFrames(std::string_view bytes, bool atEnd) {
@@ -74,7 +93,11 @@ IntakeParse parseIntakeFrames(std::string_view bytes, bool atEnd) {
     const bool magicFits = left >= sizeof kMagic;
     if (magicFits && std::memcmp(bytes.data() + at, kMagic, sizeof kMagic) != 0) {
       if (damageFrom == std::string_view::npos) damageFrom = at;
-      ++at;
+      // On to the next byte that could start a frame: a mapped segment holds
+      // long runs of zeros (room never written).
+      const void* next = std::memchr(bytes.data() + at + 1, kMagic[0], bytes.size() - at - 1);
+      at = next ? static_cast<std::size_t>(static_cast<const char*>(next) - bytes.data())
+                : bytes.size();
       continue;
     }
     if (left < kIntakeFrameHeader) {

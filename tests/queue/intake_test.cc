@@ -1,14 +1,18 @@
-// The write-ahead intake: its frames survive tearing and damage, a restart
-// replays exactly what was not yet in chunks, a full disk loses nothing and
-// hangs nobody, and no more than the limit is ever in flight.
+// The write-ahead intake, with its log mapped and written by its thread: its
+// frames survive tearing and damage, a restart replays exactly what was not
+// yet in chunks, a full disk loses nothing and hangs nobody, producers racing
+// across segment rollovers lose nothing, and no more than the limit is ever
+// in flight.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <thread>
 
 #include "platform/defaults.h"
 #include "queue/event_intake.h"
+#include "queue/intake_segment.h"
 #include "support/eventually.h"
 #include "support/test_platform.h"
 
@@ -38,6 +42,16 @@ TEST(IntakeFrameTest, TornAndDamagedBytesNeverHideTheFramesAround) {
   flipped[flipped.size() - 2] ^= 0x20;  // a payload byte: the checksum no longer matches
   std::string slash = "";
   appendIntakeFrame(slash, {"../escape", "custom", "x"});
+  // As a mapped segment holds them: aligned, padded with zeros.
+  auto aligned = [](std::string frame) {
+    frame.resize(alignedIntakeFrame(frame.size()), '\0');
+    return frame;
+  };
+  // A producer killed mid-copy: the frame has no magic yet (it is stored last).
+  std::string killed = aligned(b);
+  std::fill(killed.begin(), killed.begin() + 4, '\0');
+  std::fill(killed.begin() + 20, killed.end(), '\0');
+  const std::string blank(64, '\0');
   struct Case {
     const char* what;
     std::string bytes;
@@ -77,6 +91,16 @@ TEST(IntakeFrameTest, TornAndDamagedBytesNeverHideTheFramesAround) {
        {"archive of event 1", "archive of event 3"},
        false},
       {"a header cut short", a + b.substr(0, 6), true, {"archive of event 1"}, false},
+      {"mapped: torn by a killed producer, whole frames after it",
+       aligned(a) + killed + aligned(c) + blank,
+       true,
+       {"archive of event 1", "archive of event 3"},
+       false},
+      {"mapped: room reserved and never written, whole frames after it",
+       aligned(a) + blank + aligned(c) + aligned(b),
+       true,
+       {"archive of event 1", "archive of event 3", "archive of event 2"},
+       false},
   };
   for (const auto& c : cases) {
     auto parsed = parseIntakeFrames(c.bytes, c.atEnd);
@@ -88,14 +112,16 @@ TEST(IntakeFrameTest, TornAndDamagedBytesNeverHideTheFramesAround) {
   }
 }
 
-// A file system whose appends and new files fail while `full` is set, and
-// whose appends do not return while `held` is set (a write the kernel holds).
+// A file system whose appends, new files and mappings fail while `full` is
+// set, whose appends do not return while `held` is set (a write the kernel
+// holds), and that maps files only when `maps` is set.
 class FillableFileSystem : public platform::FileSystem {
  public:
   explicit FillableFileSystem(std::shared_ptr<platform::FileSystem> real)
       : real_(std::move(real)) {}
   std::atomic<bool> full{false};
   std::atomic<bool> held{false};
+  std::atomic<bool> maps{false};
 
   std::string storageRoot() const override { return real_->storageRoot(); }
   Result<void> createDirectories(const std::string& p) override {
@@ -110,6 +136,11 @@ class FillableFileSystem : public platform::FileSystem {
   Result<void> appendToFile(const std::string& p, const std::string& b) override {
     while (held) std::this_thread::sleep_for(1ms);
     return full ? noSpace(p) : real_->appendToFile(p, b);
+  }
+  Result<std::unique_ptr<platform::MappedFile>> mapNewFile(const std::string& p,
+                                                           std::size_t n) override {
+    if (!maps) return FileSystem::mapNewFile(p, n);
+    return full ? noSpace(p) : real_->mapNewFile(p, n);
   }
   Result<std::string> readFile(const std::string& p) const override { return real_->readFile(p); }
   Result<std::string> readFileRange(const std::string& p, uint64_t o,
@@ -163,12 +194,29 @@ struct Sink {
   }
 };
 
+// The two ways the log is written.
+struct Mode {
+  const char* what;
+  bool maps;
+};
+const Mode kModes[] = {{"written by the intake's thread", false}, {"mapped", true}};
+
 class EventIntakeTest : public ::testing::Test {
  protected:
-  std::shared_ptr<EventIntake> open(EventIntake::Limits limits = {}) {
+  std::shared_ptr<EventIntake> open(EventIntake::Limits limits = {}, std::string folder = "") {
     limits.retrySecs = 0.05;
-    return EventIntake::open(files_, platform_.platform().scheduler, platform_.root() + "/Intake",
-                             limits);
+    if (folder.empty()) folder = platform_.root() + "/Intake";
+    return EventIntake::open(files_, platform_.platform().scheduler, folder, limits);
+  }
+  // Runs `body` once in each mode, with a folder of its own.
+  template <class Body>
+  void forEachMode(Body body) {
+    for (const auto& mode : kModes) {
+      SCOPED_TRACE(mode.what);
+      files_->maps = mode.maps;
+      test::TempDir folder;
+      body(folder.path());
+    }
   }
   std::vector<std::string> expected(int from, int to) {
     std::vector<std::string> out;
@@ -182,53 +230,106 @@ class EventIntakeTest : public ::testing::Test {
 };
 
 TEST_F(EventIntakeTest, ARestartReplaysWhatWasNotYetAppended) {
-  Sink first;
-  first.answerAtOnce = false;
-  {
-    auto intake = open();
-    intake->start(first.feed());
-    for (int i = 0; i < 100; ++i) ASSERT_TRUE(intake->accept(record(i)));
-    ASSERT_TRUE(intake->waitUntilPersisted(100, 10s));
-    ASSERT_TRUE(eventually([&] {
-      std::lock_guard lock(first.mutex);
-      return first.waiting.size() == 100u;
-    }));
-    // The first 40 reach their chunks; then the process ends.
-    for (int i = 0; i < 40; ++i) first.waiting[i].done(true);
-    ASSERT_TRUE(eventually([&] { return !intake->isDrained(); }));
-    intake->close(1s);
-  }
-  Sink second;
-  auto intake = open();
-  intake->start(second.feed());
-  ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
-  EXPECT_EQ(second.appended, expected(40, 100));
+  forEachMode([&](const std::string& folder) {
+    Sink first;
+    first.answerAtOnce = false;
+    {
+      auto intake = open({}, folder);
+      EXPECT_EQ(intake->mapsLog(), files_->maps.load());
+      intake->start(first.feed());
+      for (int i = 0; i < 100; ++i) ASSERT_TRUE(intake->accept(record(i)));
+      ASSERT_TRUE(intake->waitUntilPersisted(100, 10s));
+      // In the files now: a kill from here on keeps them.
+      EXPECT_EQ(EventIntake::pendingRecords(*files_, folder).size(), 100u);
+      ASSERT_TRUE(eventually([&] {
+        std::lock_guard lock(first.mutex);
+        return first.waiting.size() == 100u;
+      }));
+      // The first 40 reach their chunks; then the process ends.
+      for (int i = 0; i < 40; ++i) first.waiting[i].done(true);
+      ASSERT_TRUE(eventually([&] { return !intake->isDrained(); }));
+      intake->close(1s);
+    }
+    Sink second;
+    auto intake = open({}, folder);
+    intake->start(second.feed());
+    ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
+    EXPECT_EQ(second.appended, expected(40, 100));
+  });
 }
 
 TEST_F(EventIntakeTest, AFullDiskLosesNothingAndRefusesOnceMemoryIsFull) {
-  Sink sink;
-  EventIntake::Limits limits;
-  limits.pendingBytes = 4096;
-  auto intake = open(limits);
-  intake->start(sink.feed());
-  files_->full = true;
-  int accepted = 0;
-  std::optional<OLError> refused;
-  for (int i = 0; i < 1000 && !refused; ++i) {
-    auto r = intake->accept(record(i));
-    if (r) {
-      ++accepted;
-    } else {
-      refused = r.error();
+  // Mapped, the memory is the segment being filled (and the one made before
+  // the disk filled up).
+  forEachMode([&](const std::string& folder) {
+    Sink sink;
+    EventIntake::Limits limits;
+    limits.pendingBytes = 4096;
+    limits.segmentBytes = 4096;
+    auto intake = open(limits, folder);
+    intake->start(sink.feed());
+    files_->full = true;
+    int accepted = 0;
+    std::optional<OLError> refused;
+    for (int i = 0; i < 1000 && !refused; ++i) {
+      auto r = intake->accept(record(i));
+      if (r) {
+        ++accepted;
+      } else {
+        refused = r.error();
+      }
     }
-  }
-  ASSERT_TRUE(refused) << "a full disk and full memory must refuse, not hang";
-  EXPECT_TRUE(refused->is(LocalErrorCodes::QueueError));
-  EXPECT_GT(accepted, 10);
-  files_->full = false;
-  ASSERT_TRUE(intake->waitUntilPersisted(accepted, 10s));
-  ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
-  EXPECT_EQ(sink.appended, expected(0, accepted));
+    ASSERT_TRUE(refused) << "a full disk and full memory must refuse, not hang";
+    EXPECT_TRUE(refused->is(LocalErrorCodes::QueueError));
+    EXPECT_GT(accepted, 10);
+    files_->full = false;
+    ASSERT_TRUE(intake->waitUntilPersisted(accepted, 10s));
+    ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
+    EXPECT_EQ(sink.appended, expected(0, accepted));
+    // The disk takes writes again: so does the intake.
+    ASSERT_TRUE(eventually([&] { return intake->accept(record(accepted)).has_value(); }));
+  });
+}
+
+TEST_F(EventIntakeTest, ProducersRacingAcrossSegmentsLoseNothing) {
+  // Small segments: the producers fill one every few dozen events, and race
+  // to reserve, copy and roll over to the next.
+  constexpr int kProducers = 4, kEach = 2000, kTotal = kProducers * kEach;
+  forEachMode([&](const std::string& folder) {
+    Sink sink;
+    EventIntake::Limits limits;
+    limits.segmentBytes = 4096;
+    auto intake = open(limits, folder);
+    intake->start(sink.feed());
+    std::vector<uint64_t> numbers(kTotal);
+    std::vector<std::thread> producers;
+    for (int p = 0; p < kProducers; ++p) {
+      producers.emplace_back([&, p] {
+        for (int i = p * kEach; i < (p + 1) * kEach; ++i) {
+          auto number = intake->accept(record(i));
+          ASSERT_TRUE(number);
+          numbers[i] = *number;
+        }
+      });
+    }
+    for (auto& t : producers) t.join();
+    ASSERT_TRUE(eventually([&] { return intake->isDrained() && sink.count() == kTotal; }));
+    // Each event once, handed on in the order of the numbers accept() answered.
+    std::vector<std::string> byNumber(kTotal);
+    for (int i = 0; i < kTotal; ++i) {
+      ASSERT_GE(numbers[i], 1u);
+      ASSERT_LE(numbers[i], static_cast<uint64_t>(kTotal));
+      byNumber[numbers[i] - 1] = record(i).archive;
+    }
+    EXPECT_EQ(sink.appended, byNumber);
+    // Segments whose events are all in chunks are deleted: the current one
+    // stays, and the next one made ahead of need.
+    EXPECT_TRUE(eventually([&] {
+      auto names = files_->listDirectory(folder);
+      return names && std::count_if(names->begin(), names->end(),
+                                    [](const std::string& n) { return n.ends_with(".log"); }) <= 2;
+    }));
+  });
 }
 
 TEST_F(EventIntakeTest, AHeldWriterHoldsProducersBackAndLosesNothing) {
@@ -271,27 +372,31 @@ TEST_F(EventIntakeTest, AHeldWriterHoldsProducersBackAndLosesNothing) {
 }
 
 TEST_F(EventIntakeTest, AFailedAppendIsHandedAgainInOrder) {
-  Sink sink;
-  sink.failOnce = 10;
-  auto intake = open();
-  intake->start(sink.feed());
-  for (int i = 0; i < 50; ++i) ASSERT_TRUE(intake->accept(record(i)));
-  ASSERT_TRUE(eventually([&] { return intake->isDrained() && sink.count() == 50u; }));
-  EXPECT_EQ(sink.appended, expected(0, 50));
+  forEachMode([&](const std::string& folder) {
+    Sink sink;
+    sink.failOnce = 10;
+    auto intake = open({}, folder);
+    intake->start(sink.feed());
+    for (int i = 0; i < 50; ++i) ASSERT_TRUE(intake->accept(record(i)));
+    ASSERT_TRUE(eventually([&] { return intake->isDrained() && sink.count() == 50u; }));
+    EXPECT_EQ(sink.appended, expected(0, 50));
+  });
 }
 
 TEST_F(EventIntakeTest, NoMoreThanTheLimitIsInFlight) {
-  Sink sink;
-  sink.answerAtOnce = false;
-  EventIntake::Limits limits;
-  limits.outstanding = 16;
-  auto intake = open(limits);
-  intake->start(sink.feed());
-  for (int i = 0; i < 200; ++i) ASSERT_TRUE(intake->accept(record(i)));
-  ASSERT_TRUE(intake->waitUntilPersisted(200, 10s));
-  std::this_thread::sleep_for(50ms);
-  std::lock_guard lock(sink.mutex);
-  EXPECT_EQ(sink.waiting.size(), 16u);
+  forEachMode([&](const std::string& folder) {
+    Sink sink;
+    sink.answerAtOnce = false;
+    EventIntake::Limits limits;
+    limits.outstanding = 16;
+    auto intake = open(limits, folder);
+    intake->start(sink.feed());
+    for (int i = 0; i < 200; ++i) ASSERT_TRUE(intake->accept(record(i)));
+    ASSERT_TRUE(intake->waitUntilPersisted(200, 10s));
+    std::this_thread::sleep_for(50ms);
+    std::lock_guard lock(sink.mutex);
+    EXPECT_EQ(sink.waiting.size(), 16u);
+  });
 }
 
 }  // namespace
