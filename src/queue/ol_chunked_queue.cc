@@ -193,22 +193,31 @@ IntakeRecord OLChunkedQueue::recordOf(const OLBaseEvent& event) {
 
 Result<void> OLChunkedQueue::append(const IntakeRecord& record) {
   const std::string& bytes = record.archive;
-  const std::string path = pathForName(record.fileName);
+  std::string path = pathForName(record.fileName);
   const std::string folder = path.substr(0, path.find_last_of('/'));
-  const std::string file = path.substr(path.find_last_of('/') + 1);
-  logLine(*platform_, "Writing " + file + " to " + folder + " (" + std::to_string(bytes.size()) +
-                          " bytes) #" + record.eventType);
+  auto fileOf = [](const std::string& p) { return p.substr(p.find_last_of('/') + 1); };
+  logLine(*platform_, "Writing " + fileOf(path) + " to " + folder + " (" +
+                          std::to_string(bytes.size()) + " bytes) #" + record.eventType);
   // Each event has a file name of its own, written once: no rename is needed.
   // A file a crash cut short is skipped as undecodable when its chunk is read;
   // its append never completed.
-  auto written = platform_->files->writeNewFile(path, bytes);
+  auto& files = *platform_->files;
+  auto written = files.writeNewFile(path, bytes);
   if (!written) {
     // The folder may have vanished behind the queue's back: make it and try once more.
-    (void)platform_->files->createDirectories(folder);
-    written = platform_->files->writeNewFile(path, bytes);
-    if (!written) return written.error();
+    (void)files.createDirectories(folder);
+    written = files.writeNewFile(path, bytes);
   }
-  pushNames_.insert(file);
+  // A name this run did not write, in a chunk key reused after the keys
+  // wrapped while its older chunk still waits: the next free name, or the
+  // same failure would come back on every retry.
+  for (int attempt = 0; !written && attempt < 8 && files.exists(path); ++attempt) {
+    pushNames_.insert(fileOf(path));
+    path = pathForName(record.fileName);
+    written = files.writeNewFile(path, bytes);
+  }
+  if (!written) return written.error();
+  pushNames_.insert(fileOf(path));
   setPushChunkSize(pushChunkSize() + static_cast<int64_t>(bytes.size()));
   auto& stats = chunkStats_[_chunkKeys->back()];
   if (stats.first < 0) stats = {0, 0};

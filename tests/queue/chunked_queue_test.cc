@@ -74,8 +74,15 @@ TEST_F(ChunkedQueueTest, KeysWrapAfter65535AndARestartSendsLowKeysFirst) {
   std::optional<std::string> handler;
   ASSERT_TRUE(queue.popChunk(handler, false));
   EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{65535, 0}));
-  ASSERT_TRUE(queue.append(*event("after-wrap")));
-  EXPECT_TRUE(std::filesystem::exists(queue.chunksFolder() + "/0"));
+  // A chunk 0 from before the wrap, still waiting, holds a file of the same
+  // name (the event replayed after a crash): the append takes another name.
+  auto late = event("after-wrap");
+  std::filesystem::create_directories(queue.chunksFolder() + "/0");
+  std::ofstream(queue.chunksFolder() + "/0/" + late->uniqueName()) << "older";
+  ASSERT_TRUE(queue.append(*late));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(queue.chunksFolder() + "/0"),
+                          std::filesystem::directory_iterator()),
+            2);
   OLChunkedQueue restarted(platform_.ref(), "EventQueue", 10240);
   EXPECT_EQ(restarted.chunkKeys(), (std::vector<int>{0, 65535}));
 }
