@@ -14,6 +14,10 @@ uint64_t acceptedCount(Ostrel& facade) {
   return facade.impl().eventManager->intake()->acceptedCount();
 }
 
+bool intakeMapsLog(Ostrel& facade) {
+  return facade.impl().eventManager->intake()->mapsLog();
+}
+
 void setPersistedObserver(Ostrel& facade, std::function<void(uint64_t)> observer) {
   facade.impl().eventManager->intake()->setPersistedObserver(std::move(observer));
 }

@@ -13,6 +13,9 @@ namespace ostrel::testing {
 void waitUntilIdle(Ostrel& facade);
 // Events the intake has accepted since it opened.
 uint64_t acceptedCount(Ostrel& facade);
+// True when the intake's log is mapped: an event is on disk before its call
+// returns, and the observer below is never called.
+bool intakeMapsLog(Ostrel& facade);
 // Called on the intake's thread with the count of accepted events now on
 // disk, after every write; nullptr removes it.
 void setPersistedObserver(Ostrel& facade, std::function<void(uint64_t persisted)> observer);

@@ -110,7 +110,7 @@ std::string traceVerdict(const std::string& path, long lostId, Clock::time_point
   double underWay = -1;  // a write begun and not returned, or -1
   double lastEndBefore = -1;
   long lastIdBefore = -1;
-  int failed = 0;
+  int failed = 0, mapped = 0;
   while (std::getline(in, line)) {
     std::istringstream fields(line);
     int64_t begin = 0, end = 0;
@@ -118,6 +118,7 @@ std::string traceVerdict(const std::string& path, long lostId, Clock::time_point
     long first = -1, last = -1;
     fields >> kind >> begin;
     if (kind == "failed") ++failed;
+    if (kind == "map") ++mapped;
     if (kind == "write" && before(begin) >= 0) underWay = before(begin);
     if (kind != "append" || !(fields >> end >> bytes >> first >> last) || before(end) < 0) continue;
     underWay = -1;
@@ -136,6 +137,7 @@ std::string traceVerdict(const std::string& path, long lostId, Clock::time_point
       out << "; a write begun " << underWay << " ms before the kill had not returned";
   }
   if (failed) out << "; " << failed << " failed writes";
+  if (mapped) out << "; the log was mapped (" << mapped << " segments made): producers wrote it";
   return out.str();
 }
 

@@ -57,6 +57,7 @@ int64_t monotonicNs() {
 //   write <begin ns> <bytes>   then, once it returned,
 //   append <begin ns> <end ns> <bytes> <first id> <last id>  (ids of this run's events, or -1)
 //   remove <ns> <file>       checkpoint <ns> <text>       aside <ns> <chunk>
+//   map <ns> <file>          a segment made and mapped (producers write it themselves)
 // Every other call passes straight through.
 class Tracer final : public ostrel::platform::FileSystem {
  public:
@@ -88,6 +89,14 @@ class Tracer final : public ostrel::platform::FileSystem {
            std::to_string(idAt(bytes, bytes.rfind(marker_))));
     }
     return done;
+  }
+  ostrel::Result<std::unique_ptr<ostrel::platform::MappedFile>> mapNewFile(
+      const std::string& path, std::size_t size) override {
+    auto mapped = inner_->mapNewFile(path, size);
+    if (mapped && *mapped && intake(path)) {
+      note("map " + std::to_string(monotonicNs()) + " " + tail(path));
+    }
+    return mapped;
   }
   ostrel::Result<std::string> readFile(const std::string& path) const override {
     return inner_->readFile(path);
