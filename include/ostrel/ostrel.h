@@ -132,13 +132,15 @@ class OSTREL_API Ostrel {
                              std::shared_ptr<OLSimpleObject> customData = nullptr);
   void flushEvents(DictionaryCallback callback);
 
-  // Durability. An analytics call that returned success has handed its event
-  // to the library's intake; the intake's own thread writes it to disk within
-  // milliseconds, and from then on it survives a crash and is delivered
-  // (possibly twice after a crash, never not at all). An analytics call waits
-  // while that thread is behind (an event accepted more than 2 ms ago is still
-  // unwritten): a crash can then take only what was accepted just before the
-  // system stopped the thread, however long it holds it. A normal exit (a return
+  // Durability. An analytics call that returned success has copied its event
+  // into the library's intake log, a file mapped into memory: from then on the
+  // event survives a crash or a kill of the process (not a power cut) and is
+  // delivered, possibly twice after a crash, never not at all. The call makes
+  // no file call; it waits only in the rare case that it fills a log segment
+  // before the library has made the next one. With a Platform::files that
+  // cannot map files, the intake's own thread writes the event within
+  // milliseconds, and a call waits while that thread is behind (an event
+  // accepted more than 2 ms ago is still unwritten). A normal exit (a return
   // from main, std::exit) and the destruction of the facade write what is
   // still in memory, waiting at most a second; network work is abandoned.
   //

@@ -538,6 +538,7 @@ void EventIntake::feed() {
   // more before it does (a producer that published meanwhile may not have
   // seen the flag).
   bool idle = false;
+  bool handed = false;
   for (;;) {
     for (auto& then : ready) then();
     ready.clear();
@@ -590,10 +591,17 @@ void EventIntake::feed() {
     }
     if (nothing) {
       if (!mapped_ || idle) break;
+      if (handed) {
+        // Producers that keep coming are read again shortly, without waking
+        // this thread: only one after a pause does.
+        lingerLater();
+        break;
+      }
       idle = true;
       feedIdle_.store(true);
       continue;
     }
+    handed = true;
     if (idle) {
       idle = false;
       feedIdle_.store(false);
@@ -633,6 +641,24 @@ void EventIntake::feed() {
     }
   }
   for (auto& then : ready) then();
+}
+
+void EventIntake::lingerLater() {
+  {
+    MutexLock lock(mutex_);
+    if (lingerScheduled_) return;
+    lingerScheduled_ = true;
+  }
+  std::weak_ptr<EventIntake> weak = weak_from_this();
+  scheduler_->after(limits_.pendingAgeSecs, [weak] {
+    auto self = weak.lock();
+    if (!self) return;
+    {
+      MutexLock lock(self->mutex_);
+      self->lingerScheduled_ = false;
+    }
+    self->post(&EventIntake::feed);
+  });
 }
 
 bool EventIntake::fedLocked(uint64_t upTo) const {

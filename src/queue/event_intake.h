@@ -45,7 +45,8 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
     // The next three hold when the file system cannot map files.
     // Accepted bytes waiting for their write; past it accept() waits for the disk.
     std::size_t pendingBytes = 512u << 10;
-    // Age of the oldest unwritten event past which accept() waits for the writer:
+    // Age of the oldest unwritten event past which accept() waits for the writer
+    // (mapped: how long the intake's thread keeps reading before it sleeps):
     // what a kill can take is what was accepted this long before the writer fell
     // behind, however long the system then keeps it from writing (no free core,
     // a write held by the kernel under heavy disk traffic).
@@ -161,6 +162,8 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   // Writes `pending_`; the caller has the writer's turn.
   void writePendingLocked();
   void feed();
+  // Mapped: reads the log again in a moment, rather than being woken.
+  void lingerLater();
   // The frames of a segment's file from `at` on, up to `end`; when the file
   // cannot be read, no frame and all of it consumed.
   IntakeParse readFile(Position at, uint64_t end, bool segmentDone);
@@ -234,6 +237,7 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   MappedSegment* spare_ OSTREL_GUARDED_BY(mutex_) = nullptr;
   bool prepareFailing_ OSTREL_GUARDED_BY(mutex_) = false;
   bool retireScheduled_ OSTREL_GUARDED_BY(mutex_) = false;
+  bool lingerScheduled_ OSTREL_GUARDED_BY(mutex_) = false;
   // Events of this run in the segments before the current one.
   uint64_t mappedBase_ OSTREL_GUARDED_BY(mutex_) = 0;
   // This run's segments still mapped, by id; segment objects to reuse; all of them.

@@ -67,9 +67,10 @@ class OLQueueManager : public std::enable_shared_from_this<OLQueueManager> {
                                     bool isLocal);
   Result<void> generatePushRegistered(bool succeeded, const std::optional<std::string>& reason);
 
-  // Accepts one event: it is in the intake's memory now and on disk within
-  // milliseconds. Fails only when the queue was shut down or the disk refuses
-  // every write and memory is full.
+  // Accepts one event: it is in the intake's log on return (a mapped log), or
+  // in its memory now and on disk within milliseconds (a file system that
+  // cannot map). Fails only when the queue was shut down or the disk refuses
+  // every write and the room for events is full.
   Result<void> queueEvent(std::shared_ptr<OLBaseEvent> event);
   bool isQueueReady();
   void OperationQueueResume(bool force);

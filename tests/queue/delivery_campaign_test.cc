@@ -111,6 +111,7 @@ std::string traceVerdict(const std::string& path, long lostId, Clock::time_point
   double lastEndBefore = -1;
   long lastIdBefore = -1;
   int failed = 0, mapped = 0;
+  std::string notMapped;
   while (std::getline(in, line)) {
     std::istringstream fields(line);
     int64_t begin = 0, end = 0;
@@ -119,6 +120,7 @@ std::string traceVerdict(const std::string& path, long lostId, Clock::time_point
     fields >> kind >> begin;
     if (kind == "failed") ++failed;
     if (kind == "map") ++mapped;
+    if (kind == "nomap") notMapped = line.substr(line.find(' ', 6) + 1);
     if (kind == "write" && before(begin) >= 0) underWay = before(begin);
     if (kind != "append" || !(fields >> end >> bytes >> first >> last) || before(end) < 0) continue;
     underWay = -1;
@@ -138,6 +140,7 @@ std::string traceVerdict(const std::string& path, long lostId, Clock::time_point
   }
   if (failed) out << "; " << failed << " failed writes";
   if (mapped) out << "; the log was mapped (" << mapped << " segments made): producers wrote it";
+  if (!notMapped.empty()) out << "; a segment was not mapped: " << notMapped;
   return out.str();
 }
 

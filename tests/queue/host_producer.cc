@@ -58,6 +58,7 @@ int64_t monotonicNs() {
 //   append <begin ns> <end ns> <bytes> <first id> <last id>  (ids of this run's events, or -1)
 //   remove <ns> <file>       checkpoint <ns> <text>       aside <ns> <chunk>
 //   map <ns> <file>          a segment made and mapped (producers write it themselves)
+//   nomap <ns> <file> [error] a segment the file system did not map
 // Every other call passes straight through.
 class Tracer final : public ostrel::platform::FileSystem {
  public:
@@ -93,8 +94,9 @@ class Tracer final : public ostrel::platform::FileSystem {
   ostrel::Result<std::unique_ptr<ostrel::platform::MappedFile>> mapNewFile(
       const std::string& path, std::size_t size) override {
     auto mapped = inner_->mapNewFile(path, size);
-    if (mapped && *mapped && intake(path)) {
-      note("map " + std::to_string(monotonicNs()) + " " + tail(path));
+    if (intake(path)) {
+      note((mapped && *mapped ? "map " : "nomap ") + std::to_string(monotonicNs()) + " " +
+           tail(path) + (mapped ? "" : " " + mapped.error().description()));
     }
     return mapped;
   }
