@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "core/ol_default.h"
-#include "platform/runtime.h"
 #include "support/test_platform.h"
 #include "transport/connector_builder.h"
 #include "transport/hash.h"
