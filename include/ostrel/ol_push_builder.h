@@ -18,17 +18,11 @@
 
 namespace ostrel {
 
+class OLPushManager;
+
+// Obtained from OLPushManager::getPushBuilder.
 class OSTREL_API OLPushBuilder {
  public:
-  // Told about every push this builder schedules (the push manager records it).
-  using ScheduledObserver = std::function<void(const OLPushBase&)>;
-
-  // Schedules through the platform's local notifications, timed by its clock.
-  // Hosts get theirs from OLPushManager::getPushBuilder.
-  explicit OLPushBuilder(std::shared_ptr<const Platform> platform,
-                         ScheduledObserver onScheduled = nullptr)
-      : platform_(std::move(platform)), onScheduled_(std::move(onScheduled)) {}
-
   OLPushBuilder& setDate(double secondsSince1970);
   OLPushBuilder& setBody(std::string body);
   OLPushBuilder& setBadgeCounter(int64_t count);
@@ -55,6 +49,13 @@ class OSTREL_API OLPushBuilder {
       const platform::LocalNotification& fromLocalNotification, bool isAtStartup);
 
  private:
+  friend class OLPushManager;
+  // Told about every push this builder schedules (the push manager records it).
+  using ScheduledObserver = std::function<void(const OLPushBase&)>;
+  // Schedules through the platform's local notifications, timed by its clock.
+  OLPushBuilder(std::shared_ptr<const Platform> platform, ScheduledObserver onScheduled)
+      : platform_(std::move(platform)), onScheduled_(std::move(onScheduled)) {}
+
   platform::LocalNotification buildNotification(const std::string& pushId) const;
   Result<void> checkUrlRequirements() const;
   Result<void> scheduleNotification(const platform::LocalNotification& notification);

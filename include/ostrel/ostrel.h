@@ -158,9 +158,8 @@ class OSTREL_API Ostrel {
       const std::optional<ExternalParameters>& dictParameters = std::nullopt,
       Platform platform = Platform{});
 
-  OstrelFacadeImpl& impl() { return *impl_; }
-
  private:
+  friend class OstrelFacadeImpl;
   explicit Ostrel(std::unique_ptr<OstrelFacadeImpl> impl);
   std::unique_ptr<OstrelFacadeImpl> impl_;
 };

@@ -77,7 +77,7 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
         }
       });
   auto facade = std::shared_ptr<Ostrel>(new Ostrel(std::move(impl)));
-  OstrelFacadeImpl& f = facade->impl();
+  OstrelFacadeImpl& f = *facade->impl_;
   logLine(*services, "########Initialized Ostrel with Session: " + f._ostrelStatus->sessionId() +
                          " environment " + facade->environmentString() + "#######");
   f.setupExternalParamenters(dictParameters);

@@ -31,6 +31,16 @@ class OstrelFacadeImpl {
   // The observer holds the facade weakly: one destroyed meanwhile is left alone.
   void observeLifeCycle(std::weak_ptr<Ostrel> facade);
 
+  // The parts of a facade, which keeps them out of the public header.
+  static OstrelFacadeImpl& of(Ostrel& facade) { return *facade.impl_; }
+
+  // The components only the facade makes (their factories take the parts
+  // above). The managers are made on first request, then kept.
+  std::shared_ptr<OLLoginBuilder> makeLoginBuilder() const;
+  std::shared_ptr<OLIdentityManager> identity();
+  std::shared_ptr<OLPushManager> push();
+  std::shared_ptr<OLPaymentManager> payment();
+
   // The host's platform, completed once; every component of this facade shares
   // it, and no other facade's.
   const PlatformRef platform;

@@ -28,9 +28,38 @@ Result<R> onEventQueue(const OstrelFacadeImpl& impl, Call&& call) {
 
 }  // namespace
 
+std::shared_ptr<OLLoginBuilder> OstrelFacadeImpl::makeLoginBuilder() const {
+  return OLLoginBuilder::make(_ostrelStatus, _connetionBuilder, eventManager);
+}
+
+std::shared_ptr<OLIdentityManager> OstrelFacadeImpl::identity() {
+  std::lock_guard lock(managersMutex);
+  if (!identityManager) {
+    identityManager =
+        std::shared_ptr<OLIdentityManager>(new OLIdentityManager(_ostrelStatus, _connetionBuilder));
+  }
+  return identityManager;
+}
+
+std::shared_ptr<OLPushManager> OstrelFacadeImpl::push() {
+  std::lock_guard lock(managersMutex);
+  if (!pushManager)
+    pushManager = OLPushManager::make(_ostrelStatus, _connetionBuilder, eventManager);
+  return pushManager;
+}
+
+std::shared_ptr<OLPaymentManager> OstrelFacadeImpl::payment() {
+  std::lock_guard lock(managersMutex);
+  if (!paymentManager) {
+    paymentManager = std::shared_ptr<OLPaymentManager>(new OLPaymentManager(
+        _ostrelStatus, std::make_shared<OLConnector>(_connetionBuilder->buildConnector())));
+  }
+  return paymentManager;
+}
+
 Result<std::shared_ptr<OLLoginBuilder>> Ostrel::getLoginBuilder() {
   if (!impl_->_ostrelStatus) return missingInternalStatus();
-  return OLLoginBuilder::make(impl_->_ostrelStatus, impl_->_connetionBuilder, impl_->eventManager);
+  return impl_->makeLoginBuilder();
 }
 
 Result<void> Ostrel::finalizeLoginFlow() {
@@ -88,32 +117,16 @@ Result<std::string> Ostrel::getSessionId() {
 
 Result<std::shared_ptr<OLIdentityManager>> Ostrel::getIdentityManager() {
   if (!impl_->_ostrelStatus) return missingInternalStatus();
-  std::lock_guard lock(impl_->managersMutex);
-  if (!impl_->identityManager) {
-    impl_->identityManager =
-        std::make_shared<OLIdentityManager>(impl_->_ostrelStatus, impl_->_connetionBuilder);
-  }
-  return impl_->identityManager;
+  return impl_->identity();
 }
 Result<std::shared_ptr<OLPushManager>> Ostrel::getPushManager() {
   if (!impl_->_ostrelStatus) return missingInternalStatus();
   if (!impl_->eventManager) return missingEventQueueManager();
-  std::lock_guard lock(impl_->managersMutex);
-  if (!impl_->pushManager) {
-    impl_->pushManager =
-        OLPushManager::make(impl_->_ostrelStatus, impl_->_connetionBuilder, impl_->eventManager);
-  }
-  return impl_->pushManager;
+  return impl_->push();
 }
 Result<std::shared_ptr<OLPaymentManager>> Ostrel::getPaymentManager() {
   if (!impl_->_ostrelStatus) return missingInternalStatus();
-  std::lock_guard lock(impl_->managersMutex);
-  if (!impl_->paymentManager) {
-    impl_->paymentManager = std::make_shared<OLPaymentManager>(
-        impl_->_ostrelStatus,
-        std::make_shared<OLConnector>(impl_->_connetionBuilder->buildConnector()));
-  }
-  return impl_->paymentManager;
+  return impl_->payment();
 }
 
 Result<void> Ostrel::sendEvent(const std::string& name,
@@ -215,9 +228,7 @@ void Ostrel::shutdown(std::chrono::milliseconds timeout) {
 
 void Ostrel::syncUserState(ErrorCallback callback) {
   if (!impl_->_ostrelStatus) return callback(missingInternalStatus());
-  auto builder =
-      OLLoginBuilder::make(impl_->_ostrelStatus, impl_->_connetionBuilder, impl_->eventManager);
-  impl_->_ostrelStatus->userState()->syncUserState(impl_->_ostrelStatus, builder,
+  impl_->_ostrelStatus->userState()->syncUserState(impl_->_ostrelStatus, impl_->makeLoginBuilder(),
                                                    std::move(callback));
 }
 

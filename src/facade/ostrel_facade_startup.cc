@@ -78,8 +78,9 @@ void OstrelFacadeImpl::observeLifeCycle(std::weak_ptr<Ostrel> facade) {
           case platform::LifeCycleEvent::WillTerminate: {
             std::shared_ptr<OLPushManager> push;
             {
-              std::lock_guard lock(self->impl().managersMutex);
-              push = self->impl().pushManager;
+              OstrelFacadeImpl& parts = OstrelFacadeImpl::of(*self);
+              std::lock_guard lock(parts.managersMutex);
+              push = parts.pushManager;
             }
             // The process is about to end: the push reminder, then the orderly
             // shutdown, which writes whatever was accepted and abandons the
@@ -99,7 +100,7 @@ void OstrelFacadeImpl::observeLifeCycle(std::weak_ptr<Ostrel> facade) {
 namespace ostrel {
 
 void OstrelFacadeImpl::startAutologin() {
-  auto builder = OLLoginBuilder::make(_ostrelStatus, _connetionBuilder, eventManager);
+  auto builder = makeLoginBuilder();
   // The flush asks for an autologin when the service answers 205.
   std::weak_ptr<OLStatus> status = _ostrelStatus;
   std::weak_ptr<OLQueueManager> manager = eventManager;

@@ -17,16 +17,6 @@ OLError builderError(std::string message, std::optional<Json> extra = std::nullo
 }
 // The page pattern of the operator recognition: an address up to a double quote.
 const char* kOperatorPagePattern = "http://\\S+\"";
-
-// A flow the builder hands out ends in the builder's finalize actions for its
-// login type; the flow keeps the builder alive until then.
-void wireFinalize(OLLoginFlowBase& flow, std::shared_ptr<OLLoginBuilder> builder,
-                  LoginType loginType) {
-  flow.setInternalCompletionCallback([builder = std::move(builder), loginType](
-                                         std::optional<OLError> e, std::optional<std::string> t) {
-    builder->fireFinalizeFlowActions(std::move(e), std::move(t), loginType);
-  });
-}
 }  // namespace
 
 std::shared_ptr<OLLoginBuilder> OLLoginBuilder::make(
@@ -146,10 +136,12 @@ Result<void> OLLoginBuilder::checkEmail(bool needsPassword) {
   return {};
 }
 
-void OLLoginBuilder::fireFinalizeFlowActions(std::optional<OLError> error,
-                                             std::optional<std::string> sessionToken,
-                                             LoginType loginType) {
-  finalizeFlow(std::move(error), std::move(sessionToken), loginType, _customData);
+std::function<void(std::optional<OLError>, std::optional<std::string>)> OLLoginBuilder::finalizer(
+    LoginType loginType) {
+  return [self = shared_from_this(), loginType](std::optional<OLError> e,
+                                                std::optional<std::string> t) {
+    self->finalizeFlow(std::move(e), std::move(t), loginType, self->_customData);
+  };
 }
 
 void OLLoginBuilder::finalizeFlow(std::optional<OLError> error,
@@ -225,7 +217,7 @@ Result<std::shared_ptr<OLEmailPasswordLoginFlow>> OLLoginBuilder::getEmailLoginF
   if (auto ok = checkEmail(true); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailPasswordLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_email, _password);
-  wireFinalize(*flow, shared_from_this(), LoginType::email);
+  flow->setInternalCompletionCallback(finalizer(LoginType::email));
   return {std::move(flow)};
 }
 
@@ -233,7 +225,7 @@ Result<std::shared_ptr<OLEmailSignupLoginFlow>> OLLoginBuilder::getEmailSignupFl
   if (auto ok = checkEmail(true); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailSignupLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_email, _password, _userProperties);
-  wireFinalize(*flow, shared_from_this(), LoginType::emailSignup);
+  flow->setInternalCompletionCallback(finalizer(LoginType::emailSignup));
   return {std::move(flow)};
 }
 
@@ -241,7 +233,7 @@ Result<std::shared_ptr<OLEmailForgotFlow>> OLLoginBuilder::getEmailForgotFlow() 
   if (auto ok = checkEmail(false); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailForgotFlowImpl>(_ostrelState,
                                                       _buildConnector->buildConnector(), *_email);
-  wireFinalize(*flow, shared_from_this(), LoginType::email);
+  flow->setInternalCompletionCallback(finalizer(LoginType::email));
   return {std::move(flow)};
 }
 
@@ -249,7 +241,7 @@ Result<std::shared_ptr<OLEmailResendFlow>> OLLoginBuilder::getEmailResendFlow() 
   if (auto ok = checkEmail(false); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailResendFlowImpl>(_ostrelState,
                                                       _buildConnector->buildConnector(), *_email);
-  wireFinalize(*flow, shared_from_this(), LoginType::emailConfirm);
+  flow->setInternalCompletionCallback(finalizer(LoginType::emailConfirm));
   return {std::move(flow)};
 }
 
@@ -258,7 +250,7 @@ Result<std::shared_ptr<OLMSISDNPINLoginFlow>> OLLoginBuilder::getMSISDPINLoginFl
   if (!_msisdn) return builderError("Missing MSISDN credential");
   auto flow = std::make_shared<OLMSISDNPINLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_msisdn, _pin);
-  wireFinalize(*flow, shared_from_this(), LoginType::msisdnPin);
+  flow->setInternalCompletionCallback(finalizer(LoginType::msisdnPin));
   return {std::move(flow)};
 }
 
@@ -266,7 +258,7 @@ Result<std::shared_ptr<OLMSISDNUserRecognitionLoginFlow>> OLLoginBuilder::getMSI
   if (auto ok = checkRequirements(); !ok) return ok.error();
   auto flow = std::make_shared<OLMSISDNUserRecognitionLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), _imsi, 0, kOperatorPagePattern);
-  wireFinalize(*flow, shared_from_this(), LoginType::msisdnUR);
+  flow->setInternalCompletionCallback(finalizer(LoginType::msisdnUR));
   return {std::move(flow)};
 }
 
@@ -280,7 +272,7 @@ Result<std::shared_ptr<OLCustomLoginFlow>> OLLoginBuilder::getCustomLoginFlow() 
   if (!_customId) return builderError("Missing customID");
   auto flow = std::make_shared<OLCustomLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_customId);
-  wireFinalize(*flow, shared_from_this(), LoginType::custom);
+  flow->setInternalCompletionCallback(finalizer(LoginType::custom));
   return {std::move(flow)};
 }
 
@@ -289,7 +281,7 @@ Result<std::shared_ptr<OLExternalLoginFlow>> OLLoginBuilder::getExternalLoginFlo
   if (!_externalId) return builderError("Missing externalID");
   auto flow = std::make_shared<OLExternalLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_externalId);
-  wireFinalize(*flow, shared_from_this(), LoginType::external);
+  flow->setInternalCompletionCallback(finalizer(LoginType::external));
   return {std::move(flow)};
 }
 
@@ -300,7 +292,7 @@ Result<std::shared_ptr<OLPaymentReceiptLoginFlow>> OLLoginBuilder::getPaymentRec
   if (_offerId->size() != 32) return builderError("Invalid OfferId", offer);
   auto flow = std::make_shared<OLPaymentReceiptLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_offerId, _receiptUrl, _emailParams);
-  wireFinalize(*flow, shared_from_this(), LoginType::paymentReceipt);
+  flow->setInternalCompletionCallback(finalizer(LoginType::paymentReceipt));
   return {std::move(flow)};
 }
 
@@ -346,7 +338,7 @@ Result<std::shared_ptr<OLUO2CredentialsLoginFlow>> OLLoginBuilder::getUO2Credent
   }
   auto flow = std::make_shared<OLUO2CredentialsLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_brivolaUser, *_infoUtente);
-  wireFinalize(*flow, shared_from_this(), LoginType::withUO20credentials);
+  flow->setInternalCompletionCallback(finalizer(LoginType::withUO20credentials));
   return {std::move(flow)};
 }
 

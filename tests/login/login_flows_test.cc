@@ -17,6 +17,7 @@
 #include "platform/defaults.h"
 #include "status/ol_status.h"
 #include "support/emulator_service.h"
+#include "testing/ostrel_testing.h"
 
 namespace ostrel {
 namespace {
@@ -240,7 +241,7 @@ TEST_F(LoginTest, BuilderChecksComeBeforeTheNetwork) {
   // A flow holding the slot: every login getter refuses, a forgot request still runs.
   auto forgot = std::dynamic_pointer_cast<OLLoginFlowBase>(*b->getMSISDPINLoginFlow());
   auto holder = std::dynamic_pointer_cast<OLLoginFlowBase>(*b->getMSISDNURLoginFlow());
-  ASSERT_TRUE(o->impl()._ostrelStatus->setCurrentRunningFlow(holder));
+  ASSERT_TRUE(testing::internals(*o)._ostrelStatus->setCurrentRunningFlow(holder));
   EXPECT_EQ(voidOf(b->getEmailLoginFlow()).error().message(), "Another Flow is in progress");
   std::promise<std::optional<OLError>> done;
   forgot->setInternalCompletionCallback(
@@ -248,7 +249,7 @@ TEST_F(LoginTest, BuilderChecksComeBeforeTheNetwork) {
   std::dynamic_pointer_cast<OLForgotFlow>(forgot)->startForgotFlow();
   EXPECT_FALSE(done.get_future().get());
   EXPECT_EQ(service_.requestsTo("/login/direct/msisdn/PINforgot"), 1);
-  o->impl()._ostrelStatus->freeCurrentRunningFlow(holder.get());
+  testing::internals(*o)._ostrelStatus->freeCurrentRunningFlow(holder.get());
 }
 
 TEST_F(LoginTest, PinLoginWithoutPinFailsAtStart) {
@@ -259,7 +260,7 @@ TEST_F(LoginTest, PinLoginWithoutPinFailsAtStart) {
   ASSERT_TRUE(error);
   EXPECT_EQ(error->message(), "Missing MSISDN PIN credential");
   EXPECT_EQ(service_.requestsTo("/login/direct/msisdn/PINidentify"), 0);
-  EXPECT_FALSE(o->impl()._ostrelStatus->hasRunningFlow());
+  EXPECT_FALSE(testing::internals(*o)._ostrelStatus->hasRunningFlow());
 }
 
 TEST_F(LoginTest, OperatorRecognitionForwardsThePageAsItCameAtMostThreeTimes) {

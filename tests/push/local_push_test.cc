@@ -5,7 +5,7 @@
 #include <chrono>
 #include <future>
 
-#include "ostrel/ol_push_builder.h"
+#include "ostrel/ostrel.h"
 #include "platform/defaults.h"
 #include "support/test_platform.h"
 
@@ -16,6 +16,8 @@ using namespace std::chrono_literals;
 
 TEST(LocalPushTest, SchedulingChecks) {
   test::TestPlatform platform;
+  auto facade = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, platform.platform());
+  auto push = *facade->getPushManager();
   struct Case {
     std::function<Result<void>(OLPushBuilder&)> schedule;
     std::function<void(OLPushBuilder&)> configure;
@@ -33,7 +35,7 @@ TEST(LocalPushTest, SchedulingChecks) {
        "An alert body must be specified"},
   };
   for (const auto& c : cases) {
-    OLPushBuilder builder(platform.ref());
+    OLPushBuilder builder = push->getPushBuilder();
     c.configure(builder);
     auto scheduled = c.schedule(builder);
     ASSERT_FALSE(scheduled) << c.message;
@@ -45,11 +47,13 @@ TEST(LocalPushTest, SchedulingChecks) {
 TEST(LocalPushTest, ScheduledPushesComeBackAsLocalPushes) {
   test::TestPlatform platform;
   platform.clock().set(1000);
-  OLPushBuilder builder(platform.ref());
+  auto facade = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, platform.platform());
+  auto push = *facade->getPushManager();
+  OLPushBuilder builder = push->getPushBuilder();
   builder.setTitle("ignored").setBody("see this").setBadgeCounter(2).setSound("chime");
   builder.setDate(5000).setUrl("https://ostrel.test/page");
   ASSERT_TRUE(builder.scheduleLocalUrlPush());
-  OLPushBuilder standard(platform.ref());
+  OLPushBuilder standard = push->getPushBuilder();
   standard.setBody("plain").setDate(6000).setCustomFields(
       OLSimpleObject::fromDictionary(Json{{"level", 3}}));
   ASSERT_TRUE(standard.scheduleLocalStandardPush());

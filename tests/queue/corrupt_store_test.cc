@@ -14,11 +14,10 @@
 #include <set>
 
 #include "events/event_archive.h"
-#include "facade/ostrel_facade_impl.h"
 #include "login/ol_user_meta_info.h"
 #include "login/tokens.h"
-#include "queue/ol_queue_manager.h"
 #include "support/emulator_service.h"
+#include "testing/ostrel_testing.h"
 
 namespace ostrel {
 namespace {
@@ -105,7 +104,7 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
       ASSERT_TRUE(facade->sendEvent(name));
       recorded.insert(name);
     }
-    facade->impl().eventManager->waitUntilIdle();
+    testing::waitUntilIdle(*facade);
     facade.reset();
 
     // Damage one to four files of whatever the library left on disk; once,

@@ -19,6 +19,7 @@
 #include "queue/ol_queue_manager.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
+#include "testing/ostrel_testing.h"
 
 namespace ostrel {
 namespace {
@@ -170,8 +171,8 @@ TEST_F(PipelineTest, ARestartWithABacklogDeliversEverything) {
   {
     auto o = start();
     for (int i = 0; i < 35; ++i) ASSERT_TRUE(o->sendEvent("backlog"));
-    o->impl().eventManager->waitUntilIdle();
-    o->impl().eventManager->operationQueue()->setSuspended(
+    testing::waitUntilIdle(*o);
+    testing::internals(*o).eventManager->operationQueue()->setSuspended(
         true);  // nothing leaves before the restart
   }
   auto o = start();
@@ -345,10 +346,10 @@ TEST_F(PipelineTest, FlushingNothingKeepsTheChunkKey) {
   auto o = start();
   ASSERT_FALSE(flush(*o));  // the session start
   for (int i = 0; i < 5; ++i) ASSERT_FALSE(flush(*o));
-  EXPECT_EQ(o->impl().eventManager->eventQueue()->chunkKeys().size(), 1u);
-  const int key = o->impl().eventManager->eventQueue()->chunkKeys().front();
+  EXPECT_EQ(testing::internals(*o).eventManager->eventQueue()->chunkKeys().size(), 1u);
+  const int key = testing::internals(*o).eventManager->eventQueue()->chunkKeys().front();
   for (int i = 0; i < 5; ++i) ASSERT_FALSE(flush(*o));
-  EXPECT_EQ(o->impl().eventManager->eventQueue()->chunkKeys().front(), key);
+  EXPECT_EQ(testing::internals(*o).eventManager->eventQueue()->chunkKeys().front(), key);
 }
 
 }  // namespace
