@@ -12,6 +12,7 @@
 #include "ostrel/json.h"
 #include "ostrel/ol_push.h"
 #include "ostrel/ol_simple_object.h"
+#include "ostrel/platform.h"
 #include "ostrel/platform/local_notifications.h"
 #include "ostrel/result.h"
 
@@ -22,8 +23,11 @@ class OSTREL_API OLPushBuilder {
   // Told about every push this builder schedules (the push manager records it).
   using ScheduledObserver = std::function<void(const OLPushBase&)>;
 
-  OLPushBuilder() = default;
-  explicit OLPushBuilder(ScheduledObserver onScheduled) : onScheduled_(std::move(onScheduled)) {}
+  // Schedules through the platform's local notifications, timed by its clock.
+  // Hosts get theirs from OLPushManager::getPushBuilder.
+  explicit OLPushBuilder(std::shared_ptr<const Platform> platform,
+                         ScheduledObserver onScheduled = nullptr)
+      : platform_(std::move(platform)), onScheduled_(std::move(onScheduled)) {}
 
   OLPushBuilder& setDate(double secondsSince1970);
   OLPushBuilder& setBody(std::string body);
@@ -55,6 +59,7 @@ class OSTREL_API OLPushBuilder {
   Result<void> checkUrlRequirements() const;
   Result<void> scheduleNotification(const platform::LocalNotification& notification);
 
+  std::shared_ptr<const Platform> platform_;
   std::optional<double> _fireDate;
   std::optional<std::string> _body;
   std::optional<int64_t> _badge;

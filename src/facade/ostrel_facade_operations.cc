@@ -6,7 +6,6 @@
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_payment_manager.h"
 #include "ostrel/ol_push_manager.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "status/ol_status.h"
 
@@ -58,9 +57,10 @@ void Ostrel::getUserMetaInfo(DictionaryCallback callback) {
 Result<void> Ostrel::userLogout() {
   return onStatus<void>(*impl_, [&](OLStatus& status) -> Result<void> {
     const std::string token = status.userState()->currentUserToken();
-    status.userState()->logoutUser("explicit", [token](std::optional<OLError> error) {
-      if (!error) logLine(token + " succesfully logged out");
-    });
+    status.userState()->logoutUser(
+        "explicit", [token, platform = impl_->platform](std::optional<OLError> error) {
+          if (!error) logLine(*platform, token + " succesfully logged out");
+        });
     return {};
   });
 }

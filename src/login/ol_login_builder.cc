@@ -5,7 +5,6 @@
 #include "login/ol_auto_login_flow.h"
 #include "login/ol_user_status.h"
 #include "login/other_flows.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "status/ol_status.h"
 #include "transport/connector_builder.h"
@@ -113,19 +112,19 @@ OLLoginBuilder& OLLoginBuilder::setIMSI(std::string v) {
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setAllowCustomLoginSession() {
-  logLine("Dummy method setAllowCustomLoginSession");
+  logLine(_ostrelState->platform(), "Dummy method setAllowCustomLoginSession");
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setReturnUrl(const std::string&) {
-  logLine("Dummy method setReturnUrl");
+  logLine(_ostrelState->platform(), "Dummy method setReturnUrl");
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setWaitingUrl(const std::string&) {
-  logLine("Dummy method setWaitingUrl");
+  logLine(_ostrelState->platform(), "Dummy method setWaitingUrl");
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setErrorUrl(const std::string&) {
-  logLine("Dummy method setErrorUrl");
+  logLine(_ostrelState->platform(), "Dummy method setErrorUrl");
   return *this;
 }
 
@@ -157,19 +156,22 @@ void OLLoginBuilder::finalizeFlow(std::optional<OLError> error,
                                   std::optional<std::string> sessionToken, LoginType loginType,
                                   const std::shared_ptr<OLSimpleObject>& customData) {
   auto listener = _ostrelState->userState()->stateChangeListener();
-  logLine("State Change Listener " + (listener ? listener->description() : std::string("none")));
+  logLine(_ostrelState->platform(),
+          "State Change Listener " + (listener ? listener->description() : std::string("none")));
   if (!error) {
     if (auto manager = _eventManager.lock(); manager && sessionToken) {
-      logLine("Queueing identify event of " + std::string(rawValue(loginType)));
+      logLine(_ostrelState->platform(),
+              "Queueing identify event of " + std::string(rawValue(loginType)));
       (void)manager->generateIdentify(*sessionToken, customData,
                                       IdentificationType::login(loginType));
     }
-    logLine(std::string("Finalize Login Flow ") + (listener ? "true" : "false"));
+    logLine(_ostrelState->platform(),
+            std::string("Finalize Login Flow ") + (listener ? "true" : "false"));
     if (listener) listener->onUserStateChanged(std::nullopt);
     if (_onFlowCompleteCallback) _onFlowCompleteCallback(std::nullopt);
     return;
   }
-  logLine("Finalize Login Flow Error " + error->description());
+  logLine(_ostrelState->platform(), "Finalize Login Flow Error " + error->description());
   if (listener) listener->onUserStateChanged(error);
   if (_onFlowCompleteCallback) _onFlowCompleteCallback(error);
 }

@@ -6,7 +6,6 @@
 #include <cstdio>
 
 #include "platform/process_exit.h"
-#include "platform/runtime.h"
 
 namespace ostrel {
 namespace {
@@ -38,9 +37,10 @@ OLError intakeError(std::string message) {
 
 std::shared_ptr<EventIntake> EventIntake::open(std::shared_ptr<platform::FileSystem> files,
                                                std::shared_ptr<platform::Scheduler> scheduler,
+                                               std::shared_ptr<platform::LogSink> log,
                                                std::string folder, Limits limits) {
-  auto intake = std::shared_ptr<EventIntake>(
-      new EventIntake(std::move(files), std::move(scheduler), std::move(folder), limits));
+  auto intake = std::shared_ptr<EventIntake>(new EventIntake(
+      std::move(files), std::move(scheduler), std::move(log), std::move(folder), limits));
   intake->recover();
   std::weak_ptr<EventIntake> weak = intake;
   intake->exitHook_ = platform::addExitHook([weak] {
@@ -50,10 +50,11 @@ std::shared_ptr<EventIntake> EventIntake::open(std::shared_ptr<platform::FileSys
 }
 
 EventIntake::EventIntake(std::shared_ptr<platform::FileSystem> files,
-                         std::shared_ptr<platform::Scheduler> scheduler, std::string folder,
-                         Limits limits)
+                         std::shared_ptr<platform::Scheduler> scheduler,
+                         std::shared_ptr<platform::LogSink> log, std::string folder, Limits limits)
     : files_(std::move(files)),
       scheduler_(std::move(scheduler)),
+      log_(std::move(log)),
       folder_(std::move(folder)),
       limits_(limits),
       writer_(scheduler_->makeSerialQueue("io.ostrel.EventIntake.write")),
@@ -95,7 +96,7 @@ std::vector<IntakeRecord> EventIntake::pendingRecords(const platform::FileSystem
 
 void EventIntake::recover() {
   if (auto made = files_->createDirectories(folder_); !made) {
-    logLine("Cannot create the event intake: " + made.error().description());
+    log_->write("Cannot create the event intake: " + made.error().description());
   }
   std::vector<uint64_t> segments;
   if (auto names = files_->listDirectory(folder_)) {
@@ -135,7 +136,7 @@ void EventIntake::recover() {
   for (const auto& [id, end] : finished_) {
     left += id == feedPosition_.segment ? end - feedPosition_.offset : end;
   }
-  if (left > 0) logLine("Event intake: " + std::to_string(left) + " bytes to replay");
+  if (left > 0) log_->write("Event intake: " + std::to_string(left) + " bytes to replay");
 }
 
 void EventIntake::start(Feed feed) {
@@ -304,7 +305,7 @@ void EventIntake::writePendingLocked() {
       pendingCount_ += count;
       if (batchSince) pendingSince_ = *batchSince;
       if (!writeFailing_)
-        logLine("Cannot write the event intake: " + written.error().description());
+        log_->write("Cannot write the event intake: " + written.error().description());
       writeFailing_ = true;
       drainScheduled_ = true;
     }
@@ -383,8 +384,8 @@ void EventIntake::feed() {
       auto more = files_->readFileRange(
           path, bufferEnd, static_cast<std::size_t>(std::min<uint64_t>(want, end - bufferEnd)));
       if (!more || more->empty()) {
-        logLine("Cannot read the event intake: " +
-                (more ? std::string("unexpected end of ") + path : more.error().description()));
+        log_->write("Cannot read the event intake: " +
+                    (more ? std::string("unexpected end of ") + path : more.error().description()));
         skipTo(end);  // what is left of this segment cannot be replayed
         continue;
       }
@@ -490,7 +491,7 @@ void EventIntake::applied(Position after, uint64_t newCount, uint64_t generation
   if (ok) scheduleCheckpoint();
   if (followUp) post(&EventIntake::afterApplied);
   if (retry) {
-    logLine("Cannot append to the event queue; trying again later");
+    log_->write("Cannot append to the event queue; trying again later");
     std::weak_ptr<EventIntake> weak = weak_from_this();
     scheduler_->after(limits_.retrySecs, [weak] {
       auto self = weak.lock();
@@ -550,7 +551,7 @@ void EventIntake::writeCheckpoint() {
   char text[64];
   std::snprintf(text, sizeof text, "%" PRIu64 " %" PRIu64 "\n", at.segment, at.offset);
   if (auto written = files_->writeFileAtomic(folder_ + "/" + kCheckpoint, text); !written) {
-    logLine("Cannot write the event intake checkpoint: " + written.error().description());
+    log_->write("Cannot write the event intake checkpoint: " + written.error().description());
   }
 }
 

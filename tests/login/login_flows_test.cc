@@ -15,7 +15,6 @@
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "status/ol_status.h"
 #include "support/emulator_service.h"
 
@@ -302,7 +301,8 @@ TEST_F(LoginTest, OperatorRecognitionForwardsThePageAsItCameAtMostThreeTimes) {
     const auto forwarded = service.emulator().requestBodies("/login/direct/msisdn/bodyrecognition");
     EXPECT_EQ(forwarded.size(), static_cast<std::size_t>(std::min(c.bounces, 3)));
     for (const auto& body : forwarded) {
-      EXPECT_EQ((*parseJson(body))["mno_response"], runtime::crypto().base64Encode(c.page));
+      EXPECT_EQ((*parseJson(body))["mno_response"],
+                platform.platform().crypto->base64Encode(c.page));
     }
   }
 }
@@ -369,15 +369,15 @@ TEST_F(LoginTest, MetaInfoIsCachedLogoutAndTransientToken) {
 
 TEST(AutologinTokenTest, ShortTokensAreInvalidAndExpiryIsStrict) {
   test::TestPlatform platform;
-  EXPECT_TRUE(AutologinToken("L_2026112215300").isExpired());
+  EXPECT_TRUE(AutologinToken("L_2026112215300").isExpired(platform.platform()));
   EXPECT_TRUE(platform.log().contains("Invalid stored autologin L_2026112215300"));
   ::setenv("TZ", "UTC", 1);
   ::tzset();
   AutologinToken token("L_20261122153000abc");
   platform.clock().set(1795361400);
-  EXPECT_FALSE(token.isExpired()) << "the same second is still valid";
+  EXPECT_FALSE(token.isExpired(platform.platform())) << "the same second is still valid";
   platform.clock().set(1795361401);
-  EXPECT_TRUE(token.isExpired());
+  EXPECT_TRUE(token.isExpired(platform.platform()));
   ::unsetenv("TZ");
   ::tzset();
 }

@@ -7,7 +7,6 @@
 
 #include "ostrel/ol_push_builder.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "support/test_platform.h"
 
 namespace ostrel {
@@ -34,28 +33,28 @@ TEST(LocalPushTest, SchedulingChecks) {
        "An alert body must be specified"},
   };
   for (const auto& c : cases) {
-    OLPushBuilder builder;
+    OLPushBuilder builder(platform.ref());
     c.configure(builder);
     auto scheduled = c.schedule(builder);
     ASSERT_FALSE(scheduled) << c.message;
     EXPECT_TRUE(scheduled.error().is(LocalErrorCodes::PushNotificationError, c.message));
   }
-  EXPECT_TRUE(runtime::current().localNotifications->pending().empty());
+  EXPECT_TRUE(platform.platform().localNotifications->pending().empty());
 }
 
 TEST(LocalPushTest, ScheduledPushesComeBackAsLocalPushes) {
   test::TestPlatform platform;
   platform.clock().set(1000);
-  OLPushBuilder builder;
+  OLPushBuilder builder(platform.ref());
   builder.setTitle("ignored").setBody("see this").setBadgeCounter(2).setSound("chime");
   builder.setDate(5000).setUrl("https://ostrel.test/page");
   ASSERT_TRUE(builder.scheduleLocalUrlPush());
-  OLPushBuilder standard;
+  OLPushBuilder standard(platform.ref());
   standard.setBody("plain").setDate(6000).setCustomFields(
       OLSimpleObject::fromDictionary(Json{{"level", 3}}));
   ASSERT_TRUE(standard.scheduleLocalStandardPush());
 
-  auto pending = runtime::current().localNotifications->pending();
+  auto pending = platform.platform().localNotifications->pending();
   ASSERT_EQ(pending.size(), 2u);
   EXPECT_EQ(pending[0].fireDate, 5000);
   EXPECT_FALSE(pending[0].toJson().contains("title"));

@@ -14,9 +14,10 @@ namespace {
 class ChunkedQueueTest : public ::testing::Test {
  protected:
   std::shared_ptr<OLBaseEvent> event(const std::string& name, std::size_t padding = 0) {
-    platform_.clock().advance(0.001);
     auto data = OLSimpleObject::fromDictionary(Json{{"p", std::string(padding, 'x')}});
-    return *OLCustomEvent::make(name, "session", "A_user", data);
+    auto made = *OLCustomEvent::make(name, "session", "A_user", data);
+    made->creationDate = 1700000000 + 0.001 * ++made_;  // one per millisecond, in order
+    return made;
   }
   std::vector<std::string> names(const std::vector<std::shared_ptr<OLBaseEvent>>& events) {
     std::vector<std::string> out;
@@ -24,6 +25,7 @@ class ChunkedQueueTest : public ::testing::Test {
     return out;
   }
   test::TestPlatform platform_;
+  int made_ = 0;
 };
 
 TEST_F(ChunkedQueueTest, ChunksCloseByBytesAndPopOldestFirst) {

@@ -167,8 +167,8 @@ class EventIntakeTest : public ::testing::Test {
  protected:
   std::shared_ptr<EventIntake> open(EventIntake::Limits limits = {}) {
     limits.retrySecs = 0.05;
-    return EventIntake::open(files_, platform_.platform().scheduler, platform_.root() + "/Intake",
-                             limits);
+    return EventIntake::open(files_, platform_.platform().scheduler, platform_.platform().log,
+                             platform_.root() + "/Intake", limits);
   }
   std::vector<std::string> expected(int from, int to) {
     std::vector<std::string> out;
@@ -251,7 +251,8 @@ TEST_F(EventIntakeTest, AHeldWriterHoldsProducersBackAndLosesNothing) {
     EventIntake::Limits limits;
     limits.pendingBytes = c.pendingBytes;
     limits.pendingAgeSecs = c.pendingAgeSecs;
-    auto intake = EventIntake::open(files_, platform_.platform().scheduler, folder.path(), limits);
+    auto intake = EventIntake::open(files_, platform_.platform().scheduler,
+                                    platform_.platform().log, folder.path(), limits);
     intake->start(sink.feed());
     files_->held = true;
     ASSERT_TRUE(intake->accept(record(0)));

@@ -16,7 +16,6 @@
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
@@ -301,16 +300,20 @@ TEST_F(PipelineTest, AnUnsendableEventNeverBlocksTheQueueNotEvenAfterARestart) {
   o->shutdown();
   o.reset();
   const std::string chunk = platform_.root() + "/EventQueue/Chunks/7";
-  ASSERT_TRUE(runtime::files().createDirectories(chunk));
+  ASSERT_TRUE(platform_.platform().files->createDirectories(chunk));
   auto poison =
       *OLRankingContentEvent::make("S", "U", "article", RankingScope(_RankingScope::social), 1);
   poison->multiplier = NAN;
   auto before = *OLCustomEvent::make("before", "S", "U", nullptr);
   auto after = *OLCustomEvent::make("after", "S", "U", nullptr);
+  before->creationDate = 1700000001;
+  poison->creationDate = 1700000002;
+  after->creationDate = 1700000003;
   for (const auto* e :
        {static_cast<OLBaseEvent*>(before.get()), static_cast<OLBaseEvent*>(poison.get()),
         static_cast<OLBaseEvent*>(after.get())}) {
-    ASSERT_TRUE(runtime::files().writeNewFile(chunk + "/" + e->uniqueName(), archivedBytes(*e)));
+    ASSERT_TRUE(
+        platform_.platform().files->writeNewFile(chunk + "/" + e->uniqueName(), archivedBytes(*e)));
   }
   o = start();
   ASSERT_TRUE(o->sendEvent("later"));
