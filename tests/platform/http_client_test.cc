@@ -74,35 +74,30 @@ TEST(CurlHttpClient, TransportFailuresCompleteWithErrorAndNoResponse) {
     std::this_thread::sleep_for(std::chrono::seconds(2));
     res.set_content("late", "text/plain");
   });
+  using Headers = std::vector<std::pair<std::string, std::string>>;
   struct Case {
-    const char* name;
+    std::string name;
     NetworkOverrides overrides;
-    double timeout;
-    const char* url = "https://client.ostrel.test/x";
-    std::vector<std::pair<std::string, std::string>> headers = {};
+    double timeout = 10;
+    std::string url = "https://client.ostrel.test/x";
+    Headers headers = {};
   };
   NetworkOverrides refused;
   refused.connectTo = "127.0.0.1:1";
   // A trusted certificate for another name: no setting lets that through.
-  const Case cases[] = {
-      {"untrusted certificate", reaching(server, false), 10},
+  std::vector<Case> cases = {
+      {"untrusted certificate", reaching(server, false)},
       {"certificate of another host", reaching(server), 10, "https://elsewhere.example/x"},
       {"time-out", reaching(server), 0.3},
-      {"refused", refused, 10},
-      // A header that would add a line of its own is never sent.
-      {"CRLF in a value",
-       reaching(server),
-       10,
-       "https://client.ostrel.test/x",
-       {{"Authorization", "iMeld group=\"x\"\r\nX-Injected: yes"}}},
-      {"LF in a value", reaching(server), 10, "https://client.ostrel.test/x", {{"A", "b\nc"}}},
-      {"NUL in a value",
-       reaching(server),
-       10,
-       "https://client.ostrel.test/x",
-       {{"A", std::string("b\0c", 3)}}},
-      {"colon in a name", reaching(server), 10, "https://client.ostrel.test/x", {{"X: y", "z"}}},
+      {"refused", refused},
   };
+  // A header that would add a line of its own is never sent.
+  for (const auto& header : Headers{{"Authorization", "iMeld group=\"x\"\r\nX-Injected: yes"},
+                                    {"A", "b\nc"},
+                                    {"A", std::string("b\0c", 3)},
+                                    {"X: y", "z"}}) {
+    cases.push_back({"header " + header.first, reaching(server), 10, cases[0].url, {header}});
+  }
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     auto client = platform::makeCurlHttpClient(c.overrides);

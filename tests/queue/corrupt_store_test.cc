@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <future>
 #include <random>
 #include <set>
 
@@ -88,11 +87,7 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
       EXPECT_FALSE(*facade->isUserLogged()) << "an unreadable token still logs the user in";
     }
     if (cycle == cycles) {
-      for (int i = 0; i < 5; ++i) {
-        std::promise<void> done;
-        facade->flushEvents([&](std::optional<OLError>, std::optional<Json>) { done.set_value(); });
-        done.get_future().wait();
-      }
+      for (int i = 0; i < 5; ++i) test::EmulatorService::flush(*facade);
       break;
     }
     if (!*facade->isUserLogged() && rng() % 2 == 0) {
