@@ -307,12 +307,10 @@ TEST_F(PipelineTest, AnUnsendableEventNeverBlocksTheQueueNotEvenAfterARestart) {
   poison->multiplier = NAN;
   auto before = *OLCustomEvent::make("before", "S", "U", nullptr);
   auto after = *OLCustomEvent::make("after", "S", "U", nullptr);
-  before->creationDate = 1700000001;
-  poison->creationDate = 1700000002;
-  after->creationDate = 1700000003;
-  for (const auto* e :
-       {static_cast<OLBaseEvent*>(before.get()), static_cast<OLBaseEvent*>(poison.get()),
-        static_cast<OLBaseEvent*>(after.get())}) {
+  double made = 1700000000;  // in this order
+  for (auto* e : {static_cast<OLBaseEvent*>(before.get()), static_cast<OLBaseEvent*>(poison.get()),
+                  static_cast<OLBaseEvent*>(after.get())}) {
+    e->creationDate = ++made;
     ASSERT_TRUE(
         platform_.platform().files->writeNewFile(chunk + "/" + e->uniqueName(), archivedBytes(*e)));
   }
