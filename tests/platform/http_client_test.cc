@@ -246,11 +246,9 @@ TEST(CurlHttpClient, DispatchedWorkRunsOnTheNetworkThreadInOrder) {
   EXPECT_EQ(order, (std::vector<int>{1, 2}));
 }
 
-// A request in flight when the process exits, whose completions send again twice.
-[[noreturn]] void exitWithARequestThatSendsAgain() {
-  ::alarm(20);  // a deadlock ends as SIGALRM, not as a hung test
-  // A socket that listens and never answers: the connection waits in its
-  // backlog, and no server thread is left running while the process exits.
+// A loopback port that accepts connections and never answers: a request waits
+// in its backlog, and no server thread is left running while the process exits.
+std::string silentPort() {
   const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -261,22 +259,44 @@ TEST(CurlHttpClient, DispatchedWorkRunsOnTheNetworkThreadInOrder) {
       ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
     std::_Exit(3);
   }
-  auto client = platform::makeCurlHttpClient(
-      NetworkOverrides{"127.0.0.1:" + std::to_string(ntohs(address.sin_port)), {}});
+  return "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+}
+
+const HttpRequest kSilentRequest{"http://client.ostrel.test/x", "POST", {}, "{}"};
+
+// A request in flight when the process exits, whose completions send again twice.
+[[noreturn]] void exitWithARequestThatSendsAgain() {
+  ::alarm(20);  // a deadlock ends as SIGALRM, not as a hung test
+  auto client = platform::makeCurlHttpClient(NetworkOverrides{silentPort(), {}});
   platform::HttpClient* raw = client.get();
-  const HttpRequest request{"http://client.ostrel.test/x", "POST", {}, "{}"};
-  raw->send(request, [raw, request](std::optional<PlatformError>, HttpResponse) {
-    raw->send(request, [raw, request](std::optional<PlatformError>, HttpResponse) {
-      raw->send(request, [](std::optional<PlatformError>, HttpResponse) {});
+  raw->send(kSilentRequest, [raw](std::optional<PlatformError>, HttpResponse) {
+    raw->send(kSilentRequest, [raw](std::optional<PlatformError>, HttpResponse) {
+      raw->send(kSilentRequest, [](std::optional<PlatformError>, HttpResponse) {});
     });
   });
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   std::exit(0);
 }
 
-TEST(CurlHttpClientDeathTest, CompletionsThatSendAgainAtExitEndTheProcess) {
+// The process exits while the only owner of the client is the completion of a
+// request in flight: the exit handler joins the network thread while that
+// thread, cancelling the request, releases the client.
+[[noreturn]] void exitWhileACancelledCompletionReleasesTheClient() {
+  ::alarm(20);
+  auto holder = std::make_shared<std::shared_ptr<platform::HttpClient>>(
+      platform::makeCurlHttpClient(NetworkOverrides{silentPort(), {}}));
+  (*holder)->send(kSilentRequest, [holder](std::optional<PlatformError>, HttpResponse) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // the handler is joining now
+    holder->reset();
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  std::exit(0);
+}
+
+TEST(CurlHttpClientDeathTest, ExitWithRequestsInFlightEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(exitWithARequestThatSendsAgain(), ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(exitWhileACancelledCompletionReleasesTheClient(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
