@@ -19,7 +19,6 @@ void roundTrip(const ostrel::Result<std::shared_ptr<T>>& decoded, Archive archiv
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  ostrel::fuzz::installQuietPlatform();
   if (size == 0) return 0;
   const auto bytes = ostrel::fuzz::bytesOf(data + 1, size - 1);
   switch (data[0] % 5) {

@@ -5,7 +5,6 @@
 
 #include "events/ol_base_event.h"
 #include "fuzz_platform.h"
-#include "platform/runtime.h"
 #include "queue/ol_chunked_queue.h"
 
 namespace {
@@ -41,9 +40,8 @@ std::string fileName(std::string name) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string root = ostrel::fuzz::installQuietPlatform();
-  auto& files = ostrel::runtime::files();
-  const std::string queueFolder = root + "/FuzzQueue";
+  auto& files = *ostrel::fuzz::quietPlatform()->files;
+  const std::string queueFolder = ostrel::fuzz::quietRoot() + "/FuzzQueue";
   (void)files.removeAll(queueFolder);
   Reader in{data, size};
   while (in.more()) {

@@ -5,7 +5,6 @@
 
 #include "ostrel/platform.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 
 namespace ostrel::fuzz {
 namespace {
@@ -15,20 +14,13 @@ class Quiet : public platform::LogSink {
   void write(std::string_view) override {}
 };
 
-PlatformRef& quiet() {
-  static PlatformRef made;
-  return made;
-}
+struct Quietly {
+  std::string root;
+  PlatformRef platform;
+};
 
-}  // namespace
-
-const PlatformRef& quietPlatform() {
-  installQuietPlatform();
-  return quiet();
-}
-
-const std::string& installQuietPlatform() {
-  static const std::string root = [] {
+const Quietly& made() {
+  static const Quietly quietly = [] {
     std::string pattern = (std::filesystem::temp_directory_path() / "ostrel-fuzz-XXXXXX").string();
     const char* made = ::mkdtemp(pattern.data());
     // Kept for the exit handler, which runs after the statics are gone.
@@ -38,16 +30,24 @@ const std::string& installQuietPlatform() {
     platform.log = std::make_shared<Quiet>();
     platform.files = platform::makePosixFileSystem(folder);
     platform.settings = platform::makeFileSettingsStore(platform.files, folder + "/settings.json");
-    runtime::install(platform);
-    quiet() = std::make_shared<const Platform>(runtime::current());
     // The folder goes with the process, whatever way it ends.
     std::atexit([] {
       std::error_code ec;
       std::filesystem::remove_all(*temporary, ec);
     });
-    return folder;
+    return Quietly{folder, std::make_shared<const Platform>(platform.completed())};
   }();
-  return root;
+  return quietly;
+}
+
+}  // namespace
+
+const PlatformRef& quietPlatform() {
+  return made().platform;
+}
+
+const std::string& quietRoot() {
+  return made().root;
 }
 
 }  // namespace ostrel::fuzz

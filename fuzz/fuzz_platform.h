@@ -1,6 +1,6 @@
 #pragma once
-// What every fuzz target shares: a quiet platform whose storage root is a
-// private temporary folder, installed once per process.
+// What the fuzz targets that touch files share: a quiet platform whose storage
+// root is a private temporary folder, made once per process.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -10,10 +10,10 @@
 
 namespace ostrel::fuzz {
 
-// Installs the platform on first call; returns the storage root.
-const std::string& installQuietPlatform();
-// The same platform, for the components a target builds.
+// Made on first call.
 const PlatformRef& quietPlatform();
+// Its storage root.
+const std::string& quietRoot();
 
 inline std::string_view bytesOf(const uint8_t* data, std::size_t size) {
   return {reinterpret_cast<const char*>(data), size};

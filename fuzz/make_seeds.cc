@@ -18,7 +18,6 @@
 #include "login/tokens.h"
 #include "ostrel/ol_push_builder.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "push/push_archive.h"
 #include "status/flag.h"
 
@@ -72,9 +71,9 @@ std::vector<std::string> eventArchives() {
   DeviceInformation device(platform::DeviceFactsSnapshot{});
   device.deviceId = "D";
   auto timer = *OLTimedEvent::make("t", "s", "u", data);
-  (void)timer->stop(nullptr);
-  auto flow = *OLFlowEvent::make("f", "s", "u", data);
-  (void)flow->iterateFlow("step", FlowStatus::Step, nullptr);
+  (void)timer->stop(nullptr, 1);
+  auto flow = *OLFlowEvent::make("F", "f", "s", "u", data);
+  (void)flow->iterateFlow("step", FlowStatus::Step, nullptr, 1);
   std::vector<std::shared_ptr<OLBaseEvent>> events = {
       *OLCustomEvent::make("n", "s", "u", data),
       *OLSessionEvent::make("s", "u", device, true, data, std::string("old")),
@@ -103,7 +102,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   const fs::path out = argv[1];
-  const std::string root = fuzz::installQuietPlatform();
+  const std::string& root = fuzz::quietRoot();
 
   writeAll(out / "push_payload", kPayloads);
   std::vector<std::string> bags = kBags;
@@ -130,7 +129,8 @@ int main(int argc, char** argv) {
   archives.push_back("\x04" + archivedBytes(Flag("optin", true)));
   writeAll(out / "archive", archives);
 
-  auto settings = platform::makeFileSettingsStore(runtime::current().files, root + "/seed.json");
+  const auto& files = fuzz::quietPlatform()->files;
+  auto settings = platform::makeFileSettingsStore(files, root + "/seed.json");
   settings->set("s", std::string("text"));
   settings->set("b", true);
   settings->set("i", int64_t{42});
@@ -138,7 +138,7 @@ int main(int argc, char** argv) {
   settings->set("d", 2.5);
   settings->set("t", platform::SettingsDate{1.7e9});
   settings->set("x", platform::SettingsData{"\x01\x02"});
-  writeAll(out / "settings", {*runtime::files().readFile(root + "/seed.json"),
+  writeAll(out / "settings", {*files->readFile(root + "/seed.json"),
                               R"({"a":{"type":"float","value":1e300}})", "{", "[]"});
 
   std::string chunks;

@@ -5,7 +5,6 @@
 #include "push/push_archive.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  ostrel::fuzz::installQuietPlatform();
   const auto text = ostrel::fuzz::bytesOf(data, size);
   for (bool atStartup : {false, true}) {
     auto push = ostrel::OLPushBuilder::buildPushObject(text, atStartup);

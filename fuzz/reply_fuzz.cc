@@ -7,7 +7,6 @@
 #include "transport/ol_connector.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  ostrel::fuzz::installQuietPlatform();
   FuzzedDataProvider input(data, size);
   ostrel::platform::HttpResponse response;
   response.status = input.ConsumeIntegralInRange<long>(-1, 999);

@@ -20,7 +20,6 @@ void exercise(const std::shared_ptr<ostrel::OLSimpleObject>& object) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  ostrel::fuzz::installQuietPlatform();
   const auto text = ostrel::fuzz::bytesOf(data, size);
   exercise(ostrel::OLSimpleObject::fromJSONString(text));
   if (auto parsed = ostrel::parseJson(text)) {

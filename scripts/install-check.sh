@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Proves that the installed SDK works the way a host uses it:
 #  1. builds the C++ example with the library's tree added by add_subdirectory,
-#     asking that build for the shared library, ostrel-emulator and ostrel-cli
-#     too (one compilation of the library serves this way and the install);
-#  2. installs that to a temporary prefix;
+#     checking that such a host's configure looks for none of the packages of
+#     the emulator, the tests or the bench;
+#  2. installs the release build (shared library, programs, package files) to
+#     a temporary prefix;
 #  3. builds the C++ example against the prefix with find_package(ostrel) and
 #     with pkg-config, and the C example with the C compiler and pkg-config;
 #  4. runs each against ostrel-emulator from the prefix, checking that the
@@ -26,24 +27,27 @@ trap cleanup EXIT
 prefix="$work/prefix"
 step() { echo "== install-check: $*"; }
 
-step "a library-only configure looks for nothing but the library's own dependencies"
-rm -rf "$build/library-only"
-cmake -S "$root" -B "$build/library-only" -G Ninja -DOSTREL_BUILD_EMULATOR=OFF -DOSTREL_BUILD_TESTS=OFF \
-  -DOSTREL_BUILD_BENCH=OFF -DOSTREL_BUILD_PROGRAMS=OFF >/dev/null
-if grep -Eiq '^(httplib|sqlite3|gtest|benchmark)_' "$build/library-only/CMakeCache.txt"; then
-  grep -Ei '^(httplib|sqlite3|gtest|benchmark)_' "$build/library-only/CMakeCache.txt" | head
-  echo "the library-only configure looked for the emulator's, tests' or bench's packages"; exit 1
-fi
-
-step "library, programs and the C++ example by add_subdirectory"
+step "the C++ example by add_subdirectory: the library alone, none of the emulator's, tests' or bench's packages looked for"
+rm -rf "$build/source"
 launcher=()
 if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache); fi
 cmake -S "$root/examples/cpp" -B "$build/source" -G Ninja -DCMAKE_BUILD_TYPE=Release "${launcher[@]}" \
-  -DOSTREL_FROM=source -DOSTREL_SOURCE_DIR="$root" -DBUILD_SHARED_LIBS=ON -DOSTREL_INSTALL=ON \
-  -DOSTREL_BUILD_EMULATOR=ON -DOSTREL_BUILD_PROGRAMS=ON -DCMAKE_INSTALL_PREFIX="$prefix" >/dev/null
-cmake --build "$build/source" -j "$jobs" --target ostrel_cpp_example ostrel-emulator ostrel-cli
-step "install to $prefix"
-cmake --install "$build/source" >/dev/null
+  -DOSTREL_FROM=source -DOSTREL_SOURCE_DIR="$root" -DBUILD_SHARED_LIBS=ON >/dev/null
+if grep -Eiq '^(httplib|sqlite3|gtest|benchmark)_' "$build/source/CMakeCache.txt"; then
+  grep -Ei '^(httplib|sqlite3|gtest|benchmark)_' "$build/source/CMakeCache.txt" | head
+  echo "a host's add_subdirectory looked for the emulator's, tests' or bench's packages"; exit 1
+fi
+cmake --build "$build/source" -j "$jobs" --target ostrel_cpp_example
+
+# The package comes from the release build (the one the tests ran on), so the
+# library is compiled once more only for the add_subdirectory host above.
+step "install the release build to $prefix"
+release="$root/build/release"
+if [ -f "$release/CMakeCache.txt" ] && ! grep -q '^BUILD_SHARED_LIBS:BOOL=ON' "$release/CMakeCache.txt"; then
+  cmake -B "$release" -DBUILD_SHARED_LIBS=ON >/dev/null
+fi
+"$root/scripts/build.sh" release
+cmake --install "$release" --prefix "$prefix" >/dev/null
 libdir=$(dirname "$(find "$prefix" -name ostrel.pc)")/..
 libdir=$(cd "$libdir" && pwd)
 export PKG_CONFIG_PATH="$libdir/pkgconfig"

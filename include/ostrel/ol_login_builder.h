@@ -19,13 +19,14 @@ namespace ostrel {
 class ConnectorBuilder;
 class OLStatus;
 class OLQueueManager;
+class OstrelFacadeImpl;
 
+// Obtained from Ostrel::getLoginBuilder. One thread at a time: set what the
+// flow needs, then get and start it.
 class OSTREL_API OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
  public:
-  static std::shared_ptr<OLLoginBuilder> make(std::shared_ptr<OLStatus> state,
-                                              std::shared_ptr<ConnectorBuilder> connectorBuilder,
-                                              std::weak_ptr<OLQueueManager> eventManager);
-
+  // Runs once per started flow, with its outcome, on the library's network
+  // thread, also when the flow ends at once (another flow under way).
   OLLoginBuilder& setOnFlowCompleteCallback(ErrorCallback callback);
   OLLoginBuilder& setCustomData(std::shared_ptr<OLSimpleObject> customData);
   OLLoginBuilder& setCustomID(std::string customId);
@@ -67,17 +68,21 @@ class OSTREL_API OLLoginBuilder : public std::enable_shared_from_this<OLLoginBui
   // Where the payment-receipt login reads the store receipt.
   OLLoginBuilder& setReceiptUrl(std::string path);
 
-  // The finalize step of every flow but the autologin.
-  void fireFinalizeFlowActions(std::optional<OLError> error,
-                               std::optional<std::string> sessionToken, LoginType loginType);
-
   const std::optional<std::string>& pin() const { return _pin; }
 
  private:
+  friend class OstrelFacadeImpl;
+  static std::shared_ptr<OLLoginBuilder> make(std::shared_ptr<OLStatus> state,
+                                              std::shared_ptr<ConnectorBuilder> connectorBuilder,
+                                              std::weak_ptr<OLQueueManager> eventManager);
   OLLoginBuilder() = default;
   Result<void> checkRequirements();
   Result<void> checkEmail(bool needsPassword);
   void autologinCompleted(std::optional<OLError> error, std::optional<std::string> token);
+  // The end of a flow this builder hands out (every one but the autologin):
+  // the finalize step for `loginType`. It keeps the builder alive until then.
+  std::function<void(std::optional<OLError>, std::optional<std::string>)> finalizer(
+      LoginType loginType);
   // The finalize step with the custom data the identify event carries.
   void finalizeFlow(std::optional<OLError> error, std::optional<std::string> sessionToken,
                     LoginType loginType, const std::shared_ptr<OLSimpleObject>& customData);

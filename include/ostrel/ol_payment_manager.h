@@ -14,6 +14,7 @@ namespace ostrel {
 
 class OLStatus;
 class OLConnector;
+class OstrelFacadeImpl;
 
 enum class MarketPlace { GooglePlay, AppleStore };
 // "googlePlay", "appleStore".
@@ -56,14 +57,15 @@ class OSTREL_API PaymentBuilder {
   static Result<OLPaymentObject> buildPaymentObject(const Json& fromDict);
 };
 
+// Obtained from Ostrel::getPaymentManager.
+// Any thread. Each callback runs once on the library's network thread, never
+// on the calling thread (a refusal such as a missing login included).
 class OSTREL_API OLPaymentManager {
  public:
   using OfferCallback = std::function<void(std::optional<OLError>, std::optional<std::string>)>;
   using ErrorCallback = std::function<void(std::optional<OLError>)>;
   using PayingCallback =
       std::function<void(std::optional<OLError>, std::optional<OLPaymentObject>)>;
-
-  OLPaymentManager(std::shared_ptr<OLStatus> ostrelState, std::shared_ptr<OLConnector> connector);
 
   void getOfferFor(const std::string& nativeItem, MarketPlace marketplace, OfferCallback callback);
   // `receiptUrl`: the store receipt file; absent, the platform's own receipt.
@@ -74,6 +76,8 @@ class OSTREL_API OLPaymentManager {
   void isUserPayingForDefault(PayingCallback callback);
 
  private:
+  friend class OstrelFacadeImpl;
+  OLPaymentManager(std::shared_ptr<OLStatus> ostrelState, std::shared_ptr<OLConnector> connector);
   std::string currentToken() const;
 
   std::shared_ptr<OLStatus> _ostrelState;

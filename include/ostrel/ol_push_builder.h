@@ -12,19 +12,17 @@
 #include "ostrel/json.h"
 #include "ostrel/ol_push.h"
 #include "ostrel/ol_simple_object.h"
+#include "ostrel/platform.h"
 #include "ostrel/platform/local_notifications.h"
 #include "ostrel/result.h"
 
 namespace ostrel {
 
+class OLPushManager;
+
+// Obtained from OLPushManager::getPushBuilder.
 class OSTREL_API OLPushBuilder {
  public:
-  // Told about every push this builder schedules (the push manager records it).
-  using ScheduledObserver = std::function<void(const OLPushBase&)>;
-
-  OLPushBuilder() = default;
-  explicit OLPushBuilder(ScheduledObserver onScheduled) : onScheduled_(std::move(onScheduled)) {}
-
   OLPushBuilder& setDate(double secondsSince1970);
   OLPushBuilder& setBody(std::string body);
   OLPushBuilder& setBadgeCounter(int64_t count);
@@ -51,10 +49,18 @@ class OSTREL_API OLPushBuilder {
       const platform::LocalNotification& fromLocalNotification, bool isAtStartup);
 
  private:
+  friend class OLPushManager;
+  // Told about every push this builder schedules (the push manager records it).
+  using ScheduledObserver = std::function<void(const OLPushBase&)>;
+  // Schedules through the platform's local notifications, timed by its clock.
+  OLPushBuilder(std::shared_ptr<const Platform> platform, ScheduledObserver onScheduled)
+      : platform_(std::move(platform)), onScheduled_(std::move(onScheduled)) {}
+
   platform::LocalNotification buildNotification(const std::string& pushId) const;
   Result<void> checkUrlRequirements() const;
   Result<void> scheduleNotification(const platform::LocalNotification& notification);
 
+  std::shared_ptr<const Platform> platform_;
   std::optional<double> _fireDate;
   std::optional<std::string> _body;
   std::optional<int64_t> _badge;

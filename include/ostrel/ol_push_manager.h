@@ -24,6 +24,7 @@ class ConnectorBuilder;
 class OLStatus;
 class OLQueueManager;
 class PendingPushes;
+class OstrelFacadeImpl;
 
 // What the app was launched with: the notification the user tapped, if any.
 struct OSTREL_API LaunchOptions {
@@ -31,15 +32,13 @@ struct OSTREL_API LaunchOptions {
   std::optional<platform::LocalNotification> localNotification;
 };
 
-// Every call may come from any thread. Replies of the service arrive on the
-// HTTP client's thread; what a call does there is said beside it.
+// Obtained from Ostrel::getPushManager. Every call may come from any thread.
+// Replies of the service arrive on the HTTP client's thread; what a call does
+// there is said beside it.
 class OSTREL_API OLPushManager : public std::enable_shared_from_this<OLPushManager> {
  public:
   using PushCallback = std::function<void(std::shared_ptr<OLPushBase>)>;
 
-  static std::shared_ptr<OLPushManager> make(std::shared_ptr<OLStatus> ostrelState,
-                                             std::shared_ptr<ConnectorBuilder> buildConnector,
-                                             std::weak_ptr<OLQueueManager> eventManager);
   ~OLPushManager();
 
   // Asks the platform's push service (Platform::remoteNotifications) for
@@ -94,6 +93,10 @@ class OSTREL_API OLPushManager : public std::enable_shared_from_this<OLPushManag
   static std::optional<std::string> parseToken(const std::string& tokenBytes);
 
  private:
+  friend class OstrelFacadeImpl;
+  static std::shared_ptr<OLPushManager> make(std::shared_ptr<OLStatus> ostrelState,
+                                             std::shared_ptr<ConnectorBuilder> buildConnector,
+                                             std::weak_ptr<OLQueueManager> eventManager);
   OLPushManager() = default;
   void setRegistered(bool value);
   void recordRegistration(bool succeeded, const std::optional<std::string>& reason);

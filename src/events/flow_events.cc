@@ -2,12 +2,11 @@
 
 #include "events/simple_object_archive.h"
 #include "platform/fatal.h"
-#include "platform/runtime.h"
 
 namespace ostrel {
 
-std::string makeUuid() {
-  std::string b = runtime::crypto().randomBytes(16);
+std::string makeUuid(const platform::Crypto& crypto) {
+  std::string b = crypto.randomBytes(16);
   b[6] = static_cast<char>((b[6] & 0x0F) | 0x40);  // version 4
   b[8] = static_cast<char>((b[8] & 0x3F) | 0x80);  // RFC 4122 variant
   static const char* hex = "0123456789ABCDEF";
@@ -21,35 +20,35 @@ std::string makeUuid() {
   return out;
 }
 
-Result<std::shared_ptr<OLFlowEvent>> OLFlowEvent::make(std::string name, std::string sessionId,
-                                                       std::string userId,
+Result<std::shared_ptr<OLFlowEvent>> OLFlowEvent::make(std::string flowId, std::string name,
+                                                       std::string sessionId, std::string userId,
                                                        std::shared_ptr<OLSimpleObject> customData) {
   auto e = std::shared_ptr<OLFlowEvent>(new OLFlowEvent(std::move(name), "flow start",
                                                         std::move(sessionId), std::move(userId),
                                                         std::move(customData)));
-  e->flowId = makeUuid();
+  e->flowId = std::move(flowId);
   e->flowStatus = FlowStatus::Begun;
   return checked(e);
 }
 
 Result<void> OLFlowEvent::iterateFlow(std::string newName, FlowStatus nextStatus,
-                                      std::shared_ptr<OLSimpleObject> newCustomData) {
+                                      std::shared_ptr<OLSimpleObject> newCustomData, double now) {
   name = std::move(newName);
   customData = copyOfBag(newCustomData);
   flowStatus = nextStatus;
   eventType = std::string(rawValue(nextStatus));
-  creationDate = runtime::now();
+  creationDate = now;
   return checkName(name);
 }
 
 Result<void> OLFlowEvent::flowSucceed(const std::string& reason,
-                                      std::shared_ptr<OLSimpleObject> newCustomData) {
+                                      std::shared_ptr<OLSimpleObject> newCustomData, double now) {
   if (isFinal(flowStatus)) {
     return OLError::LocalError(LocalErrorCodes::EventFlowInconsistance,
                                "Cannot finish an event never started", std::nullopt,
                                Json{{"flowId", flowId}});
   }
-  return iterateFlow(reason, FlowStatus::Succeeded, std::move(newCustomData));
+  return iterateFlow(reason, FlowStatus::Succeeded, std::move(newCustomData), now);
 }
 
 Json OLFlowEvent::getEventDictionary() const {
@@ -86,13 +85,13 @@ Result<std::shared_ptr<OLTimedEvent>> OLTimedEvent::make(
                        std::move(customData))));
 }
 
-Result<void> OLTimedEvent::stop(std::shared_ptr<OLSimpleObject> newCustomData) {
+Result<void> OLTimedEvent::stop(std::shared_ptr<OLSimpleObject> newCustomData, double now) {
   if (timerStatus != TimerStatus::Started) {
     return OLError::LocalError(LocalErrorCodes::EventTimedInconsistance,
                                "Cannot Stop a Timed Event not started", std::nullopt,
                                Json{{"timername", name}});
   }
-  end = runtime::now();
+  end = now;
   delta = *end - creationDate;
   timerStatus = TimerStatus::Stop;
   eventType = "timer stop";

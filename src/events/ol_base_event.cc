@@ -5,7 +5,6 @@
 
 #include "events/name_rule.h"
 #include "events/simple_object_archive.h"
-#include "platform/runtime.h"
 
 namespace ostrel {
 
@@ -16,7 +15,6 @@ OLError eventCreationError(std::string message, std::optional<Json> extra) {
 
 OLBaseEvent::OLBaseEvent(std::string eventType, std::string sessionId, std::string userId)
     : eventType(std::move(eventType)),
-      creationDate(runtime::now()),
       userId(std::move(userId)),
       sessionId_(std::move(sessionId)) {}
 

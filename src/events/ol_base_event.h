@@ -29,7 +29,9 @@ class OLBaseEvent : public Archivable {
 
   std::string eventType;
   const std::string& sessionId() const { return sessionId_; }
-  double creationDate = 0;  // seconds since 1970
+  // Seconds since 1970, stamped by the producer from its platform's clock: an
+  // event is a value and reads no clock of its own.
+  double creationDate = 0;
   std::string userId;
 
   // "yyyy-MM-dd'T'HH:mm:ssZZZZZ" in the local time zone ("Z" for a zero offset).

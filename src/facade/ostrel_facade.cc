@@ -7,7 +7,6 @@
 #include "login/ol_user_status.h"
 #include "login/status_factory.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "status/ol_status.h"
 
@@ -41,46 +40,46 @@ Result<std::shared_ptr<Ostrel>> Ostrel::makeUnshared(
     const std::string& conf, std::shared_ptr<OLSimpleObject> customData,
     const std::optional<ExternalParameters>& dictParameters, Platform platform) {
   if (auto ok = checkStartupInput(platform, dictParameters); !ok) return ok.error();
-  runtime::install(std::move(platform));
-  const Platform& installed = runtime::current();
+  const auto services = std::make_shared<const Platform>(platform.completed());
   auto impl = std::make_unique<OstrelFacadeImpl>(
-      conf, OstrelEnvironment(conf, OLDeviceUtils::isDevelopmentApp(*installed.deviceFacts),
-                              *installed.log));
-  impl->_deviceInfo = std::make_shared<DeviceInformation>(installed.deviceFacts->snapshot());
+      services, conf,
+      OstrelEnvironment(conf, OLDeviceUtils::isDevelopmentApp(*services->deviceFacts),
+                        *services->log));
+  impl->_deviceInfo = std::make_shared<DeviceInformation>(services->deviceFacts->snapshot());
   // The service knows the installation by its device identifier.
   impl->_connetionBuilder = std::make_shared<ConnectorBuilder>(
-      runtime::shared(), impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
+      services, impl->_deviceInfo->deviceId, conf, impl->_environment.isDebug(),
       impl->_environment.isSandbox(), impl->_environment.isDev(),
       impl->_conf.connectionTimeoutSecs);
-  auto status =
-      makeOstrelStatus(impl->_conf, impl->_deviceInfo, impl->_connetionBuilder, customData);
+  auto status = makeOstrelStatus(services, impl->_conf, impl->_deviceInfo, impl->_connetionBuilder,
+                                 customData);
   if (!status) {
     // The host sees why (a stored item that cannot be read names its file) and
     // can start afresh with resetStorage.
     const OLError& cause = status.error();
-    logLine("Cannot initialize singleton: " + cause.description());
+    logLine(*services, "Cannot initialize singleton: " + cause.description());
     return OLError::LocalError(
         LocalErrorCodes::OstrelNotInitialized, "Cannot initialize singleton", std::nullopt,
         Json{{"error", cause.description()}, {"cause", cause.extra() ? *cause.extra() : Json()}});
   }
   impl->_ostrelStatus = std::move(*status);
-  impl->eventManager = OLQueueManager::make(runtime::shared(), impl->_connetionBuilder, impl->_conf,
-                                            impl->_ostrelStatus);
+  impl->eventManager =
+      OLQueueManager::make(services, impl->_connetionBuilder, impl->_conf, impl->_ostrelStatus);
   // Logouts and deletions are recorded as logout events.
   std::weak_ptr<OLQueueManager> manager = impl->eventManager;
   impl->_ostrelStatus->userState()->setLogoutEventSink(
-      [manager](const std::string& userId, const std::string& logoutType) {
+      [manager, services](const std::string& userId, const std::string& logoutType) {
         auto m = manager.lock();
         auto type = logoutTypeFromRaw(logoutType);
         if (!m || !type) return;
         if (auto queued = m->generateLogout(userId, IdentificationType::logout(*type)); !queued) {
-          logLine("Error in logout event " + queued.error().description());
+          logLine(*services, "Error in logout event " + queued.error().description());
         }
       });
   auto facade = std::shared_ptr<Ostrel>(new Ostrel(std::move(impl)));
-  OstrelFacadeImpl& f = facade->impl();
-  logLine("########Initialized Ostrel with Session: " + f._ostrelStatus->sessionId() +
-          " environment " + facade->environmentString() + "#######");
+  OstrelFacadeImpl& f = *facade->impl_;
+  logLine(*services, "########Initialized Ostrel with Session: " + f._ostrelStatus->sessionId() +
+                         " environment " + facade->environmentString() + "#######");
   f.setupExternalParamenters(dictParameters);
   f.startSession();
   f.startAutologin();
@@ -123,7 +122,7 @@ Result<void> Ostrel::resetStorage(Platform platform) {
                                     platform.storageRoot.value_or(platform::defaultStorageRoot()));
   const std::string root = files->storageRoot();
   if (auto removed = files->removeAll(root); !removed) return removed;
-  logLine("Deleted " + root);
+  (platform.log ? platform.log : platform::makeStdoutLogSink())->write("Deleted " + root);
   return {};
 }
 

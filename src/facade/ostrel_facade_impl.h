@@ -9,6 +9,7 @@
 #include "core/ostrel_configuration.h"
 #include "core/ostrel_environment.h"
 #include "ostrel/ostrel.h"
+#include "platform/platform_ref.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {
@@ -19,8 +20,8 @@ class OLQueueManager;
 
 class OstrelFacadeImpl {
  public:
-  OstrelFacadeImpl(std::string secret, OstrelEnvironment environment)
-      : _environment(environment), _secret(std::move(secret)) {}
+  OstrelFacadeImpl(PlatformRef platform, std::string secret, OstrelEnvironment environment)
+      : platform(std::move(platform)), _environment(environment), _secret(std::move(secret)) {}
   ~OstrelFacadeImpl();
 
   // Construction steps after the components exist.
@@ -30,6 +31,19 @@ class OstrelFacadeImpl {
   // The observer holds the facade weakly: one destroyed meanwhile is left alone.
   void observeLifeCycle(std::weak_ptr<Ostrel> facade);
 
+  // The parts of a facade, which keeps them out of the public header.
+  static OstrelFacadeImpl& of(Ostrel& facade) { return *facade.impl_; }
+
+  // The components only the facade makes (their factories take the parts
+  // above). The managers are made on first request, then kept.
+  std::shared_ptr<OLLoginBuilder> makeLoginBuilder() const;
+  std::shared_ptr<OLIdentityManager> identity();
+  std::shared_ptr<OLPushManager> push();
+  std::shared_ptr<OLPaymentManager> payment();
+
+  // The host's platform, completed once; every component of this facade shares
+  // it, and no other facade's.
+  const PlatformRef platform;
   std::shared_ptr<OLStatus> _ostrelStatus;
   std::shared_ptr<OLQueueManager> eventManager;
   OstrelEnvironment _environment;
@@ -44,8 +58,6 @@ class OstrelFacadeImpl {
   std::mutex managersMutex;
   uint64_t refreshObserver = 0;
   int lifeCycleObserver = 0;
-  // The life cycle observed: another facade may have installed its own since.
-  std::shared_ptr<platform::AppLifeCycle> lifeCycle;
   std::shared_ptr<platform::SerialQueue> terminateQueue;
 };
 

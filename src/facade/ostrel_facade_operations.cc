@@ -1,12 +1,12 @@
 // The facade's operations. Each checks that the component it needs exists and
 // reports its absence with OstrelNotInitialized.
+#include "core/answer_off_caller.h"
 #include "facade/ostrel_facade_impl.h"
 #include "login/ol_user_status.h"
 #include "ostrel/ol_identity_manager.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_payment_manager.h"
 #include "ostrel/ol_push_manager.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "status/ol_status.h"
 
@@ -29,9 +29,38 @@ Result<R> onEventQueue(const OstrelFacadeImpl& impl, Call&& call) {
 
 }  // namespace
 
+std::shared_ptr<OLLoginBuilder> OstrelFacadeImpl::makeLoginBuilder() const {
+  return OLLoginBuilder::make(_ostrelStatus, _connetionBuilder, eventManager);
+}
+
+std::shared_ptr<OLIdentityManager> OstrelFacadeImpl::identity() {
+  std::lock_guard lock(managersMutex);
+  if (!identityManager) {
+    identityManager =
+        std::shared_ptr<OLIdentityManager>(new OLIdentityManager(_ostrelStatus, _connetionBuilder));
+  }
+  return identityManager;
+}
+
+std::shared_ptr<OLPushManager> OstrelFacadeImpl::push() {
+  std::lock_guard lock(managersMutex);
+  if (!pushManager)
+    pushManager = OLPushManager::make(_ostrelStatus, _connetionBuilder, eventManager);
+  return pushManager;
+}
+
+std::shared_ptr<OLPaymentManager> OstrelFacadeImpl::payment() {
+  std::lock_guard lock(managersMutex);
+  if (!paymentManager) {
+    paymentManager = std::shared_ptr<OLPaymentManager>(new OLPaymentManager(
+        _ostrelStatus, std::make_shared<OLConnector>(_connetionBuilder->buildConnector())));
+  }
+  return paymentManager;
+}
+
 Result<std::shared_ptr<OLLoginBuilder>> Ostrel::getLoginBuilder() {
   if (!impl_->_ostrelStatus) return missingInternalStatus();
-  return OLLoginBuilder::make(impl_->_ostrelStatus, impl_->_connetionBuilder, impl_->eventManager);
+  return impl_->makeLoginBuilder();
 }
 
 Result<void> Ostrel::finalizeLoginFlow() {
@@ -51,16 +80,19 @@ Result<bool> Ostrel::isUserLogged() {
 }
 
 void Ostrel::getUserMetaInfo(DictionaryCallback callback) {
-  if (!impl_->_ostrelStatus) return callback(missingInternalStatus(), std::nullopt);
-  impl_->_ostrelStatus->userState()->getUserMetaInfo(std::move(callback));
+  AnswerOffCaller<std::optional<OLError>, std::optional<Json>> answer(impl_->platform,
+                                                                      std::move(callback));
+  if (!impl_->_ostrelStatus) return answer.callback()(missingInternalStatus(), std::nullopt);
+  impl_->_ostrelStatus->userState()->getUserMetaInfo(answer.callback());
 }
 
 Result<void> Ostrel::userLogout() {
   return onStatus<void>(*impl_, [&](OLStatus& status) -> Result<void> {
     const std::string token = status.userState()->currentUserToken();
-    status.userState()->logoutUser("explicit", [token](std::optional<OLError> error) {
-      if (!error) logLine(token + " succesfully logged out");
-    });
+    status.userState()->logoutUser(
+        "explicit", [token, platform = impl_->platform](std::optional<OLError> error) {
+          if (!error) logLine(*platform, token + " succesfully logged out");
+        });
     return {};
   });
 }
@@ -73,13 +105,16 @@ Result<void> Ostrel::setOnUserStateChangeListener(std::weak_ptr<UserStateChangeL
 }
 
 void Ostrel::__temporaryUserDelete(ErrorCallback callback) {
-  if (!impl_->_ostrelStatus) return callback(missingInternalStatus());
-  impl_->_ostrelStatus->userState()->deleteUser(std::move(callback));
+  AnswerOffCaller<std::optional<OLError>> answer(impl_->platform, std::move(callback));
+  if (!impl_->_ostrelStatus) return answer.callback()(missingInternalStatus());
+  impl_->_ostrelStatus->userState()->deleteUser(answer.callback());
 }
 
 void Ostrel::generateTransientToken(TokenCallback callback) {
-  if (!impl_->_ostrelStatus) return callback(missingInternalStatus(), std::nullopt);
-  impl_->_ostrelStatus->userState()->generateTransientToken(std::move(callback));
+  AnswerOffCaller<std::optional<OLError>, std::optional<std::string>> answer(impl_->platform,
+                                                                             std::move(callback));
+  if (!impl_->_ostrelStatus) return answer.callback()(missingInternalStatus(), std::nullopt);
+  impl_->_ostrelStatus->userState()->generateTransientToken(answer.callback());
 }
 
 Result<std::string> Ostrel::getSessionId() {
@@ -88,32 +123,16 @@ Result<std::string> Ostrel::getSessionId() {
 
 Result<std::shared_ptr<OLIdentityManager>> Ostrel::getIdentityManager() {
   if (!impl_->_ostrelStatus) return missingInternalStatus();
-  std::lock_guard lock(impl_->managersMutex);
-  if (!impl_->identityManager) {
-    impl_->identityManager =
-        std::make_shared<OLIdentityManager>(impl_->_ostrelStatus, impl_->_connetionBuilder);
-  }
-  return impl_->identityManager;
+  return impl_->identity();
 }
 Result<std::shared_ptr<OLPushManager>> Ostrel::getPushManager() {
   if (!impl_->_ostrelStatus) return missingInternalStatus();
   if (!impl_->eventManager) return missingEventQueueManager();
-  std::lock_guard lock(impl_->managersMutex);
-  if (!impl_->pushManager) {
-    impl_->pushManager =
-        OLPushManager::make(impl_->_ostrelStatus, impl_->_connetionBuilder, impl_->eventManager);
-  }
-  return impl_->pushManager;
+  return impl_->push();
 }
 Result<std::shared_ptr<OLPaymentManager>> Ostrel::getPaymentManager() {
   if (!impl_->_ostrelStatus) return missingInternalStatus();
-  std::lock_guard lock(impl_->managersMutex);
-  if (!impl_->paymentManager) {
-    impl_->paymentManager = std::make_shared<OLPaymentManager>(
-        impl_->_ostrelStatus,
-        std::make_shared<OLConnector>(impl_->_connetionBuilder->buildConnector()));
-  }
-  return impl_->paymentManager;
+  return impl_->payment();
 }
 
 Result<void> Ostrel::sendEvent(const std::string& name,
@@ -201,8 +220,10 @@ Result<void> Ostrel::attachSession(const std::string& attachedSessionId,
   });
 }
 void Ostrel::flushEvents(DictionaryCallback callback) {
-  if (!impl_->eventManager) return callback(missingEventQueueManager(), std::nullopt);
-  impl_->eventManager->flushEvents(std::move(callback));
+  AnswerOffCaller<std::optional<OLError>, std::optional<Json>> answer(impl_->platform,
+                                                                      std::move(callback));
+  if (!impl_->eventManager) return answer.callback()(missingEventQueueManager(), std::nullopt);
+  impl_->eventManager->flushEvents(answer.callback());
 }
 
 bool Ostrel::waitUntilPersisted(std::chrono::milliseconds timeout) {
@@ -214,11 +235,10 @@ void Ostrel::shutdown(std::chrono::milliseconds timeout) {
 }
 
 void Ostrel::syncUserState(ErrorCallback callback) {
-  if (!impl_->_ostrelStatus) return callback(missingInternalStatus());
-  auto builder =
-      OLLoginBuilder::make(impl_->_ostrelStatus, impl_->_connetionBuilder, impl_->eventManager);
-  impl_->_ostrelStatus->userState()->syncUserState(impl_->_ostrelStatus, builder,
-                                                   std::move(callback));
+  AnswerOffCaller<std::optional<OLError>> answer(impl_->platform, std::move(callback));
+  if (!impl_->_ostrelStatus) return answer.callback()(missingInternalStatus());
+  impl_->_ostrelStatus->userState()->syncUserState(impl_->_ostrelStatus, impl_->makeLoginBuilder(),
+                                                   answer.callback());
 }
 
 }  // namespace ostrel

@@ -7,7 +7,6 @@
 #include "ostrel/notification_center.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_push_manager.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "status/ol_status.h"
 
@@ -15,7 +14,7 @@ namespace ostrel {
 
 OstrelFacadeImpl::~OstrelFacadeImpl() {
   if (refreshObserver) NotificationCenter::defaultCenter().removeObserver(refreshObserver);
-  if (lifeCycleObserver) lifeCycle->removeObserver(lifeCycleObserver);
+  if (lifeCycleObserver) platform->lifeCycle->removeObserver(lifeCycleObserver);
   // Others may still hold the manager (a login flow under way): stop it now.
   if (eventManager) eventManager->shutdown(std::chrono::milliseconds(1000));
 }
@@ -29,7 +28,7 @@ void OstrelFacadeImpl::setupExternalParamenters(
       (void)_connetionBuilder->setDistributionGroup(value);
     } else {
       // Custom parameters are kept in the settings under their own key.
-      runtime::settings().set("ExternalParameter." + key.rawValue(), value);
+      platform->settings->set("ExternalParameter." + key.rawValue(), value);
     }
   }
 }
@@ -49,22 +48,21 @@ void OstrelFacadeImpl::startSession() {
   std::weak_ptr<OLStatus> status = _ostrelStatus;
   refreshObserver = NotificationCenter::defaultCenter().addObserver(
       "refresh_session", "io.ostrel.refreshSession", eventManager.get(),
-      [status](const Notification& n) {
+      [status, platform = platform](const Notification& n) {
         const auto* error = std::any_cast<std::optional<OLError>>(&n.object);
         if (error && *error) {
-          logLine("Error in Analytic event add " + (*error)->description());
+          logLine(*platform, "Error in Analytic event add " + (*error)->description());
           return;
         }
-        logLine("Refresh Session");
-        if (auto s = status.lock()) s->rawSessionId().setLastUpdate(runtime::now());
+        logLine(*platform, "Refresh Session");
+        if (auto s = status.lock()) s->rawSessionId().setLastUpdate(platform->clock->now());
       });
 }
 
 void OstrelFacadeImpl::observeLifeCycle(std::weak_ptr<Ostrel> facade) {
-  terminateQueue = runtime::scheduler().makeSerialQueue("io.ostrel.AppWillTerminate");
+  terminateQueue = platform->scheduler->makeSerialQueue("io.ostrel.AppWillTerminate");
   std::weak_ptr<OLQueueManager> manager = eventManager;
-  lifeCycle = runtime::current().lifeCycle;
-  lifeCycleObserver = lifeCycle->addObserver(
+  lifeCycleObserver = platform->lifeCycle->addObserver(
       [facade, manager, queue = terminateQueue](platform::LifeCycleEvent event) {
         auto self = facade.lock();
         auto m = manager.lock();
@@ -80,8 +78,9 @@ void OstrelFacadeImpl::observeLifeCycle(std::weak_ptr<Ostrel> facade) {
           case platform::LifeCycleEvent::WillTerminate: {
             std::shared_ptr<OLPushManager> push;
             {
-              std::lock_guard lock(self->impl().managersMutex);
-              push = self->impl().pushManager;
+              OstrelFacadeImpl& parts = OstrelFacadeImpl::of(*self);
+              std::lock_guard lock(parts.managersMutex);
+              push = parts.pushManager;
             }
             // The process is about to end: the push reminder, then the orderly
             // shutdown, which writes whatever was accepted and abandons the
@@ -101,28 +100,31 @@ void OstrelFacadeImpl::observeLifeCycle(std::weak_ptr<Ostrel> facade) {
 namespace ostrel {
 
 void OstrelFacadeImpl::startAutologin() {
-  auto builder = OLLoginBuilder::make(_ostrelStatus, _connetionBuilder, eventManager);
+  auto builder = makeLoginBuilder();
   // The flush asks for an autologin when the service answers 205.
   std::weak_ptr<OLStatus> status = _ostrelStatus;
   std::weak_ptr<OLQueueManager> manager = eventManager;
   std::shared_ptr<ConnectorBuilder> connectors = _connetionBuilder;
-  eventManager->setAutologinStarter([status, manager, connectors] {
+  eventManager->setAutologinStarter([status, manager, connectors, platform = platform] {
     auto s = status.lock();
     if (!s) return;
     auto b = OLLoginBuilder::make(s, connectors, manager);
-    b->setOnFlowCompleteCallback([](std::optional<OLError> error) {
-      if (error) logLine("Analytic Autologin flow finished with error " + error->description());
+    b->setOnFlowCompleteCallback([platform](std::optional<OLError> error) {
+      if (error) {
+        logLine(*platform, "Analytic Autologin flow finished with error " + error->description());
+      }
     });
     auto flow = b->getAutoLoginFlow();
     if (!flow) {
-      logLine("Fail in Autologin Flow Build with error " + flow.error().description());
+      logLine(*platform, "Fail in Autologin Flow Build with error " + flow.error().description());
       return;
     }
     (*flow)->startLoginFlow();
   });
   auto flow = builder->getAutoLoginFlow();
   if (!flow) {
-    logLine("Fail in Startup Autologin Flow Build with error " + flow.error().description());
+    logLine(*platform,
+            "Fail in Startup Autologin Flow Build with error " + flow.error().description());
     return;
   }
   (*flow)->startLoginFlow();

@@ -1,7 +1,6 @@
 #include "login/msisdn_flows.h"
 
 #include "login/service_error_mapping.h"
-#include "platform/runtime.h"
 #include "status/ol_status.h"
 
 namespace ostrel {
@@ -73,7 +72,7 @@ void OLMSISDNUserRecognitionLoginFlowImpl::parseOstrelResponse(std::optional<OLE
   (void)statusCode;
   auto self = std::static_pointer_cast<OLMSISDNUserRecognitionLoginFlowImpl>(shared_from_this());
   connector.send(OstrelAPIEndpoint::MSISDNURBody,
-                 Json{{"mno_response", runtime::crypto().base64Encode(raw)}},
+                 Json{{"mno_response", _ostrelState->platform().crypto->base64Encode(raw)}},
                  [self](std::optional<OLError> e, int64_t status, std::optional<Json> reply) {
                    self->parseOstrelResponse(std::move(e), status, std::move(reply));
                  });

@@ -1,11 +1,11 @@
 #include "ostrel/ol_login_builder.h"
 
+#include "core/answer_off_caller.h"
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
 #include "login/ol_auto_login_flow.h"
 #include "login/ol_user_status.h"
 #include "login/other_flows.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "status/ol_status.h"
 #include "transport/connector_builder.h"
@@ -18,16 +18,6 @@ OLError builderError(std::string message, std::optional<Json> extra = std::nullo
 }
 // The page pattern of the operator recognition: an address up to a double quote.
 const char* kOperatorPagePattern = "http://\\S+\"";
-
-// A flow the builder hands out ends in the builder's finalize actions for its
-// login type; the flow keeps the builder alive until then.
-void wireFinalize(OLLoginFlowBase& flow, std::shared_ptr<OLLoginBuilder> builder,
-                  LoginType loginType) {
-  flow.setInternalCompletionCallback([builder = std::move(builder), loginType](
-                                         std::optional<OLError> e, std::optional<std::string> t) {
-    builder->fireFinalizeFlowActions(std::move(e), std::move(t), loginType);
-  });
-}
 }  // namespace
 
 std::shared_ptr<OLLoginBuilder> OLLoginBuilder::make(
@@ -41,7 +31,8 @@ std::shared_ptr<OLLoginBuilder> OLLoginBuilder::make(
 }
 
 OLLoginBuilder& OLLoginBuilder::setOnFlowCompleteCallback(ErrorCallback c) {
-  _onFlowCompleteCallback = std::move(c);
+  // A flow refused at its start ends inside startLoginFlow.
+  _onFlowCompleteCallback = answeredOnNetworkThread(_ostrelState->platformRef(), std::move(c));
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setCustomData(std::shared_ptr<OLSimpleObject> v) {
@@ -113,19 +104,19 @@ OLLoginBuilder& OLLoginBuilder::setIMSI(std::string v) {
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setAllowCustomLoginSession() {
-  logLine("Dummy method setAllowCustomLoginSession");
+  logLine(_ostrelState->platform(), "Dummy method setAllowCustomLoginSession");
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setReturnUrl(const std::string&) {
-  logLine("Dummy method setReturnUrl");
+  logLine(_ostrelState->platform(), "Dummy method setReturnUrl");
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setWaitingUrl(const std::string&) {
-  logLine("Dummy method setWaitingUrl");
+  logLine(_ostrelState->platform(), "Dummy method setWaitingUrl");
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setErrorUrl(const std::string&) {
-  logLine("Dummy method setErrorUrl");
+  logLine(_ostrelState->platform(), "Dummy method setErrorUrl");
   return *this;
 }
 
@@ -147,29 +138,34 @@ Result<void> OLLoginBuilder::checkEmail(bool needsPassword) {
   return {};
 }
 
-void OLLoginBuilder::fireFinalizeFlowActions(std::optional<OLError> error,
-                                             std::optional<std::string> sessionToken,
-                                             LoginType loginType) {
-  finalizeFlow(std::move(error), std::move(sessionToken), loginType, _customData);
+std::function<void(std::optional<OLError>, std::optional<std::string>)> OLLoginBuilder::finalizer(
+    LoginType loginType) {
+  return [self = shared_from_this(), loginType](std::optional<OLError> e,
+                                                std::optional<std::string> t) {
+    self->finalizeFlow(std::move(e), std::move(t), loginType, self->_customData);
+  };
 }
 
 void OLLoginBuilder::finalizeFlow(std::optional<OLError> error,
                                   std::optional<std::string> sessionToken, LoginType loginType,
                                   const std::shared_ptr<OLSimpleObject>& customData) {
   auto listener = _ostrelState->userState()->stateChangeListener();
-  logLine("State Change Listener " + (listener ? listener->description() : std::string("none")));
+  logLine(_ostrelState->platform(),
+          "State Change Listener " + (listener ? listener->description() : std::string("none")));
   if (!error) {
     if (auto manager = _eventManager.lock(); manager && sessionToken) {
-      logLine("Queueing identify event of " + std::string(rawValue(loginType)));
+      logLine(_ostrelState->platform(),
+              "Queueing identify event of " + std::string(rawValue(loginType)));
       (void)manager->generateIdentify(*sessionToken, customData,
                                       IdentificationType::login(loginType));
     }
-    logLine(std::string("Finalize Login Flow ") + (listener ? "true" : "false"));
+    logLine(_ostrelState->platform(),
+            std::string("Finalize Login Flow ") + (listener ? "true" : "false"));
     if (listener) listener->onUserStateChanged(std::nullopt);
     if (_onFlowCompleteCallback) _onFlowCompleteCallback(std::nullopt);
     return;
   }
-  logLine("Finalize Login Flow Error " + error->description());
+  logLine(_ostrelState->platform(), "Finalize Login Flow Error " + error->description());
   if (listener) listener->onUserStateChanged(error);
   if (_onFlowCompleteCallback) _onFlowCompleteCallback(error);
 }
@@ -223,7 +219,7 @@ Result<std::shared_ptr<OLEmailPasswordLoginFlow>> OLLoginBuilder::getEmailLoginF
   if (auto ok = checkEmail(true); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailPasswordLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_email, _password);
-  wireFinalize(*flow, shared_from_this(), LoginType::email);
+  flow->setInternalCompletionCallback(finalizer(LoginType::email));
   return {std::move(flow)};
 }
 
@@ -231,7 +227,7 @@ Result<std::shared_ptr<OLEmailSignupLoginFlow>> OLLoginBuilder::getEmailSignupFl
   if (auto ok = checkEmail(true); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailSignupLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_email, _password, _userProperties);
-  wireFinalize(*flow, shared_from_this(), LoginType::emailSignup);
+  flow->setInternalCompletionCallback(finalizer(LoginType::emailSignup));
   return {std::move(flow)};
 }
 
@@ -239,7 +235,7 @@ Result<std::shared_ptr<OLEmailForgotFlow>> OLLoginBuilder::getEmailForgotFlow() 
   if (auto ok = checkEmail(false); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailForgotFlowImpl>(_ostrelState,
                                                       _buildConnector->buildConnector(), *_email);
-  wireFinalize(*flow, shared_from_this(), LoginType::email);
+  flow->setInternalCompletionCallback(finalizer(LoginType::email));
   return {std::move(flow)};
 }
 
@@ -247,7 +243,7 @@ Result<std::shared_ptr<OLEmailResendFlow>> OLLoginBuilder::getEmailResendFlow() 
   if (auto ok = checkEmail(false); !ok) return ok.error();
   auto flow = std::make_shared<OLEmailResendFlowImpl>(_ostrelState,
                                                       _buildConnector->buildConnector(), *_email);
-  wireFinalize(*flow, shared_from_this(), LoginType::emailConfirm);
+  flow->setInternalCompletionCallback(finalizer(LoginType::emailConfirm));
   return {std::move(flow)};
 }
 
@@ -256,7 +252,7 @@ Result<std::shared_ptr<OLMSISDNPINLoginFlow>> OLLoginBuilder::getMSISDPINLoginFl
   if (!_msisdn) return builderError("Missing MSISDN credential");
   auto flow = std::make_shared<OLMSISDNPINLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_msisdn, _pin);
-  wireFinalize(*flow, shared_from_this(), LoginType::msisdnPin);
+  flow->setInternalCompletionCallback(finalizer(LoginType::msisdnPin));
   return {std::move(flow)};
 }
 
@@ -264,7 +260,7 @@ Result<std::shared_ptr<OLMSISDNUserRecognitionLoginFlow>> OLLoginBuilder::getMSI
   if (auto ok = checkRequirements(); !ok) return ok.error();
   auto flow = std::make_shared<OLMSISDNUserRecognitionLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), _imsi, 0, kOperatorPagePattern);
-  wireFinalize(*flow, shared_from_this(), LoginType::msisdnUR);
+  flow->setInternalCompletionCallback(finalizer(LoginType::msisdnUR));
   return {std::move(flow)};
 }
 
@@ -278,7 +274,7 @@ Result<std::shared_ptr<OLCustomLoginFlow>> OLLoginBuilder::getCustomLoginFlow() 
   if (!_customId) return builderError("Missing customID");
   auto flow = std::make_shared<OLCustomLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_customId);
-  wireFinalize(*flow, shared_from_this(), LoginType::custom);
+  flow->setInternalCompletionCallback(finalizer(LoginType::custom));
   return {std::move(flow)};
 }
 
@@ -287,7 +283,7 @@ Result<std::shared_ptr<OLExternalLoginFlow>> OLLoginBuilder::getExternalLoginFlo
   if (!_externalId) return builderError("Missing externalID");
   auto flow = std::make_shared<OLExternalLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_externalId);
-  wireFinalize(*flow, shared_from_this(), LoginType::external);
+  flow->setInternalCompletionCallback(finalizer(LoginType::external));
   return {std::move(flow)};
 }
 
@@ -298,7 +294,7 @@ Result<std::shared_ptr<OLPaymentReceiptLoginFlow>> OLLoginBuilder::getPaymentRec
   if (_offerId->size() != 32) return builderError("Invalid OfferId", offer);
   auto flow = std::make_shared<OLPaymentReceiptLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_offerId, _receiptUrl, _emailParams);
-  wireFinalize(*flow, shared_from_this(), LoginType::paymentReceipt);
+  flow->setInternalCompletionCallback(finalizer(LoginType::paymentReceipt));
   return {std::move(flow)};
 }
 
@@ -344,7 +340,7 @@ Result<std::shared_ptr<OLUO2CredentialsLoginFlow>> OLLoginBuilder::getUO2Credent
   }
   auto flow = std::make_shared<OLUO2CredentialsLoginFlowImpl>(
       _ostrelState, _buildConnector->buildConnector(), *_brivolaUser, *_infoUtente);
-  wireFinalize(*flow, shared_from_this(), LoginType::withUO20credentials);
+  flow->setInternalCompletionCallback(finalizer(LoginType::withUO20credentials));
   return {std::move(flow)};
 }
 

@@ -1,23 +1,23 @@
 #include "login/ol_user_meta_info.h"
 
 #include "events/ol_base_event.h"
-#include "platform/runtime.h"
+#include "platform/platform_ref.h"
 
 namespace ostrel {
 
 OLUserMetaInfo::OLUserMetaInfo(Json dictionary, double lastUpdate, double expires)
     : lastUpdate(lastUpdate), expireSec(expires), _info(std::move(dictionary)) {}
 
-void OLUserMetaInfo::setInfo(Json info) {
-  logLine("CACHE RESET Validity " + std::to_string(expireSec) + " s");
+void OLUserMetaInfo::setInfo(Json info, const Platform& platform) {
+  logLine(platform, "CACHE RESET Validity " + std::to_string(expireSec) + " s");
   _info = std::move(info);
-  lastUpdate = runtime::now();
+  lastUpdate = platform.clock->now();
 }
 
-bool OLUserMetaInfo::isExpired() const {
-  const double now = runtime::now();
-  logLine("CACHE now " + OLBaseEvent::formatDate(now) + " valid until " +
-          OLBaseEvent::formatDate(lastUpdate + expireSec));
+bool OLUserMetaInfo::isExpired(const Platform& platform) const {
+  const double now = platform.clock->now();
+  logLine(platform, "CACHE now " + OLBaseEvent::formatDate(now) + " valid until " +
+                        OLBaseEvent::formatDate(lastUpdate + expireSec));
   return now > lastUpdate + expireSec;
 }
 

@@ -16,10 +16,10 @@ class OLUserMetaInfo : public Archivable, public Expirable {
  public:
   OLUserMetaInfo(Json dictionary, double lastUpdate, double expires);
 
-  // Setting fresh info restarts the validity.
-  void setInfo(Json info);
+  // Setting fresh info restarts the validity, from the platform's now.
+  void setInfo(Json info, const Platform& platform);
   const std::optional<Json>& info() const { return _info; }
-  bool isExpired() const override;
+  bool isExpired(const Platform& platform) const override;
   std::string description() const;
 
   std::string archiveClassName() const override { return "Ostrel.OLUserMetaInfo"; }

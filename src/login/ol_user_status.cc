@@ -1,7 +1,6 @@
 #include "login/ol_user_status.h"
 
 #include "ostrel/ol_notification.h"
-#include "platform/runtime.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {
@@ -20,15 +19,16 @@ OLError serviceCallError(const std::string& message, const Json& input, int64_t 
 }  // namespace
 
 Result<std::shared_ptr<OLUserStatus>> OLUserStatus::make(
-    const OstrelConfiguration& configuration, std::shared_ptr<ConnectorBuilder> connectorBuilder,
-    const std::string& deviceId) {
+    PlatformRef platform, const OstrelConfiguration& configuration,
+    std::shared_ptr<ConnectorBuilder> connectorBuilder, const std::string& deviceId) {
   auto status = std::shared_ptr<OLUserStatus>(new OLUserStatus());
+  status->platform_ = std::move(platform);
   status->_config = configuration;
   status->anonymousToken_ = "A_" + deviceId;
   status->connectorBuilder_ = std::move(connectorBuilder);
-  status->storedTokens_ = std::make_unique<OLMap<Token>>(runtime::shared(), "UserTokens");
+  status->storedTokens_ = std::make_unique<OLMap<Token>>(status->platform_, "UserTokens");
   status->storedUserMetaInfo_ =
-      std::make_unique<OLTypedStack<OLUserMetaInfo>>(runtime::shared(), "UserMetaInfo");
+      std::make_unique<OLTypedStack<OLUserMetaInfo>>(status->platform_, "UserMetaInfo");
   // Restored directly: the persistence hook does not run for what is already stored.
   auto token = status->storedTokens_->get(std::string(kAutologinKey), false);
   if (!token) return token.error();
@@ -52,9 +52,9 @@ std::optional<std::string> OLUserStatus::autologinToken() {
     token = _autologinToken;
   }
   if (!token) return std::nullopt;
-  if (!token->isExpired()) return token->value;
+  if (!token->isExpired(*platform_)) return token->value;
   // Expiry is noticed lazily, here.
-  logLine("Autologin Token Has Expired!!!");
+  logLine(*platform_, "Autologin Token Has Expired!!!");
   clearExpiredAutologinToken(token);
   return std::nullopt;
 }
@@ -66,9 +66,9 @@ void OLUserStatus::clearExpiredAutologinToken(const std::shared_ptr<AutologinTok
     if (_autologinToken != expired) return;  // a login stored a new one meanwhile
     _autologinToken.reset();
   }
-  logLine("delete from disk autologin token");
+  logLine(*platform_, "delete from disk autologin token");
   if (auto removed = storedTokens_->remove(kAutologinKey); !removed) {
-    logLine(removed.error().description());
+    logLine(*platform_, removed.error().description());
   }
 }
 
@@ -99,12 +99,12 @@ void OLUserStatus::setAutologinToken(std::optional<std::string> value) {
   }
   // Storage failures are printed; the in-memory state stands.
   if (!token) {
-    logLine("delete from disk autologin token");
+    logLine(*platform_, "delete from disk autologin token");
     if (auto removed = storedTokens_->remove(kAutologinKey); !removed) {
-      logLine(removed.error().description());
+      logLine(*platform_, removed.error().description());
     }
   } else if (auto added = storedTokens_->add(*token); !added) {
-    logLine(added.error().description());
+    logLine(*platform_, added.error().description());
   }
 }
 
@@ -128,15 +128,16 @@ Result<void> OLUserStatus::setUserMetaInfo(const Json& info) {
   }
   // Changed as a copy, outside the lock (the setter prints), then published.
   if (meta) {
-    meta->setInfo(info);
+    meta->setInfo(info, *platform_);
   } else {
-    meta = std::make_shared<OLUserMetaInfo>(info, runtime::now(), _config.metaInfoCacheSecs);
+    meta =
+        std::make_shared<OLUserMetaInfo>(info, platform_->clock->now(), _config.metaInfoCacheSecs);
   }
   {
     MutexLock lock(mutex_);
     _userMetaInfo = meta;
   }
-  logLine("Writing user_meta_info to " + storedUserMetaInfo_->storageUrl());
+  logLine(*platform_, "Writing user_meta_info to " + storedUserMetaInfo_->storageUrl());
   auto added = storedUserMetaInfo_->add(*meta);
   if (!added) return added.error();
   return {};
@@ -157,8 +158,8 @@ void OLUserStatus::getUserMetaInfo(DictionaryCallback callback) {
     MutexLock lock(mutex_);
     cached = _userMetaInfo;
   }
-  if (cached && cached->info() && !cached->isExpired()) {
-    logLine("Cached Meta Info");
+  if (cached && cached->info() && !cached->isExpired(*platform_)) {
+    logLine(*platform_, "Cached Meta Info");
     callback(std::nullopt, *cached->info());
     return;
   }

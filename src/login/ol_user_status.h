@@ -15,6 +15,7 @@
 #include "ostrel/ostrel.h"
 #include "ostrel/result.h"
 #include "ostrel/user_state_change_listener.h"
+#include "platform/platform_ref.h"
 #include "platform/thread_annotations.h"
 
 namespace ostrel {
@@ -29,8 +30,8 @@ class OLUserStatus : public std::enable_shared_from_this<OLUserStatus> {
   // Restores the stored autologin token and meta info; fails, naming the file
   // and the cause, when a stored item cannot be read.
   static Result<std::shared_ptr<OLUserStatus>> make(
-      const OstrelConfiguration& configuration, std::shared_ptr<ConnectorBuilder> connectorBuilder,
-      const std::string& deviceId);
+      PlatformRef platform, const OstrelConfiguration& configuration,
+      std::shared_ptr<ConnectorBuilder> connectorBuilder, const std::string& deviceId);
   ~OLUserStatus();
 
   // The service token if held, else the unexpired autologin token, else the anonymous one.
@@ -69,6 +70,7 @@ class OLUserStatus : public std::enable_shared_from_this<OLUserStatus> {
   // Clears the autologin token found expired, unless a login replaced it meanwhile.
   void clearExpiredAutologinToken(const std::shared_ptr<AutologinToken>& expired);
 
+  PlatformRef platform_;
   OstrelConfiguration _config;
   std::string anonymousToken_;
   std::shared_ptr<ConnectorBuilder> connectorBuilder_;

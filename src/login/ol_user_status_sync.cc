@@ -5,7 +5,6 @@
 #include "login/ol_user_status.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_notification.h"
-#include "platform/runtime.h"
 #include "status/ol_status.h"
 
 namespace ostrel {
@@ -59,10 +58,12 @@ void OLUserStatus::syncUserState(const std::shared_ptr<OLStatus>& status,
   std::weak_ptr<OLStatus> weakStatus = status;
   // The builder keeps this callback: it holds the builder weakly.
   std::weak_ptr<OLLoginBuilder> weakBuilder = builder;
+  PlatformRef platform = platform_;
   builder->setOnFlowCompleteCallback(
-      [weak, weakStatus, weakBuilder, callback](std::optional<OLError> error) {
+      [weak, weakStatus, weakBuilder, callback, platform](std::optional<OLError> error) {
         if (error) {
-          logLine("Sunc User State Autologin flow finished with error " + error->description());
+          logLine(*platform,
+                  "Sunc User State Autologin flow finished with error " + error->description());
           auto self = weak.lock();
           auto s = weakStatus.lock();
           auto b = weakBuilder.lock();

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "ostrel/result.h"
+#include "platform/platform_ref.h"
 
 namespace ostrel {
 
@@ -16,7 +17,8 @@ struct OstrelConfiguration;
 
 // Fails with the cause when the user status cannot be restored.
 Result<std::shared_ptr<OLStatus>> makeOstrelStatus(
-    const OstrelConfiguration& configuration, std::shared_ptr<DeviceInformation> devInfo,
-    std::shared_ptr<ConnectorBuilder> connectorBuilder, std::shared_ptr<OLSimpleObject> customData);
+    PlatformRef platform, const OstrelConfiguration& configuration,
+    std::shared_ptr<DeviceInformation> devInfo, std::shared_ptr<ConnectorBuilder> connectorBuilder,
+    std::shared_ptr<OLSimpleObject> customData);
 
 }  // namespace ostrel

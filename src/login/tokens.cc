@@ -1,22 +1,22 @@
 #include "login/tokens.h"
 
 #include "login/autologin_expiry.h"
-#include "platform/runtime.h"
+#include "platform/platform_ref.h"
 
 namespace ostrel {
 
-std::optional<double> AutologinToken::expireDate() const {
+std::optional<double> AutologinToken::expireDate(const Platform& platform) const {
   if (value.size() < 17) {
-    logLine("Invalid stored autologin " + value);
+    logLine(platform, "Invalid stored autologin " + value);
     return std::nullopt;
   }
   return autologinExpiry(value);
 }
 
-bool AutologinToken::isExpired() const {
-  auto expiry = expireDate();
+bool AutologinToken::isExpired(const Platform& platform) const {
+  auto expiry = expireDate(platform);
   if (!expiry) return true;
-  return runtime::now() > *expiry;
+  return platform.clock->now() > *expiry;
 }
 
 Result<std::shared_ptr<Token>> decodeToken(std::string_view bytes) {

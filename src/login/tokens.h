@@ -32,10 +32,11 @@ class AutologinToken : public Token, public Expirable, public Autologinble {
   using Token::Token;
   std::string archiveClassName() const override { return "Ostrel.AutologinToken"; }
   std::string storageName() const override { return "AutologinToken"; }
-  // The instant inside the text; absent for a short or unreadable token.
-  std::optional<double> expireDate() const;
+  // The instant inside the text; absent for a short (printed on the
+  // platform's log) or unreadable token.
+  std::optional<double> expireDate(const Platform& platform) const;
   // Expired when the instant is absent or strictly in the past.
-  bool isExpired() const override;
+  bool isExpired(const Platform& platform) const override;
 };
 
 // Decodes a stored Token or AutologinToken.

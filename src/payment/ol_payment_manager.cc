@@ -1,7 +1,7 @@
 #include "ostrel/ol_payment_manager.h"
 
+#include "core/answer_off_caller.h"
 #include "login/ol_user_status.h"
-#include "platform/runtime.h"
 #include "status/ol_status.h"
 #include "transport/ol_connector.h"
 
@@ -29,8 +29,8 @@ void OLPaymentManager::getOfferFor(const std::string& nativeItem, MarketPlace ma
                      {"marketplace", rawValue(marketplace)}};
   connector->send(
       OstrelAPIEndpoint::PaymentGetOfferFor, body,
-      [nativeItem, callback](std::optional<OLError> error, int64_t status,
-                             std::optional<Json> reply) {
+      [nativeItem, callback, platform = _ostrelState->platformRef()](
+          std::optional<OLError> error, int64_t status, std::optional<Json> reply) {
         if (error) return callback(std::move(error), std::nullopt);
         const Json* offer = nullptr;
         if (reply && reply->is_object()) {
@@ -40,7 +40,8 @@ void OLPaymentManager::getOfferFor(const std::string& nativeItem, MarketPlace ma
         if (offer) {
           auto id = offer->find("offer_id");
           if (id != offer->end() && id->is_string()) {
-            logLine("Retrieved Offer " + describeValue(*offer) + " for nativeItem " + nativeItem);
+            logLine(*platform,
+                    "Retrieved Offer " + describeValue(*offer) + " for nativeItem " + nativeItem);
             return callback(std::nullopt, id->get<std::string>());
           }
         }
@@ -53,7 +54,10 @@ void OLPaymentManager::getOfferFor(const std::string& nativeItem, MarketPlace ma
 
 void OLPaymentManager::addPayment(const std::string& withOffer,
                                   const std::optional<std::string>& receiptUrl,
-                                  ErrorCallback callback) {
+                                  ErrorCallback hostCallback) {
+  AnswerOffCaller<std::optional<OLError>> answer(_ostrelState->platformRef(),
+                                                 std::move(hostCallback));
+  auto callback = answer.callback();
   const std::string token = currentToken();
   if (token == _ostrelState->userState()->anonymousToken()) {
     return callback(OLError::LocalError(LocalErrorCodes::PaymentError,
@@ -65,7 +69,8 @@ void OLPaymentManager::addPayment(const std::string& withOffer,
     return callback(OLError::LocalError(
         LocalErrorCodes::PaymentSerializationError,
         "Unable to retrieve or serialize payment receipt", std::nullopt,
-        Json{{"offerId", withOffer}, {"receiptUrl", runtime::receipts().describe(receiptUrl)}}));
+        Json{{"offerId", withOffer},
+             {"receiptUrl", _ostrelState->platform().receipts->describe(receiptUrl)}}));
   }
   connector->send(OstrelAPIEndpoint::PaymentReceiptAdd,
                   Json{{"user_id", token}, {"serialized_receipt", *receipt}},

@@ -266,8 +266,13 @@ class Engine {
     }
     curl_multi_wakeup(multi_);
     if (std::this_thread::get_id() == threadId_) {
-      MutexLock join(joinMutex_);
-      if (thread_.joinable()) thread_.detach();
+      // Another thread may be joining this one at this moment (exit()'s handler
+      // stopping every engine while a completion releases its client): that
+      // join ends when this thread does, so the thread is left to it.
+      if (joinMutex_.try_lock()) {
+        if (thread_.joinable()) thread_.detach();
+        joinMutex_.unlock();
+      }
       return;
     }
     MutexLock join(joinMutex_);

@@ -1,6 +1,6 @@
 #include "ostrel/ol_push_builder.h"
 
-#include "platform/runtime.h"
+#include "platform/platform_ref.h"
 #include "push/user_info_parser.h"
 
 namespace ostrel {
@@ -13,8 +13,8 @@ OLError pushError(std::string message, std::optional<Json> extra = std::nullopt)
 
 // Local pushes are named on this device; the prefix keeps them apart from the
 // service's identifiers.
-std::string newLocalPushId() {
-  return "local-" + hexString(runtime::crypto().randomBytes(8));
+std::string newLocalPushId(const platform::Crypto& crypto) {
+  return "local-" + hexString(crypto.randomBytes(8));
 }
 
 }  // namespace
@@ -44,14 +44,14 @@ OLPushBuilder& OLPushBuilder::setUrl(std::string url) {
   return *this;
 }
 OLPushBuilder& OLPushBuilder::setTitle(const std::string&) {
-  logLine("Dummy Method for SDK compliance");
+  logLine(*platform_, "Dummy Method for SDK compliance");
   return *this;
 }
 
 platform::LocalNotification OLPushBuilder::buildNotification(const std::string& pushId) const {
   platform::LocalNotification n;
   n.identifier = pushId;
-  n.fireDate = _fireDate.value_or(runtime::now());
+  n.fireDate = _fireDate.value_or(platform_->clock->now());
   n.alertBody = _body;
   n.applicationIconBadgeNumber = _badge;
   n.soundName = _sound;
@@ -60,7 +60,7 @@ platform::LocalNotification OLPushBuilder::buildNotification(const std::string& 
 }
 
 Result<void> OLPushBuilder::scheduleNotification(const platform::LocalNotification& n) {
-  if (auto scheduled = runtime::current().localNotifications->schedule(n); !scheduled) {
+  if (auto scheduled = platform_->localNotifications->schedule(n); !scheduled) {
     return scheduled.error();
   }
   if (onScheduled_) {
@@ -71,7 +71,7 @@ Result<void> OLPushBuilder::scheduleNotification(const platform::LocalNotificati
 
 Result<void> OLPushBuilder::scheduleLocalStandardPush() {
   if (!_body) return pushError("An alert body must be specified");
-  auto n = buildNotification(newLocalPushId());
+  auto n = buildNotification(newLocalPushId(*platform_->crypto));
   if (_customFields) n.userInfo["custom_fields"] = _customFields->getDictionary();
   return scheduleNotification(n);
 }
@@ -84,7 +84,7 @@ Result<void> OLPushBuilder::checkUrlRequirements() const {
 
 Result<void> OLPushBuilder::scheduleLocalUrlPush() {
   if (auto ok = checkUrlRequirements(); !ok) return ok.error();
-  auto n = buildNotification(newLocalPushId());
+  auto n = buildNotification(newLocalPushId(*platform_->crypto));
   n.userInfo["url"] = *_url;
   return scheduleNotification(n);
 }

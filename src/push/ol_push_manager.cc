@@ -6,7 +6,6 @@
 #include "login/ol_user_status.h"
 #include "ostrel/ol_notification.h"
 #include "ostrel/ostrel.h"
-#include "platform/runtime.h"
 #include "push/pending_pushes.h"
 #include "queue/ol_queue_manager.h"
 #include "status/ol_status.h"
@@ -17,8 +16,8 @@ namespace {
 
 constexpr const char* kUserStateObserver = "io.ostrel.pushNotification";
 // Pushes waiting for the host's callback, one archive per push.
-std::string pendingFolder() {
-  return runtime::files().storageRoot() + "/PendingPushes";
+std::string pendingFolder(const Platform& platform) {
+  return platform.files->storageRoot() + "/PendingPushes";
 }
 
 std::string lowercase(std::string text) {
@@ -35,12 +34,12 @@ std::shared_ptr<OLPushManager> OLPushManager::make(std::shared_ptr<OLStatus> ost
   m->_ostrelState = std::move(ostrelState);
   m->_buildConnector = std::move(buildConnector);
   m->_eventManager = std::move(eventManager);
-  m->pending_ = std::make_unique<PendingPushes>(pendingFolder());
+  const PlatformRef& platform = m->_ostrelState->platformRef();
+  m->pending_ = std::make_unique<PendingPushes>(platform, pendingFolder(*platform));
   std::weak_ptr<OLPushManager> weak = m;
-  runtime::current().localNotifications->setDeliveryHandler(
-      [weak](const platform::LocalNotification& n) {
-        if (auto self = weak.lock()) (void)self->processLocalNotification(n);
-      });
+  platform->localNotifications->setDeliveryHandler([weak](const platform::LocalNotification& n) {
+    if (auto self = weak.lock()) (void)self->processLocalNotification(n);
+  });
   return m;
 }
 
@@ -50,7 +49,7 @@ OLPushManager::~OLPushManager() {
 
 void OLPushManager::registerDevice() {
   std::weak_ptr<OLPushManager> weak = weak_from_this();
-  runtime::current().remoteNotifications->registerForRemoteNotifications(
+  _ostrelState->platform().remoteNotifications->registerForRemoteNotifications(
       [weak](Result<std::string> token) {
         auto self = weak.lock();
         if (!self) return;
@@ -77,7 +76,7 @@ Result<void> OLPushManager::setDeviceToken(const std::string& tokenBytes) {
     std::lock_guard lock(mutex_);
     _deviceToken = *token;
   }
-  logLine("Device Token: " + *token);
+  logLine(_ostrelState->platform(), "Device Token: " + *token);
   registerDeviceToOstrel();
   return {};
 }
@@ -93,7 +92,7 @@ void OLPushManager::didFailToRegisterForRemoteNotificationsWithError(const OLErr
 }
 
 void OLPushManager::setRegistrationError(const OLError& error) {
-  logLine("Push Registration Error sent " + error.description());
+  logLine(_ostrelState->platform(), "Push Registration Error sent " + error.description());
   recordRegistration(false, error.description());
 }
 
@@ -105,14 +104,15 @@ void OLPushManager::recordRegistration(bool succeeded, const std::optional<std::
   std::optional<std::string> kept;
   if (reason) kept = truncateGraphemes(*reason, OLPushRegisteredEvent::kMaxReasonLength);
   if (auto queued = manager->generatePushRegistered(succeeded, kept); !queued) {
-    logLine("Error in push registered event " + queued.error().description());
+    logLine(_ostrelState->platform(),
+            "Error in push registered event " + queued.error().description());
   }
 }
 
 void OLPushManager::registerDeviceToOstrel() {
   auto token = deviceToken();
   if (!token) return;
-  const auto facts = runtime::current().deviceFacts->snapshot();
+  const auto facts = _ostrelState->platform().deviceFacts->snapshot();
   const DeviceInformation& device = _ostrelState->deviceInfo();
   Json body = {{"user_id", _ostrelState->userState()->currentUserToken()},
                {"token", *token},
@@ -132,11 +132,13 @@ void OLPushManager::registerDeviceToOstrel() {
         auto self = weak.lock();
         if (!self) return;
         if (error) {
-          logLine("Error in device registration " + error->description());
+          logLine(self->_ostrelState->platform(),
+                  "Error in device registration " + error->description());
           self->recordRegistration(false, error->description());
           return;
         }
-        logLine("Registration of Device Token on Client End went well");
+        logLine(self->_ostrelState->platform(),
+                "Registration of Device Token on Client End went well");
         self->setRegistered(true);
       });
 }
@@ -154,15 +156,18 @@ void OLPushManager::setRegistered(bool value) {
                          auto self = weak.lock();
                          if (!self) return;
                          auto user = self->_ostrelState->userState();
-                         logLine(std::string(user->isLogged() ? "Login" : "Logout") +
-                                 " has been made. Register to Ostrel with the new userId " +
-                                 user->currentUserToken());
+                         logLine(self->_ostrelState->platform(),
+                                 std::string(user->isLogged() ? "Login" : "Logout") +
+                                     " has been made. Register to Ostrel with the new userId " +
+                                     user->currentUserToken());
                          self->registerDeviceToOstrel();
                        });
     }
   }
   // Only a note in the log: the re-registration itself follows the user's logins.
-  runtime::scheduler().after(10.0, [] { logLine("Trying again to register token on Ostrel..."); });
+  _ostrelState->platform().scheduler->after(10.0, [platform = _ostrelState->platformRef()] {
+    logLine(*platform, "Trying again to register token on Ostrel...");
+  });
 }
 
 OLPushManager& OLPushManager::setPushCallback(PushCallback callback) {
@@ -175,7 +180,8 @@ void OLPushManager::setNotifyLaunchOptions(const LaunchOptions& launchOptions) {
   if (launchOptions.remoteNotification) {
     auto built = OLPushBuilder::buildPushObject(*launchOptions.remoteNotification, true);
     if (!built) {
-      logLine("Launch notification not recognized " + built.error().description());
+      logLine(_ostrelState->platform(),
+              "Launch notification not recognized " + built.error().description());
       return;
     }
     push = *built;
@@ -188,7 +194,8 @@ void OLPushManager::setNotifyLaunchOptions(const LaunchOptions& launchOptions) {
   }
   // The user launched the app from the notification: it was opened.
   if (auto handled = handlePushNotificationReceive(push, true); !handled) {
-    logLine("Launch notification not handled " + handled.error().description());
+    logLine(_ostrelState->platform(),
+            "Launch notification not handled " + handled.error().description());
   }
 }
 
@@ -212,7 +219,9 @@ Result<void> OLPushManager::recordReceived(const OLPushBase& push, PushReceiveAc
           ? manager->generatePushReceived(
                 push.pushId, PushNotificationEventType(receiveTypeOf(push), action), push.isLocal)
           : OLError::LocalError(LocalErrorCodes::InvalidQueueHandler, "Missing event manager");
-  if (!queued) logLine("Error in push received event " + queued.error().description());
+  if (!queued)
+    logLine(_ostrelState->platform(),
+            "Error in push received event " + queued.error().description());
   return queued;
 }
 
@@ -244,7 +253,8 @@ Result<void> OLPushManager::showInterstitialContent(void* onViewController,
   if (!push) {
     return OLError::LocalError(LocalErrorCodes::PushNotificationError, "No URL push to show");
   }
-  auto shown = runtime::current().webView->show(push->url, onViewController, navigationDelegate);
+  auto shown =
+      _ostrelState->platform().webView->show(push->url, onViewController, navigationDelegate);
   if (!shown) return shown.error();
   {
     std::lock_guard lock(mutex_);
@@ -256,7 +266,7 @@ Result<void> OLPushManager::showInterstitialContent(void* onViewController,
 
 OLPushBuilder OLPushManager::getPushBuilder() {
   std::weak_ptr<OLPushManager> weak = weak_from_this();
-  return OLPushBuilder([weak](const OLPushBase& push) {
+  return OLPushBuilder(_ostrelState->platformRef(), [weak](const OLPushBase& push) {
     if (auto self = weak.lock()) (void)self->recordReceived(push, PushReceiveAction::scheduled);
   });
 }
@@ -269,7 +279,7 @@ void OLPushManager::terminationActions() {
   }
   // A URL push whose page was never shown comes back as a reminder a minute later.
   auto builder = getPushBuilder();
-  builder.setDate(runtime::now() + 60.0);
+  builder.setDate(_ostrelState->platform().clock->now() + 60.0);
   if (unseen) {
     builder.setBody(unseen->body).setUrl(unseen->url);
     if (unseen->badge) builder.setBadgeCounter(*unseen->badge);

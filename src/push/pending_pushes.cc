@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstdio>
 
-#include "platform/runtime.h"
 #include "push/push_archive.h"
 
 namespace ostrel {
@@ -26,8 +25,9 @@ std::optional<uint64_t> numberOf(const std::string& name) {
 
 }  // namespace
 
-PendingPushes::PendingPushes(std::string folder) : folder_(std::move(folder)) {
-  auto& files = runtime::files();
+PendingPushes::PendingPushes(PlatformRef platform, std::string folder)
+    : platform_(std::move(platform)), folder_(std::move(folder)) {
+  auto& files = *platform_->files;
   auto names = files.listDirectory(folder_);
   if (!names) return;
   for (const auto& name : *names) {
@@ -40,7 +40,7 @@ PendingPushes::PendingPushes(std::string folder) : folder_(std::move(folder)) {
         continue;
       }
     }
-    logLine("Dropping unreadable pending push " + name);
+    logLine(*platform_, "Dropping unreadable pending push " + name);
     (void)files.remove(path);
   }
 }
@@ -61,12 +61,12 @@ void PendingPushes::add(std::shared_ptr<OLPushBase> push) {
   }
   // Stored before it can be handed over: a push the app never took survives a
   // stop; one that cannot be stored is still handed over from memory.
-  auto& files = runtime::files();
+  auto& files = *platform_->files;
   std::string path = folder_ + "/" + fileName(number);
   auto stored = files.createDirectories(folder_);
   if (stored) stored = files.writeFileAtomic(path, archivePush(*push));
   if (!stored) {
-    logLine("Pending push kept in memory only " + stored.error().description());
+    logLine(*platform_, "Pending push kept in memory only " + stored.error().description());
     path.clear();
   }
   {
@@ -93,7 +93,7 @@ void PendingPushes::deliver() {
     Callback callback = callback_;
     lock.unlock();
     callback(entry.push);
-    if (!entry.file.empty()) (void)runtime::files().remove(entry.file);
+    if (!entry.file.empty()) (void)platform_->files->remove(entry.file);
     lock.lock();
   }
   delivering_ = false;

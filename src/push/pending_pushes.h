@@ -13,6 +13,7 @@
 #include <string>
 
 #include "ostrel/ol_push.h"
+#include "platform/platform_ref.h"
 #include "platform/thread_annotations.h"
 
 namespace ostrel {
@@ -22,7 +23,7 @@ class PendingPushes {
   using Callback = std::function<void(std::shared_ptr<OLPushBase>)>;
 
   // Takes over the pushes an earlier run left in `folder`.
-  explicit PendingPushes(std::string folder);
+  PendingPushes(PlatformRef platform, std::string folder);
 
   // The callback runs on the thread of the call (setCallback or add) that
   // hands the push over, never under a lock of ours; a callback may add pushes
@@ -39,6 +40,7 @@ class PendingPushes {
   void insert(Entry entry) OSTREL_REQUIRES(mutex_);
   void deliver();
 
+  const PlatformRef platform_;
   const std::string folder_;
   Mutex mutex_;
   Callback callback_ OSTREL_GUARDED_BY(mutex_);

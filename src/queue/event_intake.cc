@@ -6,7 +6,6 @@
 #include <cstdio>
 
 #include "platform/process_exit.h"
-#include "platform/runtime.h"
 
 namespace ostrel {
 namespace {
@@ -38,9 +37,10 @@ OLError intakeError(std::string message) {
 
 std::shared_ptr<EventIntake> EventIntake::open(std::shared_ptr<platform::FileSystem> files,
                                                std::shared_ptr<platform::Scheduler> scheduler,
+                                               std::shared_ptr<platform::LogSink> log,
                                                std::string folder, Limits limits) {
-  auto intake = std::shared_ptr<EventIntake>(
-      new EventIntake(std::move(files), std::move(scheduler), std::move(folder), limits));
+  auto intake = std::shared_ptr<EventIntake>(new EventIntake(
+      std::move(files), std::move(scheduler), std::move(log), std::move(folder), limits));
   intake->recover();
   intake->mapFirstSegment();
   std::weak_ptr<EventIntake> weak = intake;
@@ -51,10 +51,11 @@ std::shared_ptr<EventIntake> EventIntake::open(std::shared_ptr<platform::FileSys
 }
 
 EventIntake::EventIntake(std::shared_ptr<platform::FileSystem> files,
-                         std::shared_ptr<platform::Scheduler> scheduler, std::string folder,
-                         Limits limits)
+                         std::shared_ptr<platform::Scheduler> scheduler,
+                         std::shared_ptr<platform::LogSink> log, std::string folder, Limits limits)
     : files_(std::move(files)),
       scheduler_(std::move(scheduler)),
+      log_(std::move(log)),
       folder_(std::move(folder)),
       limits_(limits),
       writer_(scheduler_->makeSerialQueue("io.ostrel.EventIntake.write")),
@@ -96,7 +97,7 @@ std::vector<IntakeRecord> EventIntake::pendingRecords(const platform::FileSystem
 
 void EventIntake::recover() {
   if (auto made = files_->createDirectories(folder_); !made) {
-    logLine("Cannot create the event intake: " + made.error().description());
+    log_->write("Cannot create the event intake: " + made.error().description());
   }
   std::vector<uint64_t> segments;
   if (auto names = files_->listDirectory(folder_)) {
@@ -136,14 +137,14 @@ void EventIntake::recover() {
   for (const auto& [id, end] : finished_) {
     left += id == feedPosition_.segment ? end - feedPosition_.offset : end;
   }
-  if (left > 0) logLine("Event intake: " + std::to_string(left) + " bytes to replay");
+  if (left > 0) log_->write("Event intake: " + std::to_string(left) + " bytes to replay");
 }
 
 void EventIntake::mapFirstSegment() {
   if (limits_.segmentBytes > MappedSegment::kMaxBytes) return;
   auto file = files_->mapNewFile(segmentPath(writeSegment_), limits_.segmentBytes);
   if (!file) {
-    logLine("Cannot map the event intake, its thread writes it: " + file.error().description());
+    log_->write("Cannot map the event intake, its thread writes it: " + file.error().description());
     return;
   }
   if (!*file) return;  // a file system that cannot map: the writer thread writes
@@ -303,7 +304,7 @@ void EventIntake::prepare() {
   {
     MutexLock lock(mutex_);
     if (file && *file && !closed_ && spare_ == nullptr && id == writeSegment_ + 1) {
-      if (prepareFailing_) logLine("The event intake can write again");
+      if (prepareFailing_) log_->write("The event intake can write again");
       prepareFailing_ = false;
       spare_ = recycledSegmentLocked();
       spare_->reset(id, std::move(*file));
@@ -311,7 +312,7 @@ void EventIntake::prepare() {
       unused = std::move(*file);
     } else if (!closed_) {
       if (!prepareFailing_) {
-        logLine(
+        log_->write(
             "Cannot make the next segment of the event intake: " +
             (file ? std::string("the file system no longer maps") : file.error().description()));
       }
@@ -483,7 +484,7 @@ void EventIntake::writePendingLocked() {
       pendingCount_ += count;
       if (batchSince) pendingSince_ = *batchSince;
       if (!writeFailing_)
-        logLine("Cannot write the event intake: " + written.error().description());
+        log_->write("Cannot write the event intake: " + written.error().description());
       writeFailing_ = true;
       drainScheduled_ = true;
     }
@@ -521,8 +522,8 @@ IntakeParse EventIntake::readFile(Position at, uint64_t end, bool segmentDone) {
   auto more = files_->readFileRange(
       path, bufferEnd, static_cast<std::size_t>(std::min<uint64_t>(want, end - bufferEnd)));
   if (!more || more->empty()) {
-    logLine("Cannot read the event intake: " +
-            (more ? std::string("unexpected end of ") + path : more.error().description()));
+    log_->write("Cannot read the event intake: " +
+                (more ? std::string("unexpected end of ") + path : more.error().description()));
     IntakeParse skip;  // what is left of this segment cannot be replayed
     skip.consumed = end - at.offset;
     return skip;
@@ -721,7 +722,7 @@ void EventIntake::applied(Position after, uint64_t newCount, uint64_t generation
   if (ok) scheduleCheckpoint();
   if (followUp) post(&EventIntake::afterApplied);
   if (retry) {
-    logLine("Cannot append to the event queue; trying again later");
+    log_->write("Cannot append to the event queue; trying again later");
     std::weak_ptr<EventIntake> weak = weak_from_this();
     scheduler_->after(limits_.retrySecs, [weak] {
       auto self = weak.lock();
@@ -781,7 +782,7 @@ void EventIntake::writeCheckpoint() {
   char text[64];
   std::snprintf(text, sizeof text, "%" PRIu64 " %" PRIu64 "\n", at.segment, at.offset);
   if (auto written = files_->writeFileAtomic(folder_ + "/" + kCheckpoint, text); !written) {
-    logLine("Cannot write the event intake checkpoint: " + written.error().description());
+    log_->write("Cannot write the event intake checkpoint: " + written.error().description());
   }
 }
 

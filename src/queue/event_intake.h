@@ -31,6 +31,7 @@
 #include <vector>
 
 #include "ostrel/platform/file_system.h"
+#include "ostrel/platform/log_sink.h"
 #include "ostrel/platform/scheduler.h"
 #include "ostrel/result.h"
 #include "platform/thread_annotations.h"
@@ -74,8 +75,10 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   using Feed = std::function<void(IntakeRecord, Ticket)>;
 
   // Opens the log in `folder` (created when missing); replays nothing yet.
+  // `log` takes the console lines about the disk.
   static std::shared_ptr<EventIntake> open(std::shared_ptr<platform::FileSystem> files,
                                            std::shared_ptr<platform::Scheduler> scheduler,
+                                           std::shared_ptr<platform::LogSink> log,
                                            std::string folder, Limits limits);
   ~EventIntake();
   EventIntake(const EventIntake&) = delete;
@@ -140,7 +143,8 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   };
 
   EventIntake(std::shared_ptr<platform::FileSystem> files,
-              std::shared_ptr<platform::Scheduler> scheduler, std::string folder, Limits limits);
+              std::shared_ptr<platform::Scheduler> scheduler,
+              std::shared_ptr<platform::LogSink> log, std::string folder, Limits limits);
   // Runs before the intake is shared with any other thread, so without the lock.
   void recover() OSTREL_NO_THREAD_SAFETY_ANALYSIS;
   // Maps the first segment of this run, or settles for the writer thread.
@@ -181,6 +185,7 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
 
   const std::shared_ptr<platform::FileSystem> files_;
   const std::shared_ptr<platform::Scheduler> scheduler_;
+  const std::shared_ptr<platform::LogSink> log_;
   const std::string folder_;
   const Limits limits_;
   std::shared_ptr<platform::SerialQueue> writer_;  // appends to the log

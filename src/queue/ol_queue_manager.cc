@@ -20,9 +20,11 @@ OLError invalidEvent(std::string message, std::optional<Json> extra = std::nullo
                              std::move(extra));
 }
 
+// Queues a new event, made `now`.
 template <class T>
-Result<void> queued(OLQueueManager& manager, Result<std::shared_ptr<T>> made) {
+Result<void> queued(OLQueueManager& manager, double now, Result<std::shared_ptr<T>> made) {
   if (!made) return made.error();
+  (*made)->creationDate = now;
   return manager.queueEvent(*made);
 }
 
@@ -62,7 +64,7 @@ std::shared_ptr<OLQueueManager> OLQueueManager::make(
   const Platform& services = *m->platform_;
   m->dispatchQueue_ = services.scheduler->makeSerialQueue("com.QueueManager.OstrelClient");
   m->operationQueue_ = OperationQueue::make(m->dispatchQueue_);
-  m->intake_ = EventIntake::open(services.files, services.scheduler,
+  m->intake_ = EventIntake::open(services.files, services.scheduler, services.log,
                                  services.files->storageRoot() + "/" + EventIntake::kFolder, {});
   std::weak_ptr<OLQueueManager> weak = m;
   m->intake_->start([weak](IntakeRecord record, EventIntake::Ticket ticket) {
@@ -345,12 +347,14 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
                                       std::shared_ptr<OLSimpleObject> customData) {
   switch (type.type) {
     case _EventType::Custom:
-      return queued(*this, OLCustomEvent::make(name, _ostrelStatus->sessionId(), currentUserId(),
-                                               std::move(customData)));
+      return queued(*this, now(),
+                    OLCustomEvent::make(name, _ostrelStatus->sessionId(), currentUserId(),
+                                        std::move(customData)));
     case _EventType::TimerStart: {
       auto timer = OLTimedEvent::make(name, _ostrelStatus->sessionId(), currentUserId(),
                                       std::move(customData));
       if (!timer) return timer.error();
+      (*timer)->creationDate = now();
       {
         MutexLock lock(mutex_);
         if (timers.count(name)) {
@@ -370,6 +374,7 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
     }
     case _EventType::TimerStop: {
       std::shared_ptr<OLTimedEvent> timer;
+      const double at = now();
       {
         MutexLock lock(mutex_);
         auto it = timers.find(name);
@@ -377,15 +382,16 @@ Result<void> OLQueueManager::addEvent(const std::string& name, EventType type,
           return invalidEvent("Timer was never started", Json{{"timerName", name}});
         }
         timer = it->second;
-        if (auto stopped = timer->stop(std::move(customData)); !stopped) return stopped;
+        if (auto stopped = timer->stop(std::move(customData), at); !stopped) return stopped;
         timers.erase(it);
       }
       return queueEvent(timer);
     }
     case _EventType::FlowBegin: {
-      auto flow = OLFlowEvent::make(name, _ostrelStatus->sessionId(), currentUserId(),
-                                    std::move(customData));
+      auto flow = OLFlowEvent::make(makeUuid(*platform_->crypto), name, _ostrelStatus->sessionId(),
+                                    currentUserId(), std::move(customData));
       if (!flow) return flow.error();
+      (*flow)->creationDate = now();
       auto stage = (*flow)->snapshot();
       {
         MutexLock lock(mutex_);
@@ -410,6 +416,7 @@ Result<void> OLQueueManager::flowOperation(const std::string& name, FlowStatus s
                                            std::shared_ptr<OLSimpleObject> customData) {
   std::shared_ptr<OLFlowEvent> stage;
   Result<void> moved;
+  const double at = now();
   {
     MutexLock lock(mutex_);
     if (!activeFlow) return invalidEvent("Flow was never begun");
@@ -421,8 +428,8 @@ Result<void> OLQueueManager::flowOperation(const std::string& name, FlowStatus s
                                  std::nullopt, Json{{"flowId", activeFlow->flowId}});
     }
     moved = status == FlowStatus::Succeeded
-                ? activeFlow->flowSucceed(name, std::move(customData))
-                : activeFlow->iterateFlow(name, status, std::move(customData));
+                ? activeFlow->flowSucceed(name, std::move(customData), at)
+                : activeFlow->iterateFlow(name, status, std::move(customData), at);
     stage = activeFlow->snapshot();
   }
   // A refused name leaves the flow changed, and so does the store.
@@ -443,8 +450,9 @@ void OLQueueManager::storeFlow(std::shared_ptr<OLFlowEvent> stage) {
 
 Result<void> OLQueueManager::addRankContentEvent(const std::string& contentId, RankingScope scope,
                                                  float multiplier) {
-  return queued(*this, OLRankingContentEvent::make(_ostrelStatus->sessionId(), currentUserId(),
-                                                   contentId, scope, multiplier));
+  return queued(*this, now(),
+                OLRankingContentEvent::make(_ostrelStatus->sessionId(), currentUserId(), contentId,
+                                            scope, multiplier));
 }
 
 Result<void> OLQueueManager::addAttachSessionEvent(AttachType attachType,
@@ -452,21 +460,24 @@ Result<void> OLQueueManager::addAttachSessionEvent(AttachType attachType,
                                                    const std::optional<std::string>& attachedUserId,
                                                    std::shared_ptr<OLSimpleObject> customData) {
   return queued(
-      *this, OLAttachSessionEvent::make(_ostrelStatus->sessionId(), currentUserId(), attachType,
-                                        attachedSessionId, attachedUserId, std::move(customData)));
+      *this, now(),
+      OLAttachSessionEvent::make(_ostrelStatus->sessionId(), currentUserId(), attachType,
+                                 attachedSessionId, attachedUserId, std::move(customData)));
 }
 
 Result<void> OLQueueManager::generateHeartBeat(std::vector<std::string> names, double period) {
-  return queued(*this, OLTimersHearbeat::make(period, std::move(names), _ostrelStatus->sessionId(),
-                                              currentUserId()));
+  return queued(*this, now(),
+                OLTimersHearbeat::make(period, std::move(names), _ostrelStatus->sessionId(),
+                                       currentUserId()));
 }
 
 Result<void> OLQueueManager::generateSessionStart(
     const std::string& sessionId, const DeviceInformation& deviceInfo, bool isFirstSession,
     std::shared_ptr<OLSimpleObject> customData,
     const std::optional<std::string>& refreshedSession) {
-  return queued(*this, OLSessionEvent::make(sessionId, currentUserId(), deviceInfo, isFirstSession,
-                                            std::move(customData), refreshedSession));
+  return queued(*this, now(),
+                OLSessionEvent::make(sessionId, currentUserId(), deviceInfo, isFirstSession,
+                                     std::move(customData), refreshedSession));
 }
 
 Result<void> OLQueueManager::generateIdentify(const std::string& userId,
@@ -475,8 +486,9 @@ Result<void> OLQueueManager::generateIdentify(const std::string& userId,
   if (!loginType.isLogin()) {
     return OLError::LocalError(LocalErrorCodes::EventCreationError, "Type must be Login");
   }
-  return queued(*this, OLIdentifyEvent::make(_ostrelStatus->sessionId(), userId, std::move(cData),
-                                             std::get<LoginType>(loginType.type)));
+  return queued(*this, now(),
+                OLIdentifyEvent::make(_ostrelStatus->sessionId(), userId, std::move(cData),
+                                      std::get<LoginType>(loginType.type)));
 }
 
 Result<void> OLQueueManager::generateLogout(const std::string& ofUserId,
@@ -484,21 +496,24 @@ Result<void> OLQueueManager::generateLogout(const std::string& ofUserId,
   if (logoutType.isLogin()) {
     return OLError::LocalError(LocalErrorCodes::EventCreationError, "Type must be Logout");
   }
-  return queued(*this, OLLogoutEvent::make(_ostrelStatus->sessionId(), ofUserId,
-                                           std::get<LogoutType>(logoutType.type)));
+  return queued(*this, now(),
+                OLLogoutEvent::make(_ostrelStatus->sessionId(), ofUserId,
+                                    std::get<LogoutType>(logoutType.type)));
 }
 
 Result<void> OLQueueManager::generatePushReceived(const std::string& pushId,
                                                   PushNotificationEventType pushType,
                                                   bool isLocal) {
-  return queued(*this, OLPushReceivedEvent::make(pushId, pushType, isLocal,
-                                                 _ostrelStatus->sessionId(), currentUserId()));
+  return queued(*this, now(),
+                OLPushReceivedEvent::make(pushId, pushType, isLocal, _ostrelStatus->sessionId(),
+                                          currentUserId()));
 }
 
 Result<void> OLQueueManager::generatePushRegistered(bool succeeded,
                                                     const std::optional<std::string>& reason) {
-  return queued(*this, OLPushRegisteredEvent::make(succeeded, reason, _ostrelStatus->sessionId(),
-                                                   currentUserId()));
+  return queued(
+      *this, now(),
+      OLPushRegisteredEvent::make(succeeded, reason, _ostrelStatus->sessionId(), currentUserId()));
 }
 
 bool OLQueueManager::isTimedEventRunning(const std::string& name) {

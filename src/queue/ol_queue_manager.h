@@ -116,6 +116,8 @@ class OLQueueManager : public std::enable_shared_from_this<OLQueueManager> {
   // Records the flow's new stage in the "Flow" store, off the caller's thread.
   void storeFlow(std::shared_ptr<OLFlowEvent> stage);
   std::string currentUserId();
+  // When an event is made: the platform's clock, not the event's own.
+  double now() const { return platform_->clock->now(); }
   void feed(IntakeRecord record, EventIntake::Ticket ticket);
   void appended(const std::optional<Result<void>>& outcome);
   // `honourBackoff`: an automatic attempt waits out the back-off; the host's

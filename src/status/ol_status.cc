@@ -24,7 +24,7 @@ std::shared_ptr<OLStatus> OLStatus::make(PlatformRef platform,
   status->_deviceInfo = std::move(devInfo);
   status->customData_ = std::move(customData);
   status->_sessionId = std::make_unique<SessionId>(
-      status->platform_, configuration.sessionExpireSecs, status->_deviceInfo->deviceId);
+      *status->platform_, configuration.sessionExpireSecs, status->_deviceInfo->deviceId);
   status->storedFlags_ = std::make_unique<OLMap<Flag>>(status->platform_, "ApplicationFlags");
   status->userState_ = std::move(userState);
   status->currentUserToken_ = std::move(currentUserToken);
@@ -37,9 +37,9 @@ std::string OLStatus::sessionId() {
   {
     // One reader renews an expired session, so exactly one session start follows.
     std::lock_guard lock(sessionMutex_);
-    if (_sessionId->isExpired()) {
+    if (_sessionId->isExpired(*platform_)) {
       expired = _sessionId->value();
-      _sessionId->reset();
+      _sessionId->reset(*platform_);
     }
     value = _sessionId->value();
   }

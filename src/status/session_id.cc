@@ -5,22 +5,24 @@
 
 namespace ostrel {
 
-SessionId::SessionId(PlatformRef platform, double expiration, std::string deviceId)
-    : platform_(std::move(platform)), expireSec_(expiration), deviceId_(std::move(deviceId)) {
-  reset();
+SessionId::SessionId(const Platform& platform, double expiration, std::string deviceId)
+    : expireSec_(expiration), deviceId_(std::move(deviceId)) {
+  reset(platform);
 }
 
-void SessionId::reset() {
-  std::string r = OLUtils::generateRandomString(*platform_->crypto, 12);
-  std::string value = r + sha1Hex(*platform_->crypto, r + deviceId_);
+void SessionId::reset(const Platform& platform) {
+  std::string r = OLUtils::generateRandomString(*platform.crypto, 12);
+  std::string value = r + sha1Hex(*platform.crypto, r + deviceId_);
+  const double now = platform.clock->now();
   std::lock_guard lock(mutex_);
-  lastUpdate_ = platform_->clock->now();
+  lastUpdate_ = now;
   value_ = std::move(value);
 }
 
-bool SessionId::isExpired() const {
+bool SessionId::isExpired(const Platform& platform) const {
+  const double now = platform.clock->now();
   std::lock_guard lock(mutex_);
-  return platform_->clock->now() > lastUpdate_ + expireSec_;
+  return now > lastUpdate_ + expireSec_;
 }
 
 std::string SessionId::value() const {

@@ -6,18 +6,17 @@
 #include <string>
 
 #include "core/expirable.h"
-#include "platform/platform_ref.h"
 
 namespace ostrel {
 
 class SessionId : public Expirable {
  public:
-  SessionId(PlatformRef platform, double expiration, std::string deviceId);
+  SessionId(const Platform& platform, double expiration, std::string deviceId);
 
   // Starts a new session now.
-  void reset();
+  void reset(const Platform& platform);
   // True when now is strictly later than lastUpdate + expireSec.
-  bool isExpired() const override;
+  bool isExpired(const Platform& platform) const override;
 
   std::string value() const;
   double lastUpdate() const;
@@ -26,7 +25,6 @@ class SessionId : public Expirable {
   const std::string& deviceId() const { return deviceId_; }
 
  private:
-  PlatformRef platform_;
   mutable std::mutex mutex_;
   std::string value_;
   double lastUpdate_ = 0;

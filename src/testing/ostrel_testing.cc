@@ -6,20 +6,24 @@
 
 namespace ostrel::testing {
 
+OstrelFacadeImpl& internals(Ostrel& facade) {
+  return OstrelFacadeImpl::of(facade);
+}
+
 void waitUntilIdle(Ostrel& facade) {
-  facade.impl().eventManager->waitUntilIdle();
+  internals(facade).eventManager->waitUntilIdle();
 }
 
 uint64_t acceptedCount(Ostrel& facade) {
-  return facade.impl().eventManager->intake()->acceptedCount();
+  return internals(facade).eventManager->intake()->acceptedCount();
 }
 
 bool intakeMapsLog(Ostrel& facade) {
-  return facade.impl().eventManager->intake()->mapsLog();
+  return internals(facade).eventManager->intake()->mapsLog();
 }
 
 void setPersistedObserver(Ostrel& facade, std::function<void(uint64_t)> observer) {
-  facade.impl().eventManager->intake()->setPersistedObserver(std::move(observer));
+  internals(facade).eventManager->intake()->setPersistedObserver(std::move(observer));
 }
 
 }  // namespace ostrel::testing

@@ -2,10 +2,15 @@
 // What benchmarks and tests may wait on inside a running facade, beyond the
 // public API: the queue's own idleness and the intake's progress. Hosts have
 // waitUntilPersisted for the promise they need; these are for measuring it.
+// The library's own tests also reach the facade's parts through here.
 #include <cstdint>
 #include <functional>
 
 #include "ostrel/ostrel.h"
+
+namespace ostrel {
+class OstrelFacadeImpl;
+}
 
 namespace ostrel::testing {
 
@@ -19,5 +24,8 @@ bool intakeMapsLog(Ostrel& facade);
 // Called on the intake's thread with the count of accepted events now on
 // disk, after every write; nullptr removes it.
 void setPersistedObserver(Ostrel& facade, std::function<void(uint64_t persisted)> observer);
+// The components of `facade` (facade/ostrel_facade_impl.h), for tests that
+// drive one of them directly.
+OstrelFacadeImpl& internals(Ostrel& facade);
 
 }  // namespace ostrel::testing

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <map>
 
 #include "core/ol_default.h"
@@ -107,27 +108,27 @@ TEST_F(DeploymentOverrideTest, EachOverrideIsCheckedOnce) {
 }
 
 TEST_F(DeploymentOverrideTest, BadStartUpInputIsAClearErrorNeverAStop) {
-  Platform badDomain = platform_.platform();
-  badDomain.deployment.domain = "ostrel.io/x";
-  Platform badScheme = platform_.platform();
-  badScheme.deployment.scheme = "file";
-  Platform badLabel = platform_.platform();
-  badLabel.deployment.sandboxMarker = "/sandbox";
-  Platform badNetwork = platform_.platform();
-  badNetwork.http = nullptr;  // the default client would use the overrides
-  badNetwork.network.connectTo = "nowhere";
+  auto changed = [&](const std::function<void(Platform&)>& change) {
+    Platform p = platform_.platform();
+    change(p);
+    return p;
+  };
   const Key<std::string> stored("DistributionGroup");
   struct Case {
     const char* name;
     Platform platform;
-    std::optional<ExternalParameters> parameters;
-    LocalErrorCodes code;
+    std::optional<ExternalParameters> parameters = std::nullopt;
+    LocalErrorCodes code = LocalErrorCodes::OstrelInitializationError;
   };
   const Case cases[] = {
-      {"domain", badDomain, std::nullopt, LocalErrorCodes::OstrelInitializationError},
-      {"scheme", badScheme, std::nullopt, LocalErrorCodes::OstrelInitializationError},
-      {"host label", badLabel, std::nullopt, LocalErrorCodes::OstrelInitializationError},
-      {"network", badNetwork, std::nullopt, LocalErrorCodes::OstrelInitializationError},
+      {"domain", changed([](Platform& p) { p.deployment.domain = "ostrel.io/x"; })},
+      {"scheme", changed([](Platform& p) { p.deployment.scheme = "file"; })},
+      {"host label", changed([](Platform& p) { p.deployment.sandboxMarker = "/sandbox"; })},
+      // Without a client of its own, the default one would use the overrides.
+      {"network", changed([](Platform& p) {
+         p.http = nullptr;
+         p.network.connectTo = "nowhere";
+       })},
       {"group", platform_.platform(),
        ExternalParameters{{OLExternalParameterKey::DistributionGroup(), "be\"ta\r\nX: y"}},
        LocalErrorCodes::ConnectionValidationError},

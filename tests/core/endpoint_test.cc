@@ -102,13 +102,9 @@ TEST(EndpointTest, BodyRules) {
           << endpointName(c.endpoint) << ": " << result.error().description();
     }
   }
-}
-
-TEST(EndpointTest, ShapeFailureCarriesTheBody) {
-  auto result = getValidatedInputBody(OstrelAPIEndpoint::TrackBulk, Json{{"k", "v"}});
-  ASSERT_FALSE(result);
-  ASSERT_NE(result.error().extra(), nullptr);
-  EXPECT_EQ((*result.error().extra())["body"], "[\"k\": \"v\"]");
+  // A refusal of the shape carries the body as the service's log shows it.
+  auto shape = getValidatedInputBody(OstrelAPIEndpoint::TrackBulk, Json{{"k", "v"}});
+  EXPECT_EQ((*shape.error().extra())["body"], "[\"k\": \"v\"]");
 }
 
 TEST(UnifiedParserTest, Cases) {

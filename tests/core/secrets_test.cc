@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <future>
 
 #include "ostrel/ol_payment_manager.h"
 #include "ostrel/ol_push_manager.h"
@@ -26,15 +25,10 @@ TEST(SecretsTest, NothingSecretIsStoredOrLoggedAndEverythingIsPrivate) {
     ASSERT_TRUE(facade->sendEvent("secret-scan"));
     auto push = *facade->getPushManager();
     ASSERT_TRUE(push->setDeviceToken("\x01\x02\x03"));
-    std::promise<void> offered;
-    (*facade->getPaymentManager())
-        ->getOfferFor(
-            "item", MarketPlace::GooglePlay,
-            [&](std::optional<OLError>, std::optional<std::string>) { offered.set_value(); });
-    offered.get_future().wait();
-    std::promise<void> flushed;
-    facade->flushEvents([&](std::optional<OLError>, std::optional<Json>) { flushed.set_value(); });
-    flushed.get_future().wait();
+    test::await<std::optional<OLError>, std::optional<std::string>>([&](auto done) {
+      (*facade->getPaymentManager())->getOfferFor("item", MarketPlace::GooglePlay, done);
+    });
+    test::EmulatorService::flush(*facade);
   }
   ASSERT_FALSE(service.events().empty());
 

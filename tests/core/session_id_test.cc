@@ -29,14 +29,14 @@ TEST(OLUtilsTest, RandomStringsDrawFromThePrintableCharset) {
 
 TEST(SessionIdTest, FormatIsRandomPrefixAndItsDigestWithTheDevice) {
   test::TestPlatform platform;
-  SessionId id(platform.ref(), 1800, "device-1");
+  SessionId id(platform.platform(), 1800, "device-1");
   std::string v = id.value();
   ASSERT_EQ(v.size(), 52u);
   std::string prefix = v.substr(0, 12), digest = v.substr(12);
   for (char c : prefix) EXPECT_TRUE(c >= 33 && c <= 126);
   EXPECT_EQ(digest, sha1Hex(*platform.platform().crypto, prefix + "device-1"));
   EXPECT_EQ(digest.find_first_not_of("0123456789abcdef"), std::string::npos);
-  id.reset();
+  id.reset(platform.platform());
   EXPECT_NE(id.value(), v);
 }
 

@@ -4,7 +4,6 @@
 
 #include "core/ol_default.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "support/test_platform.h"
 
 namespace ostrel {

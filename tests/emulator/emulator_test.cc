@@ -8,7 +8,6 @@
 #include <future>
 
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "support/test_platform.h"
 #include "transport/connector_builder.h"
 #include "transport/ol_connector.h"
@@ -41,13 +40,13 @@ class EmulatorTest : public ::testing::Test {
     p.deployment.domain = started->domain;
     p.http = platform::makeCurlHttpClient(
         NetworkOverrides{"127.0.0.1:" + std::to_string(started->port), started->caFile});
-    runtime::install(p);
+    services_ = std::make_shared<const Platform>(p);
   }
 
   Answer send(OstrelAPIEndpoint endpoint, const Json& body,
               const std::string& secret = "demo-secret", const std::string& app = "demo",
               int64_t timeout = 15) {
-    ConnectorBuilder builder(runtime::shared(), app, secret, false, false, false, timeout);
+    ConnectorBuilder builder(services_, app, secret, false, false, false, timeout);
     std::promise<Answer> done;
     builder.buildConnector().send(endpoint, body,
                                   [&](std::optional<OLError> e, int64_t s, std::optional<Json> b) {
@@ -70,6 +69,7 @@ class EmulatorTest : public ::testing::Test {
 
   test::TestPlatform platform_;
   std::unique_ptr<emulator::Emulator> emulator_;
+  PlatformRef services_;  // reaches emulator_
 };
 
 TEST_F(EmulatorTest, SignaturesAreChecked) {
@@ -85,10 +85,9 @@ TEST_F(EmulatorTest, SignaturesAreChecked) {
     EXPECT_EQ(a.code(), "UNAUTHORIZED");
   }
   // A stale timestamp.
-  Platform p = runtime::current();
-  auto stale = std::make_shared<test::FakeClock>(1000);
-  p.clock = stale;
-  runtime::install(p);
+  Platform p = *services_;
+  p.clock = std::make_shared<test::FakeClock>(1000);
+  services_ = std::make_shared<const Platform>(p);
   EXPECT_EQ(send(OstrelAPIEndpoint::RichPush, Json::object()).status, 401);
 }
 
@@ -115,7 +114,7 @@ TEST_F(EmulatorTest, MalformedRequestsAreRefusedWithTheErrorObject) {
     const std::string host = "client." + info.domain;
     const std::string ts = OLConnector::timestampText(
         std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
-    const std::string sig = OLConnector::getImeldStr(*runtime::current().crypto, "demo-secret",
+    const std::string sig = OLConnector::getImeldStr(*services_->crypto, "demo-secret",
                                                      host + c.path, "POST", c.body, "", ts);
     std::string auth = OLConnector::authorizationHeader("demo", std::nullopt, sig, ts);
     if (auto at = auth.find("version=\"2.1\""); at != std::string::npos)
@@ -167,7 +166,7 @@ TEST_F(EmulatorTest, OperatorRecognitionGoesOutsideTheDomain) {
   auto forwarded =
       send(OstrelAPIEndpoint::MSISDNURBody,
            Json{{"mno_response",
-                 runtime::crypto().base64Encode(std::string(page.begin(), page.end()))}});
+                 services_->crypto->base64Encode(std::string(page.begin(), page.end()))}});
   ASSERT_FALSE(forwarded.error) << forwarded.error->description();
   EXPECT_TRUE(forwarded.body->contains("session_token"));
 }

@@ -120,7 +120,6 @@ TEST_F(EventsTest, DateTextInSeveralTimeZones) {
 }
 
 TEST_F(EventsTest, DictionariesHaveTheirKeysInOrder) {
-  platform_.clock().set(1478181909.123456);
   auto data = OLSimpleObject::fromJSONString(R"({"k":"v"})");
   DeviceInformation device(platform::DeviceFactsSnapshot{});
   using Keys = std::vector<std::string>;
@@ -146,7 +145,7 @@ TEST_F(EventsTest, DictionariesHaveTheirKeysInOrder) {
        with({"custom_data", "login_type"})},
       {*OLLogoutEvent::make("s", "u", LogoutType::delete_), with({"login_type"})},
       {*OLTimersHearbeat::make(10, {"a", "b"}, "s", "u"), with({"name", "period", "timers"})},
-      {*OLFlowEvent::make("f", "s", "u", nullptr), with({"name", "flow_id"})},
+      {*OLFlowEvent::make("F", "f", "s", "u", nullptr), with({"name", "flow_id"})},
       {*OLTimedEvent::make("t", "s", "u", nullptr), with({"name"})},
       {*OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::social), 1.5f),
        with({"content_id", "scope", "multiplier"})},
@@ -162,6 +161,7 @@ TEST_F(EventsTest, DictionariesHaveTheirKeysInOrder) {
   EXPECT_EQ(dumpJson(heartbeat->getEventDictionary()["timers"]), R"(["a","b"])");
   EXPECT_EQ(heartbeat->getEventDictionary()["event_type"], "timer heartbeat");
   auto custom = *OLCustomEvent::make("n", "s", "u", nullptr);
+  custom->creationDate = 1478181909.123456;
   EXPECT_EQ(custom->uniqueName(), "1478181909123456-event-custom_event");
   EXPECT_EQ(custom->getEventDictionary()["creation_date"], "2016-11-03T14:05:09Z");
 }
@@ -209,35 +209,35 @@ TEST_F(EventsTest, RefusedEvents) {
 }
 
 TEST_F(EventsTest, FlowsAndTimers) {
-  auto flow = *OLFlowEvent::make("checkout", "s", "u", nullptr);
+  auto flow =
+      *OLFlowEvent::make(makeUuid(*platform_.platform().crypto), "checkout", "s", "u", nullptr);
   const std::string id = flow->flowId;
   EXPECT_EQ(id.size(), 36u);
   EXPECT_EQ(id.find_first_not_of("0123456789ABCDEF-"), std::string::npos);
   EXPECT_EQ(flow->eventType, "flow start");
-  ASSERT_TRUE(flow->flowSucceed("paid", nullptr));
+  ASSERT_TRUE(flow->flowSucceed("paid", nullptr, 0));
   EXPECT_EQ(flow->eventType, "flow succeeded");
   EXPECT_EQ(flow->name, "paid");
   EXPECT_EQ(flow->getEventDictionary()["flow_id"], id);
-  auto again = flow->flowSucceed("paid", nullptr);
+  auto again = flow->flowSucceed("paid", nullptr, 0);
   ASSERT_FALSE(again);
   EXPECT_TRUE(again.error().is(LocalErrorCodes::EventFlowInconsistance,
                                "Cannot finish an event never started"));
 
-  auto other = *OLFlowEvent::make("f", "s", "u", nullptr);
-  auto blank = other->flowSucceed("with blank", nullptr);
+  auto other = *OLFlowEvent::make("F", "f", "s", "u", nullptr);
+  auto blank = other->flowSucceed("with blank", nullptr, 0);
   ASSERT_FALSE(blank);
   EXPECT_EQ(blank.error().message(), "Name not matching regex");
   EXPECT_EQ(other->flowStatus, FlowStatus::Succeeded) << "the stage stays changed";
 
-  platform_.clock().set(1000);
   auto timer = *OLTimedEvent::make("load", "s", "u", nullptr);
-  platform_.clock().set(1001.5);
-  ASSERT_TRUE(timer->stop(nullptr));
+  timer->creationDate = 1000;
+  ASSERT_TRUE(timer->stop(nullptr, 1001.5));
   auto d = timer->getEventDictionary();
   EXPECT_EQ(d["delta"], 1.5);
   EXPECT_EQ(d["event_type"], "timer stop");
   EXPECT_EQ(d["end"], OLBaseEvent::formatDate(1001.5));
-  auto twice = timer->stop(nullptr);
+  auto twice = timer->stop(nullptr, 1002);
   ASSERT_FALSE(twice);
   EXPECT_TRUE(twice.error().is(LocalErrorCodes::EventTimedInconsistance,
                                "Cannot Stop a Timed Event not started"));
@@ -252,9 +252,9 @@ TEST_F(EventsTest, EveryClassRoundTripsThroughItsArchive) {
   DeviceInformation device(platform::DeviceFactsSnapshot{});
   device.deviceId = "D";
   auto timer = *OLTimedEvent::make("t", "s", "u", data);
-  ASSERT_TRUE(timer->stop(nullptr));
-  auto flow = *OLFlowEvent::make("f", "s", "u", data);
-  ASSERT_TRUE(flow->iterateFlow("step", FlowStatus::Step, nullptr));
+  ASSERT_TRUE(timer->stop(nullptr, 1));
+  auto flow = *OLFlowEvent::make("F", "f", "s", "u", data);
+  ASSERT_TRUE(flow->iterateFlow("step", FlowStatus::Step, nullptr, 1));
   std::vector<std::shared_ptr<OLBaseEvent>> events = {
       *OLCustomEvent::make("n", "s", "u", data),
       *OLSessionEvent::make("s", "u", device, true, data, std::string("old")),

@@ -18,31 +18,23 @@ namespace {
 
 using namespace std::chrono_literals;
 using Configure = std::function<void(OLLoginBuilder&)>;
+using Getter = std::function<Result<std::shared_ptr<OLLoginFlow>>(OLLoginBuilder&)>;
+using test::EmulatorService;
 
-std::optional<OLError> runLogin(Ostrel& o, const Configure& configure,
-                                Result<std::shared_ptr<OLLoginFlow>> (*get)(OLLoginBuilder&)) {
-  return test::EmulatorService::runFlow(o, configure, get);
-}
-
-template <class T>
-Result<std::shared_ptr<OLLoginFlow>> asFlow(Result<std::shared_ptr<T>> r) {
-  if (!r) return r.error();
-  return std::shared_ptr<OLLoginFlow>(*r);
-}
-Result<std::shared_ptr<OLLoginFlow>> signup(OLLoginBuilder& b) {
-  return asFlow(b.getEmailSignupFlow());
-}
-Result<std::shared_ptr<OLLoginFlow>> emailLogin(OLLoginBuilder& b) {
-  return asFlow(b.getEmailLoginFlow());
-}
-Result<std::shared_ptr<OLLoginFlow>> forgot(OLLoginBuilder& b) {
-  return asFlow(b.getEmailForgotFlow());
-}
-Result<std::shared_ptr<OLLoginFlow>> resend(OLLoginBuilder& b) {
-  return asFlow(b.getEmailResendFlow());
+// One of the builder's flow getters, as one type for a table.
+template <class Flow>
+Getter flowOf(Result<std::shared_ptr<Flow>> (OLLoginBuilder::*get)()) {
+  return [get](OLLoginBuilder& b) -> Result<std::shared_ptr<OLLoginFlow>> {
+    auto flow = (b.*get)();
+    if (!flow) return flow.error();
+    return std::shared_ptr<OLLoginFlow>(*flow);
+  };
 }
 Configure email(std::string address, std::string password = "pw") {
   return [=](OLLoginBuilder& b) { b.setEmail(address).setPassword(password); };
+}
+std::optional<OLError> userDelete(Ostrel& o) {
+  return test::await<std::optional<OLError>>([&](auto done) { o.__temporaryUserDelete(done); });
 }
 
 TEST(AccountFlowsTest, EachEmailFlowSucceedsOrMapsTheRefusal) {
@@ -50,33 +42,35 @@ TEST(AccountFlowsTest, EachEmailFlowSucceedsOrMapsTheRefusal) {
     const char* what;
     bool mandatoryConfirm;
     Configure configure;
-    Result<std::shared_ptr<OLLoginFlow>> (*get)(OLLoginBuilder&);
+    Getter get;
     std::optional<LocalErrorCodes> code;  // absent: success
     std::string serviceCode;
     bool loggedAfter;
   };
+  const Getter signup = flowOf(&OLLoginBuilder::getEmailSignupFlow);
+  const Getter forgot = flowOf(&OLLoginBuilder::getEmailForgotFlow);
+  const Getter resend = flowOf(&OLLoginBuilder::getEmailResendFlow);
   const Case cases[] = {
       {"sign-up of a new address", false, email("new@ostrel.test"), signup, std::nullopt, "", true},
-      {"sign-up of a taken address", false, email(test::EmulatorService::kEmail), signup,
+      {"sign-up of a taken address", false, email(EmulatorService::kEmail), signup,
        LocalErrorCodes::EMAILSignupLoginIdentityError, "IDENTITY_ALREADY_USED", false},
       {"sign-up that needs confirming", true, email("new@ostrel.test"), signup,
        LocalErrorCodes::EMAILSignupLoginMandatoryConfirmError, "MANDATORY_CONFIRM", false},
-      {"forgot for a known address", false, email(test::EmulatorService::kEmail), forgot,
-       std::nullopt, "", false},
+      {"forgot for a known address", false, email(EmulatorService::kEmail), forgot, std::nullopt,
+       "", false},
       {"forgot for an unknown address", false, email("nobody@ostrel.test"), forgot,
        LocalErrorCodes::EMAILForgotWrongEmailError, "WRONG_IDENTITY", false},
-      {"resend for a known address", false, email(test::EmulatorService::kEmail), resend,
-       std::nullopt, "", false},
+      {"resend for a known address", false, email(EmulatorService::kEmail), resend, std::nullopt,
+       "", false},
       {"resend for an unknown address", false, email("nobody@ostrel.test"), resend,
        LocalErrorCodes::EMAILResendError, "WRONG_IDENTITY", false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     test::TestPlatform platform;
-    test::EmulatorService service(
-        [&](emulator::Options& o) { o.mandatoryConfirm = c.mandatoryConfirm; });
+    EmulatorService service([&](emulator::Options& o) { o.mandatoryConfirm = c.mandatoryConfirm; });
     auto o = service.startFacade(platform);
-    auto error = runLogin(*o, c.configure, c.get);
+    auto error = EmulatorService::runFlow(*o, c.configure, c.get);
     if (c.code) {
       ASSERT_TRUE(error);
       EXPECT_EQ(error->localCode(), *c.code) << error->description();
@@ -87,24 +81,23 @@ TEST(AccountFlowsTest, EachEmailFlowSucceedsOrMapsTheRefusal) {
     EXPECT_EQ(*o->isUserLogged(), c.loggedAfter);
     // Reminders never hold the slot afterwards: a login can follow at once.
     if (!c.loggedAfter) {
-      EXPECT_FALSE(runLogin(
-          *o, email(test::EmulatorService::kEmail, test::EmulatorService::kPassword), emailLogin));
+      EXPECT_FALSE(EmulatorService::logIn(*o));
     }
   }
 }
 
 TEST(AccountFlowsTest, PinRemindersStopAtTheServiceLimit) {
   test::TestPlatform platform;
-  test::EmulatorService service;  // three reminders allowed
+  EmulatorService service;  // three reminders allowed
   auto o = service.startFacade(platform);
   std::vector<std::optional<LocalErrorCodes>> outcomes;
   for (int i = 0; i < 4; ++i) {
     auto b = *o->getLoginBuilder();
-    b->setMSISDN(test::EmulatorService::kMsisdn).setNOPIN();
-    std::promise<std::optional<OLError>> done;
-    b->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-    (*b->getMSISDPINLoginFlow())->startForgotFlow();
-    auto e = done.get_future().get();
+    b->setMSISDN(EmulatorService::kMsisdn).setNOPIN();
+    auto e = test::await<std::optional<OLError>>([&](auto done) {
+      b->setOnFlowCompleteCallback(done);
+      (*b->getMSISDPINLoginFlow())->startForgotFlow();
+    });
     outcomes.push_back(e ? std::optional(e->localCode()) : std::nullopt);
   }
   using O = std::optional<LocalErrorCodes>;
@@ -115,11 +108,11 @@ TEST(AccountFlowsTest, PinRemindersStopAtTheServiceLimit) {
 
 TEST(AccountFlowsTest, ForgotWhileLoggedIsRefusedLocally) {
   test::TestPlatform platform;
-  test::EmulatorService service;
+  EmulatorService service;
   auto o = service.startFacade(platform);
-  ASSERT_FALSE(runLogin(*o, email(test::EmulatorService::kEmail, test::EmulatorService::kPassword),
-                        emailLogin));
-  auto error = runLogin(*o, email(test::EmulatorService::kEmail), forgot);
+  ASSERT_FALSE(EmulatorService::logIn(*o));
+  auto error = EmulatorService::runFlow(*o, email(EmulatorService::kEmail),
+                                        &OLLoginBuilder::getEmailForgotFlow);
   ASSERT_TRUE(error);
   EXPECT_TRUE(error->is(LocalErrorCodes::LoginBuilderError, "User Already Logged"));
   EXPECT_EQ(service.requestsTo("/login/direct/email/forgot"), 0);
@@ -135,22 +128,21 @@ class RecordingListener : public UserStateChangeListener, public test::Recorder<
 
 TEST(AccountFlowsTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
   test::TestPlatform platform;
-  test::EmulatorService service;
+  EmulatorService service;
   auto o = service.startFacade(platform);
   auto listener = std::make_shared<RecordingListener>();
   ASSERT_TRUE(o->setOnUserStateChangeListener(listener));
 
-  EXPECT_TRUE(runLogin(*o, email(test::EmulatorService::kEmail, "wrong"), emailLogin));
-  ASSERT_FALSE(runLogin(*o, email(test::EmulatorService::kEmail, test::EmulatorService::kPassword),
-                        emailLogin));
+  EXPECT_TRUE(EmulatorService::runFlow(*o, email(EmulatorService::kEmail, "wrong"),
+                                       &OLLoginBuilder::getEmailLoginFlow));
+  ASSERT_FALSE(EmulatorService::logIn(*o));
   ASSERT_TRUE(o->userLogout());
 
   // Deletion: the account disappears from the service and the user is anonymous again.
-  ASSERT_FALSE(runLogin(*o, email("gone@ostrel.test"), signup));
+  ASSERT_FALSE(
+      EmulatorService::runFlow(*o, email("gone@ostrel.test"), &OLLoginBuilder::getEmailSignupFlow));
   ASSERT_TRUE(service.emulator().store().userByEmail("gone@ostrel.test"));
-  std::promise<std::optional<OLError>> deleted;
-  o->__temporaryUserDelete([&](std::optional<OLError> e) { deleted.set_value(e); });
-  auto error = deleted.get_future().get();
+  auto error = userDelete(*o);
   EXPECT_FALSE(error) << error->description();
   EXPECT_FALSE(service.emulator().store().userByEmail("gone@ostrel.test"));
   EXPECT_FALSE(*o->isUserLogged());
@@ -158,9 +150,7 @@ TEST(AccountFlowsTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
   EXPECT_EQ(listener->values(),
             (std::vector<std::string>{"Wrong e-mail or password", "ok", "ok", "ok", "ok"}));
   // Deleting again: nobody is logged.
-  std::promise<std::optional<OLError>> again;
-  o->__temporaryUserDelete([&](std::optional<OLError> e) { again.set_value(e); });
-  auto second = again.get_future().get();
+  auto second = userDelete(*o);
   ASSERT_TRUE(second);
   EXPECT_TRUE(second->is(LocalErrorCodes::UserDeleteError, "User Not Logged"));
 
@@ -168,26 +158,26 @@ TEST(AccountFlowsTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
   std::weak_ptr<RecordingListener> weak = listener;
   listener.reset();
   EXPECT_TRUE(weak.expired());
-  ASSERT_FALSE(runLogin(*o, email(test::EmulatorService::kEmail, test::EmulatorService::kPassword),
-                        emailLogin));
+  ASSERT_FALSE(EmulatorService::logIn(*o));
 }
 
 TEST(AccountFlowsTest, SyncUserStateWaitsForTheRunningLoginHoweverItEnds) {
   test::TestPlatform platform;
-  test::EmulatorService service;
+  EmulatorService service;
   auto o = service.startFacade(platform);
   // Anonymous: nothing to renew, answered at once without a request.
-  std::promise<std::optional<OLError>> anonymous;
-  o->syncUserState([&](std::optional<OLError> e) { anonymous.set_value(e); });
-  EXPECT_FALSE(anonymous.get_future().get());
+  auto sync = [&] {
+    return test::await<std::optional<OLError>>([&](auto done) { o->syncUserState(done); });
+  };
+  EXPECT_FALSE(sync());
   EXPECT_EQ(service.requestsTo("/handling/direct/refreshtoken"), 0);
 
   // A refused login leaves an anonymous user, in sync; a good one a logged user.
-  for (const char* password : {"wrong", test::EmulatorService::kPassword}) {
+  for (const char* password : {"wrong", EmulatorService::kPassword}) {
     SCOPED_TRACE(password);
     service.delayNext("/login/direct/email/login", 500);
     auto b = *o->getLoginBuilder();
-    b->setEmail(test::EmulatorService::kEmail).setPassword(password);
+    b->setEmail(EmulatorService::kEmail).setPassword(password);
     std::atomic<bool> loginDone{false};
     std::promise<void> loginFinished;
     b->setOnFlowCompleteCallback([&](std::optional<OLError>) {
@@ -212,9 +202,7 @@ TEST(AccountFlowsTest, SyncUserStateWaitsForTheRunningLoginHoweverItEnds) {
   }
 
   // Logged now: a sync renews the session through the stored autologin token.
-  std::promise<std::optional<OLError>> renewed;
-  o->syncUserState([&](std::optional<OLError> e) { renewed.set_value(e); });
-  EXPECT_FALSE(renewed.get_future().get());
+  EXPECT_FALSE(sync());
   EXPECT_EQ(service.requestsTo("/handling/direct/refreshtoken"), 1);
   EXPECT_TRUE(*o->isUserLogged());
 }

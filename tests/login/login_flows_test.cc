@@ -15,9 +15,9 @@
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "status/ol_status.h"
 #include "support/emulator_service.h"
+#include "testing/ostrel_testing.h"
 
 namespace ostrel {
 namespace {
@@ -241,7 +241,7 @@ TEST_F(LoginTest, BuilderChecksComeBeforeTheNetwork) {
   // A flow holding the slot: every login getter refuses, a forgot request still runs.
   auto forgot = std::dynamic_pointer_cast<OLLoginFlowBase>(*b->getMSISDPINLoginFlow());
   auto holder = std::dynamic_pointer_cast<OLLoginFlowBase>(*b->getMSISDNURLoginFlow());
-  ASSERT_TRUE(o->impl()._ostrelStatus->setCurrentRunningFlow(holder));
+  ASSERT_TRUE(testing::internals(*o)._ostrelStatus->setCurrentRunningFlow(holder));
   EXPECT_EQ(voidOf(b->getEmailLoginFlow()).error().message(), "Another Flow is in progress");
   std::promise<std::optional<OLError>> done;
   forgot->setInternalCompletionCallback(
@@ -249,7 +249,7 @@ TEST_F(LoginTest, BuilderChecksComeBeforeTheNetwork) {
   std::dynamic_pointer_cast<OLForgotFlow>(forgot)->startForgotFlow();
   EXPECT_FALSE(done.get_future().get());
   EXPECT_EQ(service_.requestsTo("/login/direct/msisdn/PINforgot"), 1);
-  o->impl()._ostrelStatus->freeCurrentRunningFlow(holder.get());
+  testing::internals(*o)._ostrelStatus->freeCurrentRunningFlow(holder.get());
 }
 
 TEST_F(LoginTest, PinLoginWithoutPinFailsAtStart) {
@@ -260,7 +260,7 @@ TEST_F(LoginTest, PinLoginWithoutPinFailsAtStart) {
   ASSERT_TRUE(error);
   EXPECT_EQ(error->message(), "Missing MSISDN PIN credential");
   EXPECT_EQ(service_.requestsTo("/login/direct/msisdn/PINidentify"), 0);
-  EXPECT_FALSE(o->impl()._ostrelStatus->hasRunningFlow());
+  EXPECT_FALSE(testing::internals(*o)._ostrelStatus->hasRunningFlow());
 }
 
 TEST_F(LoginTest, OperatorRecognitionForwardsThePageAsItCameAtMostThreeTimes) {
@@ -302,7 +302,8 @@ TEST_F(LoginTest, OperatorRecognitionForwardsThePageAsItCameAtMostThreeTimes) {
     const auto forwarded = service.emulator().requestBodies("/login/direct/msisdn/bodyrecognition");
     EXPECT_EQ(forwarded.size(), static_cast<std::size_t>(std::min(c.bounces, 3)));
     for (const auto& body : forwarded) {
-      EXPECT_EQ((*parseJson(body))["mno_response"], runtime::crypto().base64Encode(c.page));
+      EXPECT_EQ((*parseJson(body))["mno_response"],
+                platform.platform().crypto->base64Encode(c.page));
     }
   }
 }
@@ -369,15 +370,15 @@ TEST_F(LoginTest, MetaInfoIsCachedLogoutAndTransientToken) {
 
 TEST(AutologinTokenTest, ShortTokensAreInvalidAndExpiryIsStrict) {
   test::TestPlatform platform;
-  EXPECT_TRUE(AutologinToken("L_2026112215300").isExpired());
+  EXPECT_TRUE(AutologinToken("L_2026112215300").isExpired(platform.platform()));
   EXPECT_TRUE(platform.log().contains("Invalid stored autologin L_2026112215300"));
   ::setenv("TZ", "UTC", 1);
   ::tzset();
   AutologinToken token("L_20261122153000abc");
   platform.clock().set(1795361400);
-  EXPECT_FALSE(token.isExpired()) << "the same second is still valid";
+  EXPECT_FALSE(token.isExpired(platform.platform())) << "the same second is still valid";
   platform.clock().set(1795361401);
-  EXPECT_TRUE(token.isExpired());
+  EXPECT_TRUE(token.isExpired(platform.platform()));
   ::unsetenv("TZ");
   ::tzset();
 }

@@ -2,10 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <future>
 
-#include "login/msisdn_flows.h"
-#include "login/other_flows.h"
 #include "ostrel/ol_identity_manager.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
@@ -42,13 +39,9 @@ TEST_F(OtherFlowsTest, BuilderChecks) {
   b->setPony("not json");
   EXPECT_EQ(message(b->getMFPLoginFlow()), "Unable to retrieve Mobile Fingerprint");
   // A pony whose fields are of another type names no user: refused when started.
-  b->setPony(R"({"session_id":5,"user_id":["O_x"]})");
-  std::promise<std::optional<OLError>> odd;
-  b->setOnFlowCompleteCallback([&](std::optional<OLError> e) { odd.set_value(e); });
-  auto mfp = b->getMFPLoginFlow();
-  ASSERT_TRUE(mfp);
-  (*mfp)->startLoginFlow();
-  auto refused = odd.get_future().get();
+  auto refused =
+      run([](OLLoginBuilder& odd) { odd.setPony(R"({"session_id":5,"user_id":["O_x"]})"); },
+          &OLLoginBuilder::getMFPLoginFlow);
   ASSERT_TRUE(refused);
   EXPECT_TRUE(refused->is(LocalErrorCodes::MFPLoginWrongFingerprint));
   EXPECT_EQ(message(b->getUO2CredentialsLoginFlow()), "Missing InfoUtente parameter");
@@ -60,13 +53,11 @@ TEST_F(OtherFlowsTest, CustomUserIsLocalAndCannotBeDeleted) {
   ASSERT_FALSE(run([](OLLoginBuilder& b) { b.setCustomID("host-42"); },
                    &OLLoginBuilder::getCustomLoginFlow));
   EXPECT_EQ(*facade_->getUserToken(), "C_host-42");
-  std::promise<std::optional<Json>> info;
-  facade_->getUserMetaInfo(
-      [&](std::optional<OLError>, std::optional<Json> i) { info.set_value(i); });
-  EXPECT_EQ((*info.get_future().get())["login"]["flow"], "custom");
-  std::promise<std::optional<OLError>> deleted;
-  facade_->__temporaryUserDelete([&](std::optional<OLError> e) { deleted.set_value(e); });
-  auto error = deleted.get_future().get();
+  auto [infoError, info] = test::await<std::optional<OLError>, std::optional<Json>>(
+      [&](auto done) { facade_->getUserMetaInfo(done); });
+  EXPECT_EQ((*info)["login"]["flow"], "custom");
+  auto error =
+      test::await<std::optional<OLError>>([&](auto done) { facade_->__temporaryUserDelete(done); });
   ASSERT_TRUE(error);
   EXPECT_TRUE(error->is(LocalErrorCodes::UserDeleteError, "User cannot be custom"));
   EXPECT_TRUE(*facade_->isUserLogged());
@@ -104,12 +95,6 @@ TEST_F(OtherFlowsTest, ServiceLoginsAgainstTheEmulator) {
   EXPECT_EQ(*facade_->getUserToken(), "O_external");
 }
 
-}  // namespace
-}  // namespace ostrel
-
-namespace ostrel {
-namespace {
-
 TEST_F(OtherFlowsTest, AnEmailIdentityIsAddedToALoggedUser) {
   auto manager = *facade_->getIdentityManager();
   EXPECT_EQ(manager.get(), facade_->getIdentityManager()->get()) << "made once";
@@ -121,15 +106,15 @@ TEST_F(OtherFlowsTest, AnEmailIdentityIsAddedToALoggedUser) {
   ASSERT_FALSE(run([](OLLoginBuilder& b) { b.setMSISDN("393339999999").setPIN("7"); },
                    &OLLoginBuilder::getMSISDPINLoginFlow));
   auto add = [&](const std::string& email) {
-    std::promise<std::optional<OLError>> done;
-    auto flow = manager->getIdentityBuilder()
-                    .setEmail(email)
-                    .setPassword("pw")
-                    .setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); })
-                    .getAddEmailIdentityFlow();
-    EXPECT_TRUE(flow);
-    (*flow)->startLoginFlow();
-    return done.get_future().get();
+    return test::await<std::optional<OLError>>([&](auto done) {
+      auto flow = manager->getIdentityBuilder()
+                      .setEmail(email)
+                      .setPassword("pw")
+                      .setOnFlowCompleteCallback(done)
+                      .getAddEmailIdentityFlow();
+      if (!flow) return done(flow.error());
+      (*flow)->startLoginFlow();
+    });
   };
   EXPECT_FALSE(add("new@ostrel.test"));
   auto taken = add(test::EmulatorService::kEmail);

@@ -14,7 +14,6 @@
 #include "login/status_factory.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_simple_object.h"
-#include "platform/runtime.h"
 #include "status/ol_status.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
@@ -27,9 +26,10 @@ class StatusTest : public ::testing::Test {
  protected:
   std::shared_ptr<OLStatus> makeStatus() {
     auto device = std::make_shared<DeviceInformation>();
-    auto connectors = std::make_shared<ConnectorBuilder>(runtime::shared(), "id", "demo-secret",
+    auto connectors = std::make_shared<ConnectorBuilder>(platform_.ref(), "id", "demo-secret",
                                                          false, false, false, 15);
-    auto made = makeOstrelStatus(OstrelConfiguration{}, device, connectors, nullptr);
+    auto made =
+        makeOstrelStatus(platform_.ref(), OstrelConfiguration{}, device, connectors, nullptr);
     return made ? *made : nullptr;
   }
   test::TestPlatform platform_;
@@ -67,7 +67,7 @@ TEST_F(StatusTest, AnExpiredSessionIsRenewedWithOneSessionStartNamingTheOld) {
 TEST_F(StatusTest, TwoFlowsStartedAtOnceOnlyOneWinsTheSlot) {
   auto status = makeStatus();
   auto connector =
-      ConnectorBuilder(runtime::shared(), "id", "s", false, false, false, 15).buildConnector();
+      ConnectorBuilder(platform_.ref(), "id", "s", false, false, false, 15).buildConnector();
   std::vector<std::shared_ptr<OLLoginFlowBase>> flows;
   for (int i = 0; i < 8; ++i) {
     flows.push_back(
@@ -140,7 +140,8 @@ TEST(UserStateTest, AStrayStoredFileNamesItselfAndAResetStartsAfresh) {
   test::TestPlatform platform;
   test::EmulatorService service;
   { ASSERT_TRUE(service.startFacade(platform)); }
-  ASSERT_TRUE(runtime::files().writeFileAtomic(platform.root() + "/UserMetaInfo/zz-stray", "?"));
+  ASSERT_TRUE(
+      platform.platform().files->writeFileAtomic(platform.root() + "/UserMetaInfo/zz-stray", "?"));
   auto refused =
       Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, service.platformFor(platform));
   ASSERT_FALSE(refused);

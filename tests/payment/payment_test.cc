@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <future>
+#include <tuple>
 
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ol_payment_manager.h"
@@ -66,21 +66,24 @@ TEST(PaymentBuilderTest, DerivedBillingAndOperatorFields) {
   EXPECT_EQ(OLPaymentObject{}.description(), "isPaying: false");
 }
 
+// What the service answered to an offer request, and to a paying-state request.
+std::tuple<std::optional<OLError>, std::optional<std::string>> offerFor(OLPaymentManager& payments,
+                                                                        MarketPlace market) {
+  return test::await<std::optional<OLError>, std::optional<std::string>>(
+      [&](auto done) { payments.getOfferFor("gold-coins", market, done); });
+}
+std::tuple<std::optional<OLError>, std::optional<OLPaymentObject>> paying(
+    OLPaymentManager& payments) {
+  return test::await<std::optional<OLError>, std::optional<OLPaymentObject>>(
+      [&](auto done) { payments.isUserPayingForDefault(done); });
+}
+
 class PaymentTest : public ::testing::Test {
  protected:
   void login() { ASSERT_FALSE(test::EmulatorService::logIn(*facade_)); }
   std::optional<OLError> add(const std::string& offer, const std::optional<std::string>& receipt) {
-    std::promise<std::optional<OLError>> done;
-    payments_->addPayment(offer, receipt, [&](std::optional<OLError> e) { done.set_value(e); });
-    return done.get_future().get();
-  }
-  std::pair<std::optional<OLError>, std::optional<OLPaymentObject>> paying() {
-    std::promise<std::pair<std::optional<OLError>, std::optional<OLPaymentObject>>> done;
-    payments_->isUserPayingForDefault(
-        [&](std::optional<OLError> e, std::optional<OLPaymentObject> o) {
-          done.set_value({e, o});
-        });
-    return done.get_future().get();
+    return test::await<std::optional<OLError>>(
+        [&](auto done) { payments_->addPayment(offer, receipt, done); });
   }
   std::string receiptFile() {
     const std::string path = platform_.root() + "/receipt.bin";
@@ -96,12 +99,7 @@ class PaymentTest : public ::testing::Test {
 
 TEST_F(PaymentTest, OfferForAStoreItem) {
   for (auto market : {MarketPlace::GooglePlay, MarketPlace::AppleStore}) {
-    std::promise<std::pair<std::optional<OLError>, std::optional<std::string>>> done;
-    payments_->getOfferFor("gold-coins", market,
-                           [&](std::optional<OLError> e, std::optional<std::string> offer) {
-                             done.set_value({e, offer});
-                           });
-    auto [error, offer] = done.get_future().get();
+    auto [error, offer] = offerFor(*payments_, market);
     ASSERT_FALSE(error) << error->description();
     EXPECT_EQ(offer, std::string(32, 'a'));
     // The emulator echoes the marketplace it was sent.
@@ -112,23 +110,17 @@ TEST_F(PaymentTest, OfferForAStoreItem) {
 
 TEST_F(PaymentTest, ServiceFailuresPassThroughAsTheServiceSaidThem) {
   service_.failNext("/payment/offer/get", 503);
-  std::promise<std::pair<std::optional<OLError>, std::optional<std::string>>> offered;
-  payments_->getOfferFor("gold-coins", MarketPlace::GooglePlay,
-                         [&](std::optional<OLError> e, std::optional<std::string> offer) {
-                           offered.set_value({e, offer});
-                         });
-  auto [offerError, offer] = offered.get_future().get();
+  auto [offerError, offer] = offerFor(*payments_, MarketPlace::GooglePlay);
   ASSERT_TRUE(offerError);
   EXPECT_EQ(offerError->statusCode(), 503);
   EXPECT_FALSE(offer);
 
   service_.failNext("/payment/is_paying_for", 500);
-  auto [payingError, state] = paying();
+  auto [payingError, state] = paying(*payments_);
   ASSERT_TRUE(payingError);
   EXPECT_EQ(payingError->statusCode(), 500);
   EXPECT_FALSE(state);
 }
-
 TEST_F(PaymentTest, AddingAReceiptMakesTheUserPaying) {
   const std::string offer(32, 'o');
   // Anonymous: refused locally, nothing sent.
@@ -139,7 +131,7 @@ TEST_F(PaymentTest, AddingAReceiptMakesTheUserPaying) {
   EXPECT_EQ(service_.requestsTo("/payment/receipt/add"), 0);
 
   login();
-  EXPECT_FALSE(paying().second->isPaying);
+  EXPECT_FALSE(std::get<1>(paying(*payments_))->isPaying);
   const std::string missing = platform_.root() + "/no-such-receipt";
   auto unreadable = add(offer, missing);
   ASSERT_TRUE(unreadable);
@@ -158,7 +150,7 @@ TEST_F(PaymentTest, AddingAReceiptMakesTheUserPaying) {
 
   auto added = add(offer, receiptFile());
   EXPECT_FALSE(added) << added->description();
-  auto [error, state] = paying();
+  auto [error, state] = paying(*payments_);
   ASSERT_FALSE(error);
   ASSERT_TRUE(state->isPaying);
   EXPECT_EQ(state->paymentReceipt->item, offer);
@@ -186,19 +178,12 @@ TEST(PaymentRepliesTest, RepliesOfTheWrongShape) {
   auto facade =
       *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, server.platformFor(platform));
   auto payments = *facade->getPaymentManager();
-  std::promise<std::optional<OLError>> offer;
-  payments->getOfferFor(
-      "x", MarketPlace::AppleStore,
-      [&](std::optional<OLError> e, std::optional<std::string>) { offer.set_value(e); });
-  auto missing = offer.get_future().get();
+  auto [missing, offer] = offerFor(*payments, MarketPlace::AppleStore);
   ASSERT_TRUE(missing);
   EXPECT_EQ(missing->message(), "Missing Offer in response");
   EXPECT_EQ((*missing->extra())["statusCode"], 200);
 
-  std::promise<std::optional<OLError>> state;
-  payments->isUserPayingForDefault(
-      [&](std::optional<OLError> e, std::optional<OLPaymentObject>) { state.set_value(e); });
-  auto empty = state.get_future().get();
+  auto [empty, state] = paying(*payments);
   ASSERT_TRUE(empty);
   EXPECT_EQ(empty->message(), "Invalid payment JSON");
   EXPECT_EQ((*empty->extra())["json"], Json::object());

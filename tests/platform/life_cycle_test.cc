@@ -11,6 +11,7 @@
 #include "facade/ostrel_facade_impl.h"
 #include "ostrel/platform/life_cycle.h"
 #include "support/emulator_service.h"
+#include "testing/ostrel_testing.h"
 
 namespace ostrel {
 namespace {
@@ -74,7 +75,7 @@ TEST(AppLifeCycleTest, FacadeDestroyedWhileAPostIsUnderWay) {
   auto facade = service.startFacade(base);
   ASSERT_TRUE(facade);
   // The queue manager outlives the facade, as it does while a flush runs.
-  auto manager = facade->impl().eventManager;
+  auto manager = testing::internals(*facade).eventManager;
   std::thread poster([&] { lifeCycle->willTerminate(); });
   entered.get_future().wait();
   facade.reset();

@@ -5,9 +5,8 @@
 #include <chrono>
 #include <future>
 
-#include "ostrel/ol_push_builder.h"
+#include "ostrel/ostrel.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "support/test_platform.h"
 
 namespace ostrel {
@@ -17,6 +16,8 @@ using namespace std::chrono_literals;
 
 TEST(LocalPushTest, SchedulingChecks) {
   test::TestPlatform platform;
+  auto facade = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, platform.platform());
+  auto push = *facade->getPushManager();
   struct Case {
     std::function<Result<void>(OLPushBuilder&)> schedule;
     std::function<void(OLPushBuilder&)> configure;
@@ -34,28 +35,30 @@ TEST(LocalPushTest, SchedulingChecks) {
        "An alert body must be specified"},
   };
   for (const auto& c : cases) {
-    OLPushBuilder builder;
+    OLPushBuilder builder = push->getPushBuilder();
     c.configure(builder);
     auto scheduled = c.schedule(builder);
     ASSERT_FALSE(scheduled) << c.message;
     EXPECT_TRUE(scheduled.error().is(LocalErrorCodes::PushNotificationError, c.message));
   }
-  EXPECT_TRUE(runtime::current().localNotifications->pending().empty());
+  EXPECT_TRUE(platform.platform().localNotifications->pending().empty());
 }
 
 TEST(LocalPushTest, ScheduledPushesComeBackAsLocalPushes) {
   test::TestPlatform platform;
   platform.clock().set(1000);
-  OLPushBuilder builder;
+  auto facade = *Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, platform.platform());
+  auto push = *facade->getPushManager();
+  OLPushBuilder builder = push->getPushBuilder();
   builder.setTitle("ignored").setBody("see this").setBadgeCounter(2).setSound("chime");
   builder.setDate(5000).setUrl("https://ostrel.test/page");
   ASSERT_TRUE(builder.scheduleLocalUrlPush());
-  OLPushBuilder standard;
+  OLPushBuilder standard = push->getPushBuilder();
   standard.setBody("plain").setDate(6000).setCustomFields(
       OLSimpleObject::fromDictionary(Json{{"level", 3}}));
   ASSERT_TRUE(standard.scheduleLocalStandardPush());
 
-  auto pending = runtime::current().localNotifications->pending();
+  auto pending = platform.platform().localNotifications->pending();
   ASSERT_EQ(pending.size(), 2u);
   EXPECT_EQ(pending[0].fireDate, 5000);
   EXPECT_FALSE(pending[0].toJson().contains("title"));

@@ -62,16 +62,16 @@ class PushManagerTest : public ::testing::Test {
     ASSERT_TRUE(test::eventually([&] { return registrations().size() >= n; }));
     ASSERT_EQ(registrations().size(), n);
   }
-  std::vector<Json> flushed(const std::string& type) {
+  // The events of `type` the service holds, flushing until there are `n`.
+  std::vector<Json> flushed(const std::string& type, std::size_t n = 1) {
     std::vector<Json> out;
-    for (int attempt = 0; attempt < 50 && out.empty(); ++attempt) {
-      std::promise<void> done;
-      facade_->flushEvents([&](std::optional<OLError>, std::optional<Json>) { done.set_value(); });
-      done.get_future().wait();
+    for (int attempt = 0; attempt < 50 && out.size() < n; ++attempt) {
+      if (attempt > 0) std::this_thread::sleep_for(20ms);
+      test::EmulatorService::flush(*facade_);
+      out.clear();
       for (const auto& e : service_.events()) {
         if (e["event_type"] == type) out.push_back(e);
       }
-      if (out.empty()) std::this_thread::sleep_for(20ms);
     }
     return out;
   }
@@ -122,23 +122,18 @@ TEST_F(PushManagerTest, RegistrationFailuresBecomeEvents) {
   const auto longError = OLError::LocalError(
       LocalErrorCodes::PushNotificationDeviceRegistrationError, std::string(300, 'm'));
   push_->setRegistrationError(longError);
-  auto events = flushed("push registered");
-  for (int i = 0; i < 50 && events.size() < 3; ++i) {
-    std::this_thread::sleep_for(20ms);
-    events = flushed("push registered");
-  }
+  auto events = flushed("push registered", 3);
   ASSERT_EQ(events.size(), 3u);
-  EXPECT_TRUE(std::any_of(events.begin(), events.end(), [&](const Json& e) {
-    return e["reason"] == longError.description().substr(0, 256);
-  }));
-  std::vector<std::string> reasons;
+  bool cut = false, unavailable = false;
   for (const auto& e : events) {
     EXPECT_EQ(e["succeeded"], false);
-    reasons.push_back(e["reason"].get<std::string>());
+    const std::string reason = e["reason"];
+    cut |= reason == longError.description().substr(0, 256);
+    unavailable |=
+        reason.find("Remote notifications are not available on this device") != std::string::npos;
   }
-  EXPECT_TRUE(std::any_of(reasons.begin(), reasons.end(), [](const std::string& r) {
-    return r.find("Remote notifications are not available on this device") != std::string::npos;
-  }));
+  EXPECT_TRUE(cut);
+  EXPECT_TRUE(unavailable);
   EXPECT_FALSE(push_->isRegistered());
   EXPECT_TRUE(platform_.log().contains("Error in device registration "));
 }
@@ -165,21 +160,18 @@ TEST_F(PushManagerTest, ReceivedOpenedScheduledAndShownPushesAreRecorded) {
   ASSERT_TRUE(
       builder.setBody("later").setDate(platform_.clock().now() + 3600).scheduleLocalStandardPush());
 
-  std::vector<Json> events;
-  for (int i = 0; i < 50 && events.size() < 4; ++i) events = flushed("push received");
+  auto events = flushed("push received", 4);
   ASSERT_EQ(events.size(), 4u);
-  std::vector<std::tuple<std::string, std::string, std::string, bool>> got;
-  for (const auto& e : events) {
-    got.emplace_back(e["push_id"], e["push_type"], e["push_action"], e["is_local"]);
+  const Json expected[] = {{"n1", "standard", "notified", false},
+                           {"u1", "url", "opened", false},
+                           {"u1", "url", "url_shown", false}};
+  for (std::size_t i = 0; i < std::size(expected); ++i) {
+    const Json& e = events[i];
+    EXPECT_EQ(Json::array({e["push_id"], e["push_type"], e["push_action"], e["is_local"]}),
+              expected[i]);
   }
-  EXPECT_EQ(got[0], std::make_tuple(std::string("n1"), std::string("standard"),
-                                    std::string("notified"), false));
-  EXPECT_EQ(got[1],
-            std::make_tuple(std::string("u1"), std::string("url"), std::string("opened"), false));
-  EXPECT_EQ(got[2], std::make_tuple(std::string("u1"), std::string("url"), std::string("url_shown"),
-                                    false));
-  EXPECT_EQ(std::get<2>(got[3]), "scheduled");
-  EXPECT_EQ(std::get<3>(got[3]), true);
+  EXPECT_EQ(events[3]["push_action"], "scheduled");
+  EXPECT_EQ(events[3]["is_local"], true);
   EXPECT_EQ(seen.values(), (std::vector<std::string>{"n1", "u1"}));
 }
 

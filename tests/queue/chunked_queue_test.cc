@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "support/eventually.h"
 #include "support/test_platform.h"
 
 namespace ostrel {
@@ -13,9 +14,10 @@ namespace {
 class ChunkedQueueTest : public ::testing::Test {
  protected:
   std::shared_ptr<OLBaseEvent> event(const std::string& name, std::size_t padding = 0) {
-    platform_.clock().advance(0.001);
     auto data = OLSimpleObject::fromDictionary(Json{{"p", std::string(padding, 'x')}});
-    return *OLCustomEvent::make(name, "session", "A_user", data);
+    auto made = *OLCustomEvent::make(name, "session", "A_user", data);
+    made->creationDate = 1700000000 + 0.001 * ++made_;  // one per millisecond, in order
+    return made;
   }
   std::vector<std::string> names(const std::vector<std::shared_ptr<OLBaseEvent>>& events) {
     std::vector<std::string> out;
@@ -23,6 +25,7 @@ class ChunkedQueueTest : public ::testing::Test {
     return out;
   }
   test::TestPlatform platform_;
+  int made_ = 0;
 };
 
 TEST_F(ChunkedQueueTest, ChunksCloseByBytesAndPopOldestFirst) {
@@ -114,6 +117,33 @@ TEST_F(ChunkedQueueTest, EventsOfTheSameMicrosecondAreBothKept) {
   ASSERT_TRUE(queue.append(*a));
   ASSERT_TRUE(queue.append(*b));
   EXPECT_EQ(*queue.count(), 2u);
+}
+
+// A sent chunk leaves the queue in one step and its files go off the queue's
+// path; what a stop left aside is removed at the next start.
+TEST_F(ChunkedQueueTest, ASentChunkIsGoneAtOnceAndItsFilesSoonAfter) {
+  auto emptyOrMissing = [](const std::string& folder) {
+    return !std::filesystem::exists(folder) || std::filesystem::is_empty(folder);
+  };
+  std::string sent;
+  {
+    OLChunkedQueue queue(platform_.ref(), "EventQueue", 10240);
+    sent = queue.sentFolder();
+    ASSERT_TRUE(queue.append(*event("e")));
+    std::optional<std::string> handler;
+    auto popped = queue.popChunk(handler, true);
+    ASSERT_TRUE(popped);
+    EXPECT_EQ(popped->size(), 1u);
+    EXPECT_FALSE(std::filesystem::exists(queue.chunksFolder() + "/" + *handler));
+    EXPECT_TRUE(test::eventually([&] { return emptyOrMissing(sent); }));
+
+    // Left aside by a stop before its removal ran.
+    std::filesystem::create_directories(sent + "/1-7-0");
+    std::ofstream(sent + "/1-7-0/event") << "sent before the stop";
+  }
+  OLChunkedQueue restarted(platform_.ref(), "EventQueue", 10240);
+  EXPECT_EQ(restarted.chunkKeys(), std::vector<int>{1});
+  EXPECT_TRUE(test::eventually([&] { return emptyOrMissing(sent); }));
 }
 
 }  // namespace

@@ -9,16 +9,14 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <future>
 #include <random>
 #include <set>
 
 #include "events/event_archive.h"
-#include "facade/ostrel_facade_impl.h"
 #include "login/ol_user_meta_info.h"
 #include "login/tokens.h"
-#include "queue/ol_queue_manager.h"
 #include "support/emulator_service.h"
+#include "testing/ostrel_testing.h"
 
 namespace ostrel {
 namespace {
@@ -89,11 +87,7 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
       EXPECT_FALSE(*facade->isUserLogged()) << "an unreadable token still logs the user in";
     }
     if (cycle == cycles) {
-      for (int i = 0; i < 5; ++i) {
-        std::promise<void> done;
-        facade->flushEvents([&](std::optional<OLError>, std::optional<Json>) { done.set_value(); });
-        done.get_future().wait();
-      }
+      for (int i = 0; i < 5; ++i) test::EmulatorService::flush(*facade);
       break;
     }
     if (!*facade->isUserLogged() && rng() % 2 == 0) {
@@ -105,7 +99,7 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
       ASSERT_TRUE(facade->sendEvent(name));
       recorded.insert(name);
     }
-    facade->impl().eventManager->waitUntilIdle();
+    testing::waitUntilIdle(*facade);
     facade.reset();
 
     // Damage one to four files of whatever the library left on disk; once,

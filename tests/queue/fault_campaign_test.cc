@@ -15,7 +15,6 @@
 
 #include "core/device_information.h"
 #include "login/status_factory.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "status/ol_status.h"
 #include "support/emulator_service.h"
@@ -72,17 +71,16 @@ int envOr(const char* name, int fallback) {
 TEST(FaultCampaign, NothingLostNothingWronglyKeptAndTheQueueDrains) {
   test::TestPlatform platform;
   test::EmulatorService service;
-  runtime::install(service.platformFor(platform));
+  const PlatformRef services = std::make_shared<const Platform>(service.platformFor(platform));
   OstrelConfiguration config;
   config.connectionTimeoutSecs = 1;
   config.chunkCountEvents = 1000;  // only the campaign's flushes send
   auto device = std::make_shared<DeviceInformation>();
-  auto connectors =
-      std::make_shared<ConnectorBuilder>(runtime::shared(), device->deviceId, "demo-secret", false,
-                                         false, false, config.connectionTimeoutSecs);
-  auto status = *makeOstrelStatus(config, device, connectors, nullptr);
+  auto connectors = std::make_shared<ConnectorBuilder>(
+      services, device->deviceId, "demo-secret", false, false, false, config.connectionTimeoutSecs);
+  auto status = *makeOstrelStatus(services, config, device, connectors, nullptr);
   ASSERT_TRUE(status);
-  auto manager = OLQueueManager::make(runtime::shared(), connectors, config, status);
+  auto manager = OLQueueManager::make(services, connectors, config, status);
   auto flush = [&] {
     std::promise<void> done;
     manager->flushEvents([&](std::optional<OLError>, std::optional<Json>) { done.set_value(); });

@@ -206,7 +206,8 @@ class EventIntakeTest : public ::testing::Test {
   std::shared_ptr<EventIntake> open(EventIntake::Limits limits = {}, std::string folder = "") {
     limits.retrySecs = 0.05;
     if (folder.empty()) folder = platform_.root() + "/Intake";
-    return EventIntake::open(files_, platform_.platform().scheduler, folder, limits);
+    return EventIntake::open(files_, platform_.platform().scheduler, platform_.platform().log,
+                             folder, limits);
   }
   // Runs `body` once in each mode, with a folder of its own.
   template <class Body>
@@ -352,7 +353,8 @@ TEST_F(EventIntakeTest, AHeldWriterHoldsProducersBackAndLosesNothing) {
     EventIntake::Limits limits;
     limits.pendingBytes = c.pendingBytes;
     limits.pendingAgeSecs = c.pendingAgeSecs;
-    auto intake = EventIntake::open(files_, platform_.platform().scheduler, folder.path(), limits);
+    auto intake = EventIntake::open(files_, platform_.platform().scheduler,
+                                    platform_.platform().log, folder.path(), limits);
     intake->start(sink.feed());
     files_->held = true;
     ASSERT_TRUE(intake->accept(record(0)));

@@ -16,10 +16,10 @@
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
+#include "testing/ostrel_testing.h"
 
 namespace ostrel {
 namespace {
@@ -171,8 +171,8 @@ TEST_F(PipelineTest, ARestartWithABacklogDeliversEverything) {
   {
     auto o = start();
     for (int i = 0; i < 35; ++i) ASSERT_TRUE(o->sendEvent("backlog"));
-    o->impl().eventManager->waitUntilIdle();
-    o->impl().eventManager->operationQueue()->setSuspended(
+    testing::waitUntilIdle(*o);
+    testing::internals(*o).eventManager->operationQueue()->setSuspended(
         true);  // nothing leaves before the restart
   }
   auto o = start();
@@ -301,16 +301,18 @@ TEST_F(PipelineTest, AnUnsendableEventNeverBlocksTheQueueNotEvenAfterARestart) {
   o->shutdown();
   o.reset();
   const std::string chunk = platform_.root() + "/EventQueue/Chunks/7";
-  ASSERT_TRUE(runtime::files().createDirectories(chunk));
+  ASSERT_TRUE(platform_.platform().files->createDirectories(chunk));
   auto poison =
       *OLRankingContentEvent::make("S", "U", "article", RankingScope(_RankingScope::social), 1);
   poison->multiplier = NAN;
   auto before = *OLCustomEvent::make("before", "S", "U", nullptr);
   auto after = *OLCustomEvent::make("after", "S", "U", nullptr);
-  for (const auto* e :
-       {static_cast<OLBaseEvent*>(before.get()), static_cast<OLBaseEvent*>(poison.get()),
-        static_cast<OLBaseEvent*>(after.get())}) {
-    ASSERT_TRUE(runtime::files().writeNewFile(chunk + "/" + e->uniqueName(), archivedBytes(*e)));
+  double made = 1700000000;  // in this order
+  for (auto* e : {static_cast<OLBaseEvent*>(before.get()), static_cast<OLBaseEvent*>(poison.get()),
+                  static_cast<OLBaseEvent*>(after.get())}) {
+    e->creationDate = ++made;
+    ASSERT_TRUE(
+        platform_.platform().files->writeNewFile(chunk + "/" + e->uniqueName(), archivedBytes(*e)));
   }
   o = start();
   ASSERT_TRUE(o->sendEvent("later"));
@@ -342,10 +344,10 @@ TEST_F(PipelineTest, FlushingNothingKeepsTheChunkKey) {
   auto o = start();
   ASSERT_FALSE(flush(*o));  // the session start
   for (int i = 0; i < 5; ++i) ASSERT_FALSE(flush(*o));
-  EXPECT_EQ(o->impl().eventManager->eventQueue()->chunkKeys().size(), 1u);
-  const int key = o->impl().eventManager->eventQueue()->chunkKeys().front();
+  EXPECT_EQ(testing::internals(*o).eventManager->eventQueue()->chunkKeys().size(), 1u);
+  const int key = testing::internals(*o).eventManager->eventQueue()->chunkKeys().front();
   for (int i = 0; i < 5; ++i) ASSERT_FALSE(flush(*o));
-  EXPECT_EQ(o->impl().eventManager->eventQueue()->chunkKeys().front(), key);
+  EXPECT_EQ(testing::internals(*o).eventManager->eventQueue()->chunkKeys().front(), key);
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include "core/device_information.h"
 #include "login/status_factory.h"
-#include "platform/runtime.h"
 #include "queue/ol_queue_manager.h"
 #include "status/ol_status.h"
 #include "support/emulator_service.h"
@@ -24,16 +23,16 @@ using test::eventually;
 TEST(QueueManagerTimersTest, HeartbeatAndExpiryWork) {
   test::TestPlatform platform;
   test::EmulatorService service;
-  runtime::install(service.platformFor(platform));
+  const PlatformRef services = std::make_shared<const Platform>(service.platformFor(platform));
   OstrelConfiguration config;
   config.heartbeatPeriodSec = 0.05;
   config.expireTimeSec = 0.1;
   auto device = std::make_shared<DeviceInformation>();
-  auto connectors = std::make_shared<ConnectorBuilder>(runtime::shared(), device->deviceId,
-                                                       "demo-secret", false, false, false, 15);
-  auto status = *makeOstrelStatus(config, device, connectors, nullptr);
+  auto connectors = std::make_shared<ConnectorBuilder>(services, device->deviceId, "demo-secret",
+                                                       false, false, false, 15);
+  auto status = *makeOstrelStatus(services, config, device, connectors, nullptr);
   ASSERT_TRUE(status);
-  auto manager = OLQueueManager::make(runtime::shared(), connectors, config, status);
+  auto manager = OLQueueManager::make(services, connectors, config, status);
   ASSERT_TRUE(manager->addEvent("watch", EventType(_EventType::TimerStart), nullptr));
   // Nobody flushes: the expire timer does, and the heartbeat names the running timer.
   EXPECT_TRUE(eventually([&] {

@@ -11,6 +11,7 @@
 #include "emulator/emulator.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
+#include "support/eventually.h"
 #include "support/test_platform.h"
 
 namespace ostrel::test {
@@ -30,7 +31,6 @@ class EmulatorService {
   std::vector<Json> events() const;
   int requestsTo(const std::string& path) const { return emulator_->requestCount(path); }
   void setOperatorBounces(int bounces) { emulator_->setOperatorBounces(bounces); }
-  void setAutologinLifetime(double secs) { emulator_->setAutologinLifetime(secs); }
   // A platform that reaches this emulator (real clock, its CA trusted).
   Platform platformFor(const TestPlatform& base) const;
   emulator::Emulator& emulator() { return *emulator_; }
@@ -53,6 +53,11 @@ class EmulatorService {
     if (!flow) return flow.error();
     (*flow)->startLoginFlow();
     return done.get_future().get();
+  }
+  // Sends what `facade` queued and waits for the answer.
+  static void flush(Ostrel& facade) {
+    await<std::optional<OLError>, std::optional<Json>>(
+        [&](auto done) { facade.flushEvents(done); });
   }
   // Logs the e-mail account in.
   static std::optional<OLError> logIn(Ostrel& facade) {

@@ -1,7 +1,10 @@
 #pragma once
 // Waiting for what another thread does, without a fixed sleep.
 #include <chrono>
+#include <future>
 #include <thread>
+#include <tuple>
+#include <type_traits>
 
 namespace ostrel::test {
 
@@ -14,6 +17,22 @@ bool eventually(Pred pred, std::chrono::milliseconds limit = std::chrono::second
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   return pred();
+}
+
+// Starts a call that answers through a callback taking `Args`, and waits for
+// that answer: `start` is handed the callback. Answers the one argument, or a
+// tuple of them.
+template <class... Args, class Start>
+auto await(Start start) {
+  using Values = std::tuple<std::decay_t<Args>...>;
+  std::promise<Values> done;
+  start([&done](Args... args) { done.set_value(Values(std::move(args)...)); });
+  Values values = done.get_future().get();
+  if constexpr (sizeof...(Args) == 1) {
+    return std::get<0>(std::move(values));
+  } else {
+    return values;
+  }
 }
 
 }  // namespace ostrel::test

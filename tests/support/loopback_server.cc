@@ -3,7 +3,6 @@
 #include <chrono>
 
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 
 namespace ostrel::test {
 

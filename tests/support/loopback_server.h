@@ -34,7 +34,6 @@ class LoopbackServer {
 
   // Every POST or GET goes to the handler (default: 200 {"ok": true}).
   void setHandler(Handler handler);
-  int port() const { return port_; }
   const std::string& caFile() const { return certs_.caFile; }
   std::string connectTo() const { return "127.0.0.1:" + std::to_string(port_); }
   std::vector<ReceivedRequest> received() const;

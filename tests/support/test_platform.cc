@@ -6,7 +6,6 @@
 #include <sstream>
 
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 
 namespace ostrel::test {
 
@@ -60,8 +59,7 @@ TestPlatform::TestPlatform()
   platform.log = log_;
   platform.files = platform::makePosixFileSystem(root_);
   platform.settings = platform::makeFileSettingsStore(platform.files, root_ + "/settings.json");
-  runtime::install(platform);
-  platform_ = std::make_shared<const Platform>(runtime::current());
+  platform_ = std::make_shared<const Platform>(platform.completed());
 }
 
 TestPlatform::~TestPlatform() = default;

@@ -50,8 +50,8 @@ class TempDir {
   std::string path_;
 };
 
-// Installs a platform for one test: the real defaults, except a storage root in
-// a temporary folder, a fake clock and a capturing log sink.
+// The platform of one test: the real defaults, except a storage root in a
+// temporary folder, a fake clock and a capturing log sink.
 class TestPlatform {
  public:
   TestPlatform();

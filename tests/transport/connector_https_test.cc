@@ -7,7 +7,6 @@
 
 #include "core/ol_default.h"
 #include "platform/defaults.h"
-#include "platform/runtime.h"
 #include "support/emulator_service.h"
 #include "support/loopback_server.h"
 #include "transport/connector_builder.h"
@@ -23,12 +22,12 @@ struct Answer {
 
 class ConnectorHttpsTest : public ::testing::Test {
  protected:
-  void SetUp() override { runtime::install(server_.platformFor(platform_)); }
-  // Dropping the client closes its kept-alive connections before the server stops.
-  void TearDown() override { runtime::install(platform_.platform()); }
+  void SetUp() override {
+    services_ = std::make_shared<const Platform>(server_.platformFor(platform_));
+  }
 
   Answer send(OstrelAPIEndpoint endpoint, const Json& body, int64_t timeout = 15) {
-    ConnectorBuilder builder(runtime::shared(), "app-id", "secret", false, false, false, timeout);
+    ConnectorBuilder builder(services_, "app-id", "secret", false, false, false, timeout);
     std::promise<Answer> done;
     builder.buildConnector().send(endpoint, body,
                                   [&](std::optional<OLError> e, int64_t s, std::optional<Json> b) {
@@ -41,6 +40,8 @@ class ConnectorHttpsTest : public ::testing::Test {
 
   test::TestPlatform platform_;
   test::LoopbackServer server_;
+  // Dropped first: its client closes its kept-alive connections before the server stops.
+  PlatformRef services_;
 };
 
 TEST_F(ConnectorHttpsTest, SendsTheExactSignedRequest) {
@@ -64,7 +65,7 @@ TEST_F(ConnectorHttpsTest, SendsTheExactSignedRequest) {
   EXPECT_EQ(r.header("Content-Length"), std::to_string(r.body.size()));
   EXPECT_EQ(r.header("Content-Type"), "application/json");
   EXPECT_EQ(r.header("Accept"), "application/json");
-  std::string signature = OLConnector::getImeldStr(*runtime::current().crypto, "secret",
+  std::string signature = OLConnector::getImeldStr(*services_->crypto, "secret",
                                                    "auth.ostrel.test/login/direct/email/login",
                                                    "POST", r.body, "", "1700000000");
   EXPECT_EQ(r.header("Authorization"),
@@ -113,7 +114,7 @@ TEST_F(ConnectorHttpsTest, InvalidBodyNeverLeavesTheDeviceAndIsAnsweredOnTheNetw
 
   // The refusal comes where every answer comes, never inside the caller's send().
   std::promise<std::thread::id> answered;
-  ConnectorBuilder(runtime::shared(), "app-id", "secret", false, false, false, 15)
+  ConnectorBuilder(services_, "app-id", "secret", false, false, false, 15)
       .buildConnector()
       .send(
           OstrelAPIEndpoint::EmailLogin, Json{{"email", "a@b.c"}},
@@ -126,7 +127,7 @@ TEST_F(ConnectorHttpsTest, InvalidBodyNeverLeavesTheDeviceAndIsAnsweredOnTheNetw
 
 TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesTheWire) {
   const Key<std::string> stored("DistributionGroup");
-  ConnectorBuilder builder(runtime::shared(), "app-id", "secret", false, false, false, 15);
+  ConnectorBuilder builder(services_, "app-id", "secret", false, false, false, 15);
   struct Case {
     std::string group;
     bool accepted;
@@ -158,7 +159,7 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
       EXPECT_EQ((*set.error().extra())["distributionGroup"], c.group);
     }
     EXPECT_EQ(builder.distributionGroup(), expected);
-    EXPECT_EQ(OLDefault(runtime::current().settings).get(stored), expected);
+    EXPECT_EQ(OLDefault(services_->settings).get(stored), expected);
 
     std::promise<void> done;
     builder.buildConnector().send(OstrelAPIEndpoint::RichPush, Json::object(),
@@ -171,9 +172,9 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
   }
   // A restart finds the accepted group; an unset one leaves the header.
   ASSERT_TRUE(builder.setDistributionGroup(std::string("beta")));
-  EXPECT_EQ(ConnectorBuilder(runtime::shared(), "app-id", "secret", false, false, false, 15)
-                .distributionGroup(),
-            "beta");
+  EXPECT_EQ(
+      ConnectorBuilder(services_, "app-id", "secret", false, false, false, 15).distributionGroup(),
+      "beta");
   ASSERT_TRUE(builder.setDistributionGroup(std::nullopt));
   std::promise<void> unset;
   builder.buildConnector().send(OstrelAPIEndpoint::RichPush, Json::object(),
@@ -181,10 +182,10 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
   unset.get_future().wait();
   EXPECT_EQ(server_.received().back().header("Authorization").find("group="), std::string::npos);
   // A group stored by an older version that breaks the rule is dropped at start.
-  OLDefault(runtime::current().settings).set(std::string("x\r\nX-Injected: yes"), stored);
-  ConnectorBuilder restarted(runtime::shared(), "app-id", "secret", false, false, false, 15);
+  OLDefault(services_->settings).set(std::string("x\r\nX-Injected: yes"), stored);
+  ConnectorBuilder restarted(services_, "app-id", "secret", false, false, false, 15);
   EXPECT_FALSE(restarted.distributionGroup());
-  EXPECT_FALSE(OLDefault(runtime::current().settings).has(stored));
+  EXPECT_FALSE(OLDefault(services_->settings).has(stored));
 }
 
 // Every login endpoint against the emulator redirecting it to a host outside
@@ -192,7 +193,7 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
 TEST(ConnectorRedirectTest, CredentialsNeverFollowARedirectOutsideTheDomain) {
   test::TestPlatform platform;
   test::EmulatorService service;
-  runtime::install(service.platformFor(platform));
+  const PlatformRef services = std::make_shared<const Platform>(service.platformFor(platform));
   const std::pair<OstrelAPIEndpoint, Json> logins[] = {
       {OstrelAPIEndpoint::EmailLogin, {{"email", "user@ostrel.test"}, {"password", "secret"}}},
       {OstrelAPIEndpoint::EmailSignup, {{"email", "new@ostrel.test"}, {"password", "secret"}}},
@@ -210,7 +211,7 @@ TEST(ConnectorRedirectTest, CredentialsNeverFollowARedirectOutsideTheDomain) {
       {OstrelAPIEndpoint::UO2CredentialsTo3, {{"brivolauser", "u"}, {"info_utente", "i"}}},
       {OstrelAPIEndpoint::GenerateTransientToken, {{"user_id", "O_session"}}},
   };
-  ConnectorBuilder builder(runtime::shared(), "demo", "demo-secret", false, false, false, 10);
+  ConnectorBuilder builder(services, "demo", "demo-secret", false, false, false, 10);
   for (const auto& [endpoint, body] : logins) {
     for (int status : {301, 302, 303, 307, 308}) {
       SCOPED_TRACE(std::string(endpointName(endpoint)) + " " + std::to_string(status));

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <future>
-
 #include "support/emulator_service.h"
 
 namespace ostrel {
@@ -28,14 +26,11 @@ TEST(DiagnosticsTest, ASentRequestIsOneTheServiceAccepts) {
                                      {"creation_date", "2026-11-24T10:00:00.000+0000"},
                                      {"user_id", "A_diag"},
                                      {"name", "diag"}}});
-    std::promise<std::pair<std::optional<OLError>, int64_t>> answered;
-    auto sent =
-        diagnostics::send(service.platformFor(base), request,
-                          [&](std::optional<OLError> e, int64_t status, std::optional<Json>) {
-                            answered.set_value({e, status});
-                          });
-    ASSERT_TRUE(sent) << sent.error().description();
-    auto [error, status] = answered.get_future().get();
+    auto [error, status, reply] =
+        test::await<std::optional<OLError>, int64_t, std::optional<Json>>([&](auto done) {
+          auto sent = diagnostics::send(service.platformFor(base), request, done);
+          if (!sent) done(sent.error(), 0, std::nullopt);
+        });
     EXPECT_EQ(!error, c.accepted) << c.secret << (error ? error->description() : "");
     if (c.accepted) {
       EXPECT_EQ(status, 200);
