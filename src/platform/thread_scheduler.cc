@@ -145,18 +145,91 @@ class SchedulerTimer final : public Timer {
   std::shared_ptr<TimerState> state_;
 };
 
+SteadyClock::duration toDuration(double secs) {
+  if (secs < 0) secs = 0;
+  return std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(secs));
+}
+
+// State shared between the scheduler and its thread, so that a scheduler
+// released from inside one of its own blocks (the block held the last
+// reference to its owner) can let its thread finish on its own.
+struct SchedulerState {
+  struct Entry {
+    SteadyClock::time_point deadline;
+    std::shared_ptr<TimerState> timer;
+    bool operator>(const Entry& other) const { return deadline > other.deadline; }
+  };
+
+  Mutex mutex;
+  std::condition_variable wake;
+  std::priority_queue<Entry, std::vector<Entry>, std::greater<Entry>> heap OSTREL_GUARDED_BY(mutex);
+  bool stopping OSTREL_GUARDED_BY(mutex) = false;
+
+  void push(const std::shared_ptr<TimerState>& timer) {
+    SteadyClock::time_point deadline;
+    {
+      MutexLock timerLock(timer->mutex);
+      deadline = timer->deadline;
+    }
+    {
+      MutexLock lock(mutex);
+      heap.push(Entry{deadline, timer});
+    }
+    wake.notify_all();
+  }
+
+  void run() {
+    MutexLock lock(mutex);
+    while (!stopping) {
+      if (heap.empty()) {
+        lock.wait(wake);
+        continue;
+      }
+      auto next = heap.top().deadline;
+      if (SteadyClock::now() < next) {
+        lock.waitUntil(wake, next);
+        continue;
+      }
+      Entry entry = heap.top();
+      heap.pop();
+      lock.unlock();
+      fire(entry);
+      lock.lock();
+    }
+  }
+
+  void fire(const Entry& entry) {
+    std::function<void()> block;
+    {
+      MutexLock timerLock(entry.timer->mutex);
+      if (!entry.timer->valid) return;
+      block = entry.timer->block;
+      if (entry.timer->repeats) {
+        entry.timer->deadline = SteadyClock::now() + toDuration(entry.timer->interval);
+      } else {
+        entry.timer->valid = false;
+      }
+    }
+    if (entry.timer->repeats) push(entry.timer);
+    if (block) block();
+  }
+};
+
 class ThreadScheduler final : public Scheduler {
  public:
-  ThreadScheduler() : thread_([this] { run(); }) {}
+  ThreadScheduler()
+      : state_(std::make_shared<SchedulerState>()), thread_([state = state_] { state->run(); }) {}
 
   ~ThreadScheduler() override {
     {
-      MutexLock lock(mutex_);
-      stopping_ = true;
+      MutexLock lock(state_->mutex);
+      state_->stopping = true;
     }
-    wake_.notify_all();
+    state_->wake.notify_all();
+    // Released from one of its own blocks, the thread cannot be joined here;
+    // it holds the shared state and ends once the block returns.
     if (thread_.get_id() == std::this_thread::get_id()) {
-      thread_.detach();  // cannot happen in practice: blocks never own the scheduler
+      thread_.detach();
     } else {
       thread_.join();
     }
@@ -168,16 +241,16 @@ class ThreadScheduler final : public Scheduler {
 
   std::shared_ptr<Timer> scheduleTimer(double intervalSecs, bool repeats,
                                        std::function<void()> block) override {
-    auto state = std::make_shared<TimerState>();
-    state->repeats = repeats;
-    state->interval = intervalSecs;
+    auto timer = std::make_shared<TimerState>();
+    timer->repeats = repeats;
+    timer->interval = intervalSecs;
     {
-      MutexLock lock(state->mutex);
-      state->block = std::move(block);
-      state->deadline = SteadyClock::now() + toDuration(intervalSecs);
+      MutexLock lock(timer->mutex);
+      timer->block = std::move(block);
+      timer->deadline = SteadyClock::now() + toDuration(intervalSecs);
     }
-    push(state);
-    return std::make_shared<SchedulerTimer>(state);
+    state_->push(timer);
+    return std::make_shared<SchedulerTimer>(timer);
   }
 
   void after(double delaySecs, std::function<void()> block) override {
@@ -185,71 +258,7 @@ class ThreadScheduler final : public Scheduler {
   }
 
  private:
-  struct Entry {
-    SteadyClock::time_point deadline;
-    std::shared_ptr<TimerState> state;
-    bool operator>(const Entry& other) const { return deadline > other.deadline; }
-  };
-
-  static SteadyClock::duration toDuration(double secs) {
-    if (secs < 0) secs = 0;
-    return std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(secs));
-  }
-
-  void push(const std::shared_ptr<TimerState>& state) {
-    SteadyClock::time_point deadline;
-    {
-      MutexLock timerLock(state->mutex);
-      deadline = state->deadline;
-    }
-    {
-      MutexLock lock(mutex_);
-      heap_.push(Entry{deadline, state});
-    }
-    wake_.notify_all();
-  }
-
-  void run() {
-    MutexLock lock(mutex_);
-    while (!stopping_) {
-      if (heap_.empty()) {
-        lock.wait(wake_);
-        continue;
-      }
-      auto next = heap_.top().deadline;
-      if (SteadyClock::now() < next) {
-        lock.waitUntil(wake_, next);
-        continue;
-      }
-      Entry entry = heap_.top();
-      heap_.pop();
-      lock.unlock();
-      fireEntry(entry);
-      lock.lock();
-    }
-  }
-
-  void fireEntry(const Entry& entry) {
-    std::function<void()> block;
-    {
-      MutexLock timerLock(entry.state->mutex);
-      if (!entry.state->valid) return;
-      block = entry.state->block;
-      if (entry.state->repeats) {
-        entry.state->deadline = SteadyClock::now() + toDuration(entry.state->interval);
-      } else {
-        entry.state->valid = false;
-      }
-    }
-    if (entry.state->repeats) push(entry.state);
-    if (block) block();
-  }
-
-  Mutex mutex_;
-  std::condition_variable wake_;
-  std::priority_queue<Entry, std::vector<Entry>, std::greater<Entry>> heap_
-      OSTREL_GUARDED_BY(mutex_);
-  bool stopping_ OSTREL_GUARDED_BY(mutex_) = false;
+  std::shared_ptr<SchedulerState> state_;
   std::thread thread_;
 };
 

@@ -165,8 +165,9 @@ class FillableFileSystem : public platform::FileSystem {
 };
 
 // What the chunked queue would do with the events handed to it: keep them,
-// in order, and answer each (on request).
-struct Sink {
+// in order, and answer each (on request). Shared with the intake's threads,
+// which may still hand an event on while a test ends.
+struct Sink : std::enable_shared_from_this<Sink> {
   std::mutex mutex;
   std::vector<std::string> appended;
   std::vector<EventIntake::Ticket> waiting;
@@ -174,7 +175,7 @@ struct Sink {
   int failOnce = -1;  // the index of an event whose first append fails
 
   EventIntake::Feed feed() {
-    return [this](IntakeRecord r, EventIntake::Ticket t) {
+    return [this, self = shared_from_this()](IntakeRecord r, EventIntake::Ticket t) {
       std::unique_lock lock(mutex);
       if (!answerAtOnce) {
         waiting.push_back(std::move(t));
@@ -232,30 +233,30 @@ class EventIntakeTest : public ::testing::Test {
 
 TEST_F(EventIntakeTest, ARestartReplaysWhatWasNotYetAppended) {
   forEachMode([&](const std::string& folder) {
-    Sink first;
-    first.answerAtOnce = false;
+    auto first = std::make_shared<Sink>();
+    first->answerAtOnce = false;
     {
       auto intake = open({}, folder);
       EXPECT_EQ(intake->mapsLog(), files_->maps.load());
-      intake->start(first.feed());
+      intake->start(first->feed());
       for (int i = 0; i < 100; ++i) ASSERT_TRUE(intake->accept(record(i)));
       ASSERT_TRUE(intake->waitUntilPersisted(100, 10s));
       // In the files now: a kill from here on keeps them.
       EXPECT_EQ(EventIntake::pendingRecords(*files_, folder).size(), 100u);
       ASSERT_TRUE(eventually([&] {
-        std::lock_guard lock(first.mutex);
-        return first.waiting.size() == 100u;
+        std::lock_guard lock(first->mutex);
+        return first->waiting.size() == 100u;
       }));
       // The first 40 reach their chunks; then the process ends.
-      for (int i = 0; i < 40; ++i) first.waiting[i].done(true);
+      for (int i = 0; i < 40; ++i) first->waiting[i].done(true);
       ASSERT_TRUE(eventually([&] { return !intake->isDrained(); }));
       intake->close(1s);
     }
-    Sink second;
+    auto second = std::make_shared<Sink>();
     auto intake = open({}, folder);
-    intake->start(second.feed());
+    intake->start(second->feed());
     ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
-    EXPECT_EQ(second.appended, expected(40, 100));
+    EXPECT_EQ(second->appended, expected(40, 100));
   });
 }
 
@@ -263,12 +264,12 @@ TEST_F(EventIntakeTest, AFullDiskLosesNothingAndRefusesOnceMemoryIsFull) {
   // Mapped, the memory is the segment being filled (and the one made before
   // the disk filled up).
   forEachMode([&](const std::string& folder) {
-    Sink sink;
+    auto sink = std::make_shared<Sink>();
     EventIntake::Limits limits;
     limits.pendingBytes = 4096;
     limits.segmentBytes = 4096;
     auto intake = open(limits, folder);
-    intake->start(sink.feed());
+    intake->start(sink->feed());
     files_->full = true;
     int accepted = 0;
     std::optional<OLError> refused;
@@ -286,7 +287,7 @@ TEST_F(EventIntakeTest, AFullDiskLosesNothingAndRefusesOnceMemoryIsFull) {
     files_->full = false;
     ASSERT_TRUE(intake->waitUntilPersisted(accepted, 10s));
     ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
-    EXPECT_EQ(sink.appended, expected(0, accepted));
+    EXPECT_EQ(sink->appended, expected(0, accepted));
     // The disk takes writes again: so does the intake.
     ASSERT_TRUE(eventually([&] { return intake->accept(record(accepted)).has_value(); }));
   });
@@ -297,11 +298,11 @@ TEST_F(EventIntakeTest, ProducersRacingAcrossSegmentsLoseNothing) {
   // to reserve, copy and roll over to the next.
   constexpr int kProducers = 4, kEach = 2000, kTotal = kProducers * kEach;
   forEachMode([&](const std::string& folder) {
-    Sink sink;
+    auto sink = std::make_shared<Sink>();
     EventIntake::Limits limits;
     limits.segmentBytes = 4096;
     auto intake = open(limits, folder);
-    intake->start(sink.feed());
+    intake->start(sink->feed());
     std::vector<uint64_t> numbers(kTotal);
     std::vector<std::thread> producers;
     for (int p = 0; p < kProducers; ++p) {
@@ -314,7 +315,7 @@ TEST_F(EventIntakeTest, ProducersRacingAcrossSegmentsLoseNothing) {
       });
     }
     for (auto& t : producers) t.join();
-    ASSERT_TRUE(eventually([&] { return intake->isDrained() && sink.count() == kTotal; }));
+    ASSERT_TRUE(eventually([&] { return intake->isDrained() && sink->count() == kTotal; }));
     // Each event once, handed on in the order of the numbers accept() answered.
     std::vector<std::string> byNumber(kTotal);
     for (int i = 0; i < kTotal; ++i) {
@@ -322,7 +323,7 @@ TEST_F(EventIntakeTest, ProducersRacingAcrossSegmentsLoseNothing) {
       ASSERT_LE(numbers[i], static_cast<uint64_t>(kTotal));
       byNumber[numbers[i] - 1] = record(i).archive;
     }
-    EXPECT_EQ(sink.appended, byNumber);
+    EXPECT_EQ(sink->appended, byNumber);
     // Segments whose events are all in chunks are deleted: the current one
     // stays, and the next one made ahead of need.
     EXPECT_TRUE(eventually([&] {
@@ -349,13 +350,13 @@ TEST_F(EventIntakeTest, AHeldWriterHoldsProducersBackAndLosesNothing) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     test::TempDir folder;
-    Sink sink;
+    auto sink = std::make_shared<Sink>();
     EventIntake::Limits limits;
     limits.pendingBytes = c.pendingBytes;
     limits.pendingAgeSecs = c.pendingAgeSecs;
     auto intake = EventIntake::open(files_, platform_.platform().scheduler,
                                     platform_.platform().log, folder.path(), limits);
-    intake->start(sink.feed());
+    intake->start(sink->feed());
     files_->held = true;
     ASSERT_TRUE(intake->accept(record(0)));
     std::atomic<bool> finished{false};
@@ -369,35 +370,35 @@ TEST_F(EventIntakeTest, AHeldWriterHoldsProducersBackAndLosesNothing) {
     producer.join();
     ASSERT_TRUE(intake->waitUntilPersisted(kEvents + 1, 10s));
     ASSERT_TRUE(eventually([&] { return intake->isDrained(); }));
-    EXPECT_EQ(sink.appended, expected(0, kEvents + 1));
+    EXPECT_EQ(sink->appended, expected(0, kEvents + 1));
   }
 }
 
 TEST_F(EventIntakeTest, AFailedAppendIsHandedAgainInOrder) {
   forEachMode([&](const std::string& folder) {
-    Sink sink;
-    sink.failOnce = 10;
+    auto sink = std::make_shared<Sink>();
+    sink->failOnce = 10;
     auto intake = open({}, folder);
-    intake->start(sink.feed());
+    intake->start(sink->feed());
     for (int i = 0; i < 50; ++i) ASSERT_TRUE(intake->accept(record(i)));
-    ASSERT_TRUE(eventually([&] { return intake->isDrained() && sink.count() == 50u; }));
-    EXPECT_EQ(sink.appended, expected(0, 50));
+    ASSERT_TRUE(eventually([&] { return intake->isDrained() && sink->count() == 50u; }));
+    EXPECT_EQ(sink->appended, expected(0, 50));
   });
 }
 
 TEST_F(EventIntakeTest, NoMoreThanTheLimitIsInFlight) {
   forEachMode([&](const std::string& folder) {
-    Sink sink;
-    sink.answerAtOnce = false;
+    auto sink = std::make_shared<Sink>();
+    sink->answerAtOnce = false;
     EventIntake::Limits limits;
     limits.outstanding = 16;
     auto intake = open(limits, folder);
-    intake->start(sink.feed());
+    intake->start(sink->feed());
     for (int i = 0; i < 200; ++i) ASSERT_TRUE(intake->accept(record(i)));
     ASSERT_TRUE(intake->waitUntilPersisted(200, 10s));
     std::this_thread::sleep_for(50ms);
-    std::lock_guard lock(sink.mutex);
-    EXPECT_EQ(sink.waiting.size(), 16u);
+    std::lock_guard lock(sink->mutex);
+    EXPECT_EQ(sink->waiting.size(), 16u);
   });
 }
 
