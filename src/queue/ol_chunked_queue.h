@@ -23,7 +23,7 @@ struct StorableTraits<OLBaseEvent> {
   static std::string archive(const OLBaseEvent& e) { return archivedBytes(e); }
   static Result<std::shared_ptr<OLBaseEvent>> unarchive(std::string_view bytes);
   static std::string key(const OLBaseEvent& e) { return e.uniqueName(); }
-  static std::string description(const OLBaseEvent& e) { return e.eventType; }
+  static std::string description(const OLBaseEvent& e, const Platform&) { return e.eventType; }
 };
 
 class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {

@@ -121,7 +121,8 @@ TEST(MetaInfoTest, TheServiceIsAskedOnceWithinTheCacheTime) {
 TEST_F(StatusTest, AnExpiredTokenNoticedDuringALoginDoesNotWipeTheNewOne) {
   auto status = makeStatus();
   auto& user = *status->userState();
-  const std::string fresh = "A_" + formatAutologinInstant(platform_.clock().now() + 3600) + "xyz";
+  const std::string fresh =
+      "A_" + formatAutologinInstant(platform_.clock().now() + 3600, platform_.clock()) + "xyz";
   for (int round = 0; round < 200; ++round) {
     user.loginUser("O_old", std::string("A_short"));  // expired on first read
     std::thread reader([&] {
