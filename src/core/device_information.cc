@@ -1,7 +1,6 @@
 #include "core/device_information.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "ostrel/ostrel.h"
 
@@ -88,11 +87,6 @@ std::string DeviceInformation::getDeviceTypeStr() const {
   if (model == "iPhone" || model == "iPod") return "phone";
   if (model == "Apple TV") return "Apple TV";
   return "other";
-}
-
-bool DeviceInformation::isUnitTesting() {
-  const char* v = std::getenv("isTest");
-  return v != nullptr && std::string(v) == "true";
 }
 
 bool OLDeviceUtils::isDevelopmentApp(platform::DeviceFacts& facts) {
