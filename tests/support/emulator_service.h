@@ -28,7 +28,11 @@ class EmulatorService {
   void delayNext(const std::string& path, int delayMs) {
     emulator_->injectFault(path, 0, 1, delayMs);
   }
+  // What the emulator received, oldest first: every event, or those of one type.
   std::vector<Json> events() const;
+  std::vector<Json> events(const std::string& type) const;
+  // How many received events carry this name.
+  int named(const std::string& name) const;
   int requestsTo(const std::string& path) const { return emulator_->requestCount(path); }
   void setOperatorBounces(int bounces) { emulator_->setOperatorBounces(bounces); }
   // A platform that reaches this emulator (real clock, its CA trusted).
@@ -54,10 +58,10 @@ class EmulatorService {
     (*flow)->startLoginFlow();
     return done.get_future().get();
   }
-  // Sends what `facade` queued and waits for the answer.
-  static void flush(Ostrel& facade) {
-    await<std::optional<OLError>, std::optional<Json>>(
-        [&](auto done) { facade.flushEvents(done); });
+  // Sends what `facade` queued; answers the flush's error.
+  static std::optional<OLError> flush(Ostrel& facade) {
+    return std::get<0>(await<std::optional<OLError>, std::optional<Json>>(
+        [&](auto done) { facade.flushEvents(done); }));
   }
   // Logs the e-mail account in.
   static std::optional<OLError> logIn(Ostrel& facade) {
