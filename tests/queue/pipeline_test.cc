@@ -110,18 +110,17 @@ TEST_F(PipelineTest, PermanentRefusalsDropAChunkTransientFailuresKeepIt) {
     int status;
     bool kept;
   };
+  auto o = start();
   for (const auto& c :
        {Case{404, false}, Case{400, false}, Case{408, true}, Case{500, true}, Case{503, true}}) {
-    test::TestPlatform platform;
-    test::EmulatorService service;
-    auto o = service.startFacade(platform);
-    ASSERT_TRUE(o->sendEvent("victim"));
-    service.failNext("/events/track_bulk", c.status);
+    const std::string victim = "victim" + std::to_string(c.status);
+    ASSERT_TRUE(o->sendEvent(victim));
+    service_.failNext("/events/track_bulk", c.status);
     auto error = flush(*o);
     ASSERT_TRUE(error) << c.status;
     EXPECT_EQ(error->statusCode(), c.status);
     ASSERT_FALSE(flush(*o));
-    EXPECT_EQ(service.named("victim"), c.kept ? 1 : 0) << c.status;
+    EXPECT_EQ(service_.named(victim), c.kept ? 1 : 0) << c.status;
   }
 }
 
