@@ -186,17 +186,10 @@ TEST_F(LoginTest, TheFingerprintsCustomDataStaysWithItsOwnFlow) {
   auto b = *o->getLoginBuilder();
   b->setCustomData(OLSimpleObject::fromJSONString(R"({"from":"builder"})"))
       .setPony(R"({"ostrel":{"session_id":"s1","user_id":"O_fp","custom_data":{"from":"pony"}}})");
-  auto runOn = [&](auto flow) {
-    std::promise<std::optional<OLError>> done;
-    b->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-    ASSERT_TRUE(flow);
-    (*flow)->startLoginFlow();
-    ASSERT_FALSE(done.get_future().get());
-  };
-  runOn(b->getMFPLoginFlow());
+  ASSERT_FALSE(EmulatorService::runFlow(*b, &OLLoginBuilder::getMFPLoginFlow));
   ASSERT_TRUE(o->userLogout());
   b->setEmail(EmulatorService::kEmail).setPassword(EmulatorService::kPassword);
-  runOn(b->getEmailLoginFlow());
+  ASSERT_FALSE(EmulatorService::runFlow(*b, &OLLoginBuilder::getEmailLoginFlow));
   std::vector<std::string> seen;
   for (const auto& e : flushedEvents(*o, "identify")) seen.push_back(e["custom_data"]["from"]);
   EXPECT_EQ(seen, (std::vector<std::string>{"pony", "builder"}));

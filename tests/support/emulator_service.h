@@ -51,9 +51,14 @@ class EmulatorService {
     auto builder = facade.getLoginBuilder();
     if (!builder) return builder.error();
     configure(**builder);
+    return runFlow(**builder, getter);
+  }
+  // Runs the flow `getter` takes from `builder` as it stands.
+  template <class Getter>
+  static std::optional<OLError> runFlow(OLLoginBuilder& builder, Getter getter) {
     std::promise<std::optional<OLError>> done;
-    (*builder)->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-    auto flow = std::invoke(getter, **builder);
+    builder.setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
+    auto flow = std::invoke(getter, builder);
     if (!flow) return flow.error();
     (*flow)->startLoginFlow();
     return done.get_future().get();
