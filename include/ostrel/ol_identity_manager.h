@@ -22,6 +22,7 @@ class OSTREL_API OLIdentityBuilder {
  public:
   OLIdentityBuilder& setEmail(std::string email);
   OLIdentityBuilder& setPassword(std::string password);
+  // Runs once per started flow, on the library's network thread.
   OLIdentityBuilder& setOnFlowCompleteCallback(ErrorCallback callback);
   // Fails with IdentityBuilderError without touching the network.
   Result<std::shared_ptr<OLAddEmailIdentityFlow>> getAddEmailIdentityFlow();

@@ -21,9 +21,12 @@ class OLStatus;
 class OLQueueManager;
 class OstrelFacadeImpl;
 
-// Obtained from Ostrel::getLoginBuilder.
+// Obtained from Ostrel::getLoginBuilder. One thread at a time: set what the
+// flow needs, then get and start it.
 class OSTREL_API OLLoginBuilder : public std::enable_shared_from_this<OLLoginBuilder> {
  public:
+  // Runs once per started flow, with its outcome, on the library's network
+  // thread, also when the flow ends at once (another flow under way).
   OLLoginBuilder& setOnFlowCompleteCallback(ErrorCallback callback);
   OLLoginBuilder& setCustomData(std::shared_ptr<OLSimpleObject> customData);
   OLLoginBuilder& setCustomID(std::string customId);

@@ -58,6 +58,8 @@ class OSTREL_API PaymentBuilder {
 };
 
 // Obtained from Ostrel::getPaymentManager.
+// Any thread. Each callback runs once on the library's network thread, never
+// on the calling thread (a refusal such as a missing login included).
 class OSTREL_API OLPaymentManager {
  public:
   using OfferCallback = std::function<void(std::optional<OLError>, std::optional<std::string>)>;

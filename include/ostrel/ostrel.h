@@ -2,6 +2,23 @@
 // Ostrel: the library's single entry point. Create it once with the application
 // secret; every other component hangs off it. Including this header is enough
 // for every call on the facade and on the components it hands out.
+//
+// Threads. Every call on the facade and on the managers it hands out may come
+// from any thread, concurrently, unless its comment says otherwise; a login or
+// identity builder is used by one thread at a time. An asynchronous call's
+// callback runs exactly once, on the library's network thread (the thread of
+// the Platform's HttpClient), never on the calling thread, also when the call
+// is refused without the network: a host may hold its own lock around a call.
+// Callbacks run one after the other on that thread, so a slow one delays every
+// other answer. From a callback any call may be made except those that wait for
+// the library's threads: waitUntilPersisted and shutdown. The push callback
+// runs on the thread that hands the push over (see OLPushManager), the
+// UserStateChangeListener on the thread whose call changed the state (a
+// logout) or on the network thread (a login flow's end, a deletion), the
+// Platform's LogSink on any of the library's threads. No lock of the library
+// is held while a callback or a listener runs. The Platform's services (clock,
+// crypto, log sink, files...) may be called with one held: they must answer
+// without calling into the library.
 #include <chrono>
 #include <cstdint>
 #include <functional>

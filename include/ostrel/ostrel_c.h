@@ -33,9 +33,9 @@
  * ostrel_wait_until_persisted(), ostrel_shutdown() or ostrel_free() from one. Every other call of
  * this API may be made from a callback. A call that takes a one-shot callback and returns OSTREL_OK
  * runs that callback exactly once; one that returns an error never runs it. `user_data` must stay
- * valid until then. A one-shot callback runs on a network thread of the library, or on the calling
- * thread before the call returns when the library answers without the network (a refusal such as a
- * missing login or a shut-down instance, a cached answer).
+ * valid until then. A one-shot callback runs on a network thread of the library, never on the
+ * calling thread, also when the library answers without the network (a refusal such as a missing
+ * login or a shut-down instance, a cached answer): a caller may hold its own lock around the call.
  *
  * No call aborts the process or lets a C++ exception out.
  */
@@ -378,9 +378,9 @@ OSTREL_C_API ostrel_code_t ostrel_login_set_user_properties_json(ostrel_login_t*
                                                                  ostrel_error_t** error);
 /* Starts one flow. A builder that misses what the flow needs, or a library in
  * the wrong state, fails here ("LoginBuilderError") and the callback never
- * runs. Otherwise the callback (result NULL) runs once: on a network thread
- * with the flow's outcome, or on the calling thread before the call returns
- * when the flow ends at once (another flow under way, a user already logged).
+ * runs. Otherwise the callback (result NULL) runs once, on a network thread,
+ * with the flow's outcome, also when the flow ends at once (another flow
+ * under way, a user already logged).
  * The builder may be freed while the flow runs. */
 OSTREL_C_API ostrel_code_t ostrel_login_start(ostrel_login_t* login, ostrel_login_flow_t flow,
                                               ostrel_result_fn callback, void* user_data,

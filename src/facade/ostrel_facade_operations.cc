@@ -1,5 +1,6 @@
 // The facade's operations. Each checks that the component it needs exists and
 // reports its absence with OstrelNotInitialized.
+#include "core/answer_off_caller.h"
 #include "facade/ostrel_facade_impl.h"
 #include "login/ol_user_status.h"
 #include "ostrel/ol_identity_manager.h"
@@ -79,8 +80,10 @@ Result<bool> Ostrel::isUserLogged() {
 }
 
 void Ostrel::getUserMetaInfo(DictionaryCallback callback) {
-  if (!impl_->_ostrelStatus) return callback(missingInternalStatus(), std::nullopt);
-  impl_->_ostrelStatus->userState()->getUserMetaInfo(std::move(callback));
+  AnswerOffCaller<std::optional<OLError>, std::optional<Json>> answer(impl_->platform,
+                                                                      std::move(callback));
+  if (!impl_->_ostrelStatus) return answer.callback()(missingInternalStatus(), std::nullopt);
+  impl_->_ostrelStatus->userState()->getUserMetaInfo(answer.callback());
 }
 
 Result<void> Ostrel::userLogout() {
@@ -102,13 +105,16 @@ Result<void> Ostrel::setOnUserStateChangeListener(std::weak_ptr<UserStateChangeL
 }
 
 void Ostrel::__temporaryUserDelete(ErrorCallback callback) {
-  if (!impl_->_ostrelStatus) return callback(missingInternalStatus());
-  impl_->_ostrelStatus->userState()->deleteUser(std::move(callback));
+  AnswerOffCaller<std::optional<OLError>> answer(impl_->platform, std::move(callback));
+  if (!impl_->_ostrelStatus) return answer.callback()(missingInternalStatus());
+  impl_->_ostrelStatus->userState()->deleteUser(answer.callback());
 }
 
 void Ostrel::generateTransientToken(TokenCallback callback) {
-  if (!impl_->_ostrelStatus) return callback(missingInternalStatus(), std::nullopt);
-  impl_->_ostrelStatus->userState()->generateTransientToken(std::move(callback));
+  AnswerOffCaller<std::optional<OLError>, std::optional<std::string>> answer(impl_->platform,
+                                                                             std::move(callback));
+  if (!impl_->_ostrelStatus) return answer.callback()(missingInternalStatus(), std::nullopt);
+  impl_->_ostrelStatus->userState()->generateTransientToken(answer.callback());
 }
 
 Result<std::string> Ostrel::getSessionId() {
@@ -214,8 +220,10 @@ Result<void> Ostrel::attachSession(const std::string& attachedSessionId,
   });
 }
 void Ostrel::flushEvents(DictionaryCallback callback) {
-  if (!impl_->eventManager) return callback(missingEventQueueManager(), std::nullopt);
-  impl_->eventManager->flushEvents(std::move(callback));
+  AnswerOffCaller<std::optional<OLError>, std::optional<Json>> answer(impl_->platform,
+                                                                      std::move(callback));
+  if (!impl_->eventManager) return answer.callback()(missingEventQueueManager(), std::nullopt);
+  impl_->eventManager->flushEvents(answer.callback());
 }
 
 bool Ostrel::waitUntilPersisted(std::chrono::milliseconds timeout) {
@@ -227,9 +235,10 @@ void Ostrel::shutdown(std::chrono::milliseconds timeout) {
 }
 
 void Ostrel::syncUserState(ErrorCallback callback) {
-  if (!impl_->_ostrelStatus) return callback(missingInternalStatus());
+  AnswerOffCaller<std::optional<OLError>> answer(impl_->platform, std::move(callback));
+  if (!impl_->_ostrelStatus) return answer.callback()(missingInternalStatus());
   impl_->_ostrelStatus->userState()->syncUserState(impl_->_ostrelStatus, impl_->makeLoginBuilder(),
-                                                   std::move(callback));
+                                                   answer.callback());
 }
 
 }  // namespace ostrel

@@ -1,5 +1,6 @@
 #include "ostrel/ol_identity_manager.h"
 
+#include "core/answer_off_caller.h"
 #include "login/add_email_identity_flow.h"
 #include "login/ol_user_status.h"
 #include "login/service_error_mapping.h"
@@ -44,7 +45,8 @@ OLIdentityBuilder& OLIdentityBuilder::setPassword(std::string password) {
   return *this;
 }
 OLIdentityBuilder& OLIdentityBuilder::setOnFlowCompleteCallback(ErrorCallback callback) {
-  callback_ = std::move(callback);
+  // A flow refused at its start ends inside startLoginFlow.
+  callback_ = answeredOnNetworkThread(state_->platformRef(), std::move(callback));
   return *this;
 }
 

@@ -1,5 +1,6 @@
 #include "ostrel/ol_login_builder.h"
 
+#include "core/answer_off_caller.h"
 #include "login/email_flows.h"
 #include "login/msisdn_flows.h"
 #include "login/ol_auto_login_flow.h"
@@ -30,7 +31,8 @@ std::shared_ptr<OLLoginBuilder> OLLoginBuilder::make(
 }
 
 OLLoginBuilder& OLLoginBuilder::setOnFlowCompleteCallback(ErrorCallback c) {
-  _onFlowCompleteCallback = std::move(c);
+  // A flow refused at its start ends inside startLoginFlow.
+  _onFlowCompleteCallback = answeredOnNetworkThread(_ostrelState->platformRef(), std::move(c));
   return *this;
 }
 OLLoginBuilder& OLLoginBuilder::setCustomData(std::shared_ptr<OLSimpleObject> v) {

@@ -1,5 +1,6 @@
 #include "ostrel/ol_payment_manager.h"
 
+#include "core/answer_off_caller.h"
 #include "login/ol_user_status.h"
 #include "status/ol_status.h"
 #include "transport/ol_connector.h"
@@ -53,7 +54,10 @@ void OLPaymentManager::getOfferFor(const std::string& nativeItem, MarketPlace ma
 
 void OLPaymentManager::addPayment(const std::string& withOffer,
                                   const std::optional<std::string>& receiptUrl,
-                                  ErrorCallback callback) {
+                                  ErrorCallback hostCallback) {
+  AnswerOffCaller<std::optional<OLError>> answer(_ostrelState->platformRef(),
+                                                 std::move(hostCallback));
+  auto callback = answer.callback();
   const std::string token = currentToken();
   if (token == _ostrelState->userState()->anonymousToken()) {
     return callback(OLError::LocalError(LocalErrorCodes::PaymentError,
