@@ -55,10 +55,19 @@ TEST_F(LoginTest, EmailLoginLogsInQueuesIdentifyAndSurvivesARestart) {
     ASSERT_EQ(identify.size(), 1u);
     EXPECT_EQ(identify[0]["login_type"], "email");
   }
-  // The service token is gone after a restart; the stored autologin token logs the user in.
+  // The service token is gone after a restart; the stored autologin token logs
+  // the user in (its start-up refresh held back meanwhile), and the meta info
+  // stored by the login answers without asking the service.
+  service_.delayNext("/handling/direct/refreshtoken", 1500);
   auto o = start();
   EXPECT_TRUE(*o->isUserLogged());
   EXPECT_EQ(o->getUserToken()->substr(0, 2), "L_");
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_TRUE(std::get<1>(test::await<std::optional<OLError>, std::optional<Json>>(
+        [&](auto done) { o->getUserMetaInfo(done); })));
+  }
+  EXPECT_EQ(service_.requestsTo("/handling/direct/userinfo"), 0);
+  EXPECT_TRUE(platform_.log().contains("Cached Meta Info"));
 }
 
 TEST_F(LoginTest, ServiceRefusalsMapToLocalCodesAndKeepTheReply) {

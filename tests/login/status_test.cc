@@ -1,5 +1,5 @@
 // The run-time status: session renewal, the first-start flag and the single
-// running-login slot; the user's meta-info cache.
+// running-login slot; the user's stored state.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -14,7 +14,6 @@
 #include "ostrel/ol_simple_object.h"
 #include "status/ol_status.h"
 #include "support/emulator_service.h"
-#include "support/eventually.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {
@@ -92,27 +91,6 @@ TEST_F(StatusTest, TwoFlowsStartedAtOnceOnlyOneWinsTheSlot) {
   EXPECT_EQ(status->runningFlow(), holder) << "only the holder frees the slot";
   status->freeCurrentRunningFlow(holder.get());
   EXPECT_FALSE(status->hasRunningFlow());
-}
-
-TEST(MetaInfoTest, TheServiceIsAskedOnceWithinTheCacheTime) {
-  test::TestPlatform platform;
-  test::EmulatorService service;
-  {
-    auto o = service.startFacade(platform);
-    ASSERT_FALSE(test::EmulatorService::logIn(*o));
-  }
-  // After a restart the user is known by the autologin token; the stored meta
-  // info from the login answers without a request. (The start-up autologin is
-  // held back, so the user stays logged by the autologin token meanwhile.)
-  service.delayNext("/handling/direct/refreshtoken", 1500);
-  auto o = service.startFacade(platform);
-  ASSERT_TRUE(*o->isUserLogged());
-  for (int i = 0; i < 2; ++i) {
-    ASSERT_TRUE(std::get<1>(test::await<std::optional<OLError>, std::optional<Json>>(
-        [&](auto done) { o->getUserMetaInfo(done); })));
-  }
-  EXPECT_EQ(service.requestsTo("/handling/direct/userinfo"), 0);
-  EXPECT_TRUE(platform.log().contains("Cached Meta Info"));
 }
 
 TEST_F(StatusTest, AnExpiredTokenNoticedDuringALoginDoesNotWipeTheNewOne) {
