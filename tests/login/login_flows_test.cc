@@ -341,7 +341,7 @@ TEST(AutologinTokenTest, ShortTokensAreInvalidAndExpiryIsStrict) {
   test::TestPlatform platform;
   EXPECT_TRUE(AutologinToken("L_2026112215300").isExpired(platform.platform()));
   EXPECT_TRUE(platform.log().contains("Invalid stored autologin L_2026112215300"));
-  AutologinToken token("L_" + formatAutologinInstant(1795361400) + "abc");
+  AutologinToken token("L_" + formatAutologinInstant(1795361400, platform.clock()) + "abc");
   platform.clock().set(1795361400);
   EXPECT_FALSE(token.isExpired(platform.platform())) << "the same second is still valid";
   platform.clock().set(1795361401);
