@@ -89,6 +89,10 @@ std::string DeviceInformation::getDeviceTypeStr() const {
   return "other";
 }
 
+bool DeviceInformation::isUnitTesting(platform::DeviceFacts& facts) {
+  return facts.snapshot().isUnitTesting;
+}
+
 bool OLDeviceUtils::isDevelopmentApp(platform::DeviceFacts& facts) {
   return facts.snapshot().isDevelopmentApp;
 }
