@@ -11,6 +11,7 @@
 #include "emulator/emulator.h"
 #include "emulator/reply.h"
 #include "login/autologin_expiry.h"
+#include "platform/defaults.h"
 
 namespace ostrel::emulator {
 namespace {
@@ -376,7 +377,9 @@ Json Service::issueTokens(const std::string& userId) {
   const int n = ++counter_;
   const std::string session = "O_" + randomText(24) + std::to_string(n);
   const double expires = nowSecs() + lifetime;
-  const std::string autologin = "L_" + formatAutologinInstant(expires) + randomText(24);
+  // The client reads the expiry in its own local time: on loopback, this machine's.
+  static const auto localZone = platform::makeSystemClock();
+  const std::string autologin = "L_" + formatAutologinInstant(expires, *localZone) + randomText(24);
   store_.saveToken(session, "session", userId, nowSecs() + 24 * 3600);
   store_.saveToken(autologin, "autologin", userId, expires);
   Json meta = {{"user_id", userId}};

@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     case 0: {
       auto event = ostrel::decodeEvent(bytes);
       if (event && *event) {
-        (void)(*event)->getEventDictionary();
+        (void)(*event)->getEventDictionary(*ostrel::fuzz::quietPlatform()->clock);
         (void)(*event)->uniqueName();
         if (!ostrel::decodeEvent(ostrel::archivedBytes(**event))) __builtin_trap();
       }

@@ -61,7 +61,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::optional<std::string> handler;
     auto events = queue.popChunk(handler, true);
     if (!events) break;
-    for (const auto& event : *events) (void)event->getEventDictionary();
+    for (const auto& event : *events) {
+      (void)event->getEventDictionary(*ostrel::fuzz::quietPlatform()->clock);
+    }
     auto left = queue.count();
     if (left && *left == 0 && queue.chunkKeys().size() <= 1) break;
   }

@@ -54,7 +54,8 @@ OSTREL_API Result<void> send(const Platform& platform, Request request, ReplyCal
 
 // What the library keeps under `storageRoot` (empty: the platform's), read
 // only: {"root", "chunks": [{"key", "events": [{"file", "event" | "error"}]}],
-// "intake": [{"file", "event" | "error"}]}. Never opens the queue itself.
+// "intake": [{"file", "event" | "error"}]}, dates in the platform clock's zone. Never
+// opens the queue itself.
 OSTREL_API Json describeQueue(const Platform& platform, const std::string& storageRoot = "");
 
 }  // namespace ostrel::diagnostics

@@ -1,7 +1,6 @@
 #include "core/device_information.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "ostrel/ostrel.h"
 
@@ -90,9 +89,8 @@ std::string DeviceInformation::getDeviceTypeStr() const {
   return "other";
 }
 
-bool DeviceInformation::isUnitTesting() {
-  const char* v = std::getenv("isTest");
-  return v != nullptr && std::string(v) == "true";
+bool DeviceInformation::isUnitTesting(platform::DeviceFacts& facts) {
+  return facts.snapshot().isUnitTesting;
 }
 
 bool OLDeviceUtils::isDevelopmentApp(platform::DeviceFacts& facts) {

@@ -24,7 +24,7 @@ class DeviceInformation {
   std::string getDeviceTypeStr() const;
   // "UTC +01:00", "UTC -04:30"; a zero offset reads "UTC -00:00".
   static std::string timeZoneText(long offsetSecs);
-  static bool isUnitTesting();
+  static bool isUnitTesting(platform::DeviceFacts& facts);
 
   int64_t screenHeight = 0;
   int64_t screenWidth = 0;

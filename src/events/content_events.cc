@@ -37,8 +37,8 @@ Result<void> OLRankingContentEvent::checkProperties() const {
   return {};
 }
 
-Json OLRankingContentEvent::getEventDictionary() const {
-  Json d = OLBaseEvent::getEventDictionary();
+Json OLRankingContentEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLBaseEvent::getEventDictionary(zone);
   d["content_id"] = contentId;
   d["scope"] = scope.rawValue();
   d["multiplier"] = floatJson(multiplier);
@@ -97,8 +97,8 @@ Result<void> OLAttachSessionEvent::checkProperties() const {
   return {};
 }
 
-Json OLAttachSessionEvent::getEventDictionary() const {
-  Json d = OLBaseEvent::getEventDictionary();
+Json OLAttachSessionEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLBaseEvent::getEventDictionary(zone);
   d["attach_session_id"] = attachedSessionId;
   if (attachedUserId) d["attach_user_id"] = *attachedUserId;
   d["attach_session_type"] = rawValue(attachType);

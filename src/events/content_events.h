@@ -12,7 +12,7 @@ class OLRankingContentEvent : public OLBaseEvent {
                                                              std::string contentId,
                                                              RankingScope scope, float multiplier);
   Result<void> checkProperties() const override;
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLRankingContentEvent"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);
@@ -33,7 +33,7 @@ class OLAttachSessionEvent : public OLBaseEvent {
       std::string attachedSessionId, std::optional<std::string> attachedUserId,
       std::shared_ptr<OLSimpleObject> customData);
   Result<void> checkProperties() const override;
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLAttachSessionEvent"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);

@@ -51,8 +51,8 @@ Result<void> OLFlowEvent::flowSucceed(const std::string& reason,
   return iterateFlow(reason, FlowStatus::Succeeded, std::move(newCustomData), now);
 }
 
-Json OLFlowEvent::getEventDictionary() const {
-  Json d = OLExternalEvent::getEventDictionary();
+Json OLFlowEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLExternalEvent::getEventDictionary(zone);
   d["flow_id"] = flowId;
   return d;
 }
@@ -99,9 +99,9 @@ Result<void> OLTimedEvent::stop(std::shared_ptr<OLSimpleObject> newCustomData, d
   return checkName(name);
 }
 
-Json OLTimedEvent::getEventDictionary() const {
-  Json d = OLExternalEvent::getEventDictionary();
-  if (end) d["end"] = formatDate(*end);
+Json OLTimedEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLExternalEvent::getEventDictionary(zone);
+  if (end) d["end"] = formatDate(*end, zone);
   if (delta) d["delta"] = *delta;
   return d;
 }

@@ -24,7 +24,7 @@ class OLFlowEvent : public OLExternalEvent {
   std::shared_ptr<OLFlowEvent> snapshot() const {
     return std::shared_ptr<OLFlowEvent>(new OLFlowEvent(*this));
   }
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLFlowEvent"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);
@@ -48,7 +48,7 @@ class OLTimedEvent : public OLExternalEvent {
   std::shared_ptr<OLTimedEvent> snapshot() const {
     return std::shared_ptr<OLTimedEvent>(new OLTimedEvent(*this));
   }
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLTimedEvent"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);

@@ -16,8 +16,8 @@ Result<std::shared_ptr<OLSessionEvent>> OLSessionEvent::make(
   return checked(e);
 }
 
-Json OLSessionEvent::getEventDictionary() const {
-  Json d = OLBaseEvent::getEventDictionary();
+Json OLSessionEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLBaseEvent::getEventDictionary(zone);
   const Json device = deviceInfo.getDeviceInformationDictionary();
   for (const auto& [key, value] : device.items()) d[key] = value;
   d["app_installed"] = isFirstStart;
@@ -68,8 +68,8 @@ Result<void> OLIdentifyEvent::checkProperties() const {
                             Json{{"loginType", "unknown"}});
 }
 
-Json OLIdentifyEvent::getEventDictionary() const {
-  Json d = OLBaseEvent::getEventDictionary();
+Json OLIdentifyEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLBaseEvent::getEventDictionary(zone);
   if (customData) d["custom_data"] = customData->getDictionary();
   d["login_type"] = rawValue(loginType);
   return d;
@@ -109,8 +109,8 @@ Result<void> OLLogoutEvent::checkProperties() const {
                             Json{{"logoutType", "unknown"}});
 }
 
-Json OLLogoutEvent::getEventDictionary() const {
-  Json d = OLBaseEvent::getEventDictionary();
+Json OLLogoutEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLBaseEvent::getEventDictionary(zone);
   // The logout kind shares the identify event's wire key.
   d["login_type"] = rawValue(logoutType);
   return d;
@@ -148,8 +148,8 @@ Result<void> OLTimersHearbeat::checkProperties() const {
   return eventCreationError("There must be at least one timer");
 }
 
-Json OLTimersHearbeat::getEventDictionary() const {
-  Json d = OLBaseEvent::getEventDictionary();
+Json OLTimersHearbeat::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLBaseEvent::getEventDictionary(zone);
   d["name"] = name;
   d["period"] = period;
   d["timers"] = timers;

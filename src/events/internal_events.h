@@ -16,7 +16,7 @@ class OLSessionEvent : public OLInternalEvent {
                                                       bool isFirstStart,
                                                       std::shared_ptr<OLSimpleObject> customData,
                                                       std::optional<std::string> refreshedSession);
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLSessionEvent"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);
@@ -37,7 +37,7 @@ class OLIdentifyEvent : public OLInternalEvent {
                                                        std::shared_ptr<OLSimpleObject> customData,
                                                        LoginType loginType);
   Result<void> checkProperties() const override;
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLIdentifyEvent"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);
@@ -55,7 +55,7 @@ class OLLogoutEvent : public OLInternalEvent {
   static Result<std::shared_ptr<OLLogoutEvent>> make(std::string sessionId, std::string userId,
                                                      LogoutType logoutType);
   Result<void> checkProperties() const override;
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLLogoutEvent"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);
@@ -73,7 +73,7 @@ class OLTimersHearbeat : public OLInternalEvent {
                                                         std::vector<std::string> timers,
                                                         std::string sessionId, std::string userId);
   Result<void> checkProperties() const override;
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLTimersHearbeat"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);

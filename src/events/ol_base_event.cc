@@ -1,8 +1,8 @@
 #include "events/ol_base_event.h"
 
 #include <cstdio>
-#include <ctime>
 
+#include "core/civil_time.h"
 #include "events/name_rule.h"
 #include "events/simple_object_archive.h"
 
@@ -18,26 +18,24 @@ OLBaseEvent::OLBaseEvent(std::string eventType, std::string sessionId, std::stri
       userId(std::move(userId)),
       sessionId_(std::move(sessionId)) {}
 
-std::string OLBaseEvent::formatDate(double secondsSince1970) {
-  std::time_t t = static_cast<std::time_t>(secondsSince1970);
-  if (static_cast<double>(t) > secondsSince1970) --t;  // whole seconds, rounded down
-  std::tm tm{};
-  localtime_r(&t, &tm);
-  char date[32];
-  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &tm);
-  long offset = tm.tm_gmtoff;
+std::string OLBaseEvent::formatDate(double secondsSince1970, const platform::Clock& zone) {
+  const long offset = utcOffsetAt(zone, secondsSince1970);
+  const CivilTime t = civilTimeOf(secondsSince1970, offset);
+  char date[64];
+  std::snprintf(date, sizeof date, "%04d-%02u-%02uT%02d:%02d:%02d", t.year, t.month, t.day, t.hour,
+                t.minute, t.second);
   if (offset == 0) return std::string(date) + "Z";
-  char zone[48];
   const long abs = offset < 0 ? -offset : offset;
-  std::snprintf(zone, sizeof zone, "%c%02ld:%02ld", offset < 0 ? '-' : '+', abs / 3600,
+  char suffix[32];
+  std::snprintf(suffix, sizeof suffix, "%c%02ld:%02ld", offset < 0 ? '-' : '+', abs / 3600,
                 (abs / 60) % 60);
-  return std::string(date) + zone;
+  return std::string(date) + suffix;
 }
 
-Json OLBaseEvent::getEventDictionary() const {
+Json OLBaseEvent::getEventDictionary(const platform::Clock& zone) const {
   return Json{{"event_type", eventType},
               {"session_id", sessionId_},
-              {"creation_date", formatDate(creationDate)},
+              {"creation_date", formatDate(creationDate, zone)},
               {"user_id", userId}};
 }
 
@@ -93,8 +91,8 @@ Result<void> OLExternalEvent::checkProperties() const {
   return checkName(name);
 }
 
-Json OLExternalEvent::getEventDictionary() const {
-  Json dictionary = OLBaseEvent::getEventDictionary();
+Json OLExternalEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json dictionary = OLBaseEvent::getEventDictionary(zone);
   dictionary["name"] = name;
   if (customData) dictionary["custom_data"] = customData->getDictionary();
   return dictionary;

@@ -10,6 +10,7 @@
 #include "archive/keyed_archive.h"
 #include "ostrel/json.h"
 #include "ostrel/ol_simple_object.h"
+#include "ostrel/platform/clock.h"
 #include "ostrel/result.h"
 
 namespace ostrel {
@@ -21,7 +22,9 @@ class OLBaseEvent : public Archivable {
   // Subclasses that can refuse their input override this; construction runs
   // it last, through the dynamic type.
   virtual Result<void> checkProperties() const { return {}; }
-  virtual Json getEventDictionary() const;
+  // Dates are written in the zone's local time as it is when the dictionary
+  // is made (the archive keeps only the instants).
+  virtual Json getEventDictionary(const platform::Clock& zone) const;
   // "<seconds with six decimals>-event-<type>" without dots, blanks as "_".
   std::string uniqueName() const;
 
@@ -34,8 +37,9 @@ class OLBaseEvent : public Archivable {
   double creationDate = 0;
   std::string userId;
 
-  // "yyyy-MM-dd'T'HH:mm:ssZZZZZ" in the local time zone ("Z" for a zero offset).
-  static std::string formatDate(double secondsSince1970);
+  // "yyyy-MM-dd'T'HH:mm:ssZZZZZ" in the clock's local time zone ("Z" for a
+  // zero offset).
+  static std::string formatDate(double secondsSince1970, const platform::Clock& zone);
 
  protected:
   OLBaseEvent(std::string eventType, std::string sessionId, std::string userId);
@@ -57,7 +61,7 @@ class OLExternalEvent : public OLBaseEvent {
  public:
   // The name rule: 1 to 32 word characters or "-", anchored per line.
   Result<void> checkProperties() const override;
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
 
   std::string name;

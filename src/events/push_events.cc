@@ -16,8 +16,8 @@ Result<std::shared_ptr<OLPushReceivedEvent>> OLPushReceivedEvent::make(
   return checked(e);
 }
 
-Json OLPushReceivedEvent::getEventDictionary() const {
-  Json d = OLBaseEvent::getEventDictionary();
+Json OLPushReceivedEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLBaseEvent::getEventDictionary(zone);
   d["push_id"] = pushId;
   d["push_type"] = rawValue(pushType.type);
   d["push_action"] = rawValue(pushType.action);
@@ -68,8 +68,8 @@ Result<void> OLPushRegisteredEvent::checkProperties() const {
                             Json{{"reason", *reason}, {"maxLength", kMaxReasonLength}});
 }
 
-Json OLPushRegisteredEvent::getEventDictionary() const {
-  Json d = OLBaseEvent::getEventDictionary();
+Json OLPushRegisteredEvent::getEventDictionary(const platform::Clock& zone) const {
+  Json d = OLBaseEvent::getEventDictionary(zone);
   d["succeeded"] = succeeded;
   if (reason) d["reason"] = *reason;
   return d;

@@ -14,7 +14,7 @@ class OLPushReceivedEvent : public OLInternalEvent {
                                                            PushNotificationEventType pushType,
                                                            bool isLocal, std::string sessionId,
                                                            std::string userId);
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLPushReceivedEvent"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);
@@ -36,7 +36,7 @@ class OLPushRegisteredEvent : public OLInternalEvent {
                                                              std::string sessionId,
                                                              std::string userId);
   Result<void> checkProperties() const override;
-  Json getEventDictionary() const override;
+  Json getEventDictionary(const platform::Clock& zone) const override;
   void encode(ArchiveWriter& writer) const override;
   std::string archiveClassName() const override { return "Ostrel.OLPushRegisteredEvent"; }
   static Result<std::shared_ptr<OLBaseEvent>> decode(const ArchiveReader& reader);

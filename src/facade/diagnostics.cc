@@ -70,9 +70,10 @@ Result<void> send(const Platform& platform, Request request, ReplyCallback reply
 
 namespace {
 
-Json describeArchive(const std::string& file, const Result<std::string>& bytes) {
+Json describeArchive(const std::string& file, const Result<std::string>& bytes,
+                     const platform::Clock& zone) {
   auto event = bytes ? decodeEvent(*bytes) : Result<std::shared_ptr<OLBaseEvent>>(bytes.error());
-  return event ? Json{{"file", file}, {"event", (*event)->getEventDictionary()}}
+  return event ? Json{{"file", file}, {"event", (*event)->getEventDictionary(zone)}}
                : Json{{"file", file}, {"error", event.error().description()}};
 }
 
@@ -99,13 +100,14 @@ Json describeQueue(const Platform& given, const std::string& storageRoot) {
     auto names = files.listDirectory(folder);
     if (names) std::sort(names->begin(), names->end());
     for (const auto& f : names ? *names : std::vector<std::string>{}) {
-      events.push_back(describeArchive(f, files.readFile(folder + "/" + f)));
+      events.push_back(describeArchive(f, files.readFile(folder + "/" + f), *platform.clock));
     }
     out["chunks"].push_back(Json{{"key", key}, {"events", events}});
   }
   // Accepted, on disk, and not yet in a chunk.
   for (const auto& record : EventIntake::pendingRecords(files, root + "/" + EventIntake::kFolder)) {
-    out["intake"].push_back(describeArchive(record.fileName, Result<std::string>(record.archive)));
+    out["intake"].push_back(
+        describeArchive(record.fileName, Result<std::string>(record.archive), *platform.clock));
   }
   return out;
 }

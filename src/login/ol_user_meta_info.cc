@@ -16,14 +16,15 @@ void OLUserMetaInfo::setInfo(Json info, const Platform& platform) {
 
 bool OLUserMetaInfo::isExpired(const Platform& platform) const {
   const double now = platform.clock->now();
-  logLine(platform, "CACHE now " + OLBaseEvent::formatDate(now) + " valid until " +
-                        OLBaseEvent::formatDate(lastUpdate + expireSec));
+  const platform::Clock& zone = *platform.clock;
+  logLine(platform, "CACHE now " + OLBaseEvent::formatDate(now, zone) + " valid until " +
+                        OLBaseEvent::formatDate(lastUpdate + expireSec, zone));
   return now > lastUpdate + expireSec;
 }
 
-std::string OLUserMetaInfo::description() const {
+std::string OLUserMetaInfo::description(const platform::Clock& zone) const {
   return "OLUserMetaInfo " + (_info ? dumpJson(*_info) : std::string("nil")) + " updated " +
-         OLBaseEvent::formatDate(lastUpdate) + " for " + std::to_string(expireSec) + " s";
+         OLBaseEvent::formatDate(lastUpdate, zone) + " for " + std::to_string(expireSec) + " s";
 }
 
 void OLUserMetaInfo::encode(ArchiveWriter& writer) const {

@@ -20,7 +20,8 @@ class OLUserMetaInfo : public Archivable, public Expirable {
   void setInfo(Json info, const Platform& platform);
   const std::optional<Json>& info() const { return _info; }
   bool isExpired(const Platform& platform) const override;
-  std::string description() const;
+  // Dates in the clock's local time.
+  std::string description(const platform::Clock& zone) const;
 
   std::string archiveClassName() const override { return "Ostrel.OLUserMetaInfo"; }
   void encode(ArchiveWriter& writer) const override;
@@ -40,7 +41,9 @@ struct StorableTraits<OLUserMetaInfo> {
     return OLUserMetaInfo::decode(bytes);
   }
   static std::string key(const OLUserMetaInfo&) { return "user_meta_info"; }
-  static std::string description(const OLUserMetaInfo& m) { return m.description(); }
+  static std::string description(const OLUserMetaInfo& m, const Platform& platform) {
+    return m.description(*platform.clock);
+  }
 };
 
 }  // namespace ostrel

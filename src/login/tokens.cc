@@ -10,7 +10,7 @@ std::optional<double> AutologinToken::expireDate(const Platform& platform) const
     logLine(platform, "Invalid stored autologin " + value);
     return std::nullopt;
   }
-  return autologinExpiry(value);
+  return autologinExpiry(value, *platform.clock);
 }
 
 bool AutologinToken::isExpired(const Platform& platform) const {

@@ -49,7 +49,7 @@ struct StorableTraits<Token> {
     return decodeToken(bytes);
   }
   static std::string key(const Token& t) { return t.storageName(); }
-  static std::string description(const Token& t) { return t.archiveClassName(); }
+  static std::string description(const Token& t, const Platform&) { return t.archiveClassName(); }
 };
 
 }  // namespace ostrel

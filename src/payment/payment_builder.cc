@@ -1,3 +1,4 @@
+#include <chrono>
 #include <ctime>
 #include <iomanip>
 #include <sstream>
@@ -22,7 +23,12 @@ std::optional<double> dateIn(const std::optional<TypeExtra>& extra, const char* 
   std::istringstream in(it->get<std::string>());
   in >> std::get_time(&tm, "%Y-%m-%dT%H:%M:%SZ");
   if (in.fail()) return std::nullopt;
-  return static_cast<double>(timegm(&tm));
+  using namespace std::chrono;
+  const sys_days date{year{tm.tm_year + 1900} / month{static_cast<unsigned>(tm.tm_mon + 1)} /
+                      day{static_cast<unsigned>(tm.tm_mday)}};
+  return duration<double>(date.time_since_epoch() + hours{tm.tm_hour} + minutes{tm.tm_min} +
+                          seconds{tm.tm_sec})
+      .count();
 }
 
 std::optional<std::string> textIn(const std::optional<ProviderExtra>& extra, const char* key) {

@@ -73,6 +73,8 @@ class LinuxDeviceFacts final : public DeviceFacts {
     std::tm tm{};
     localtime_r(&now, &tm);
     s.timeZoneOffsetSecs = tm.tm_gmtoff;
+    const char* isTest = std::getenv("isTest");
+    s.isUnitTesting = isTest != nullptr && std::string(isTest) == "true";
     return s;
   }
 

@@ -21,7 +21,7 @@ struct StorableTraits<OLFlowEvent> {
     return flow;
   }
   static std::string key(const OLFlowEvent&) { return kActiveFlow; }
-  static std::string description(const OLFlowEvent& e) { return e.eventType; }
+  static std::string description(const OLFlowEvent& e, const Platform&) { return e.eventType; }
   static constexpr const char* kActiveFlow = "activeFlow";
 };
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <thread>
 
 #include "events/event_archive.h"
 
@@ -35,9 +34,8 @@ Result<std::shared_ptr<OLBaseEvent>> StorableTraits<OLBaseEvent>::unarchive(
 OLChunkedQueue::OLChunkedQueue(PlatformRef platform, std::string name, int64_t chunkSize)
     : OLDiskStorage<OLBaseEvent>(std::move(platform), std::move(name)),
       chunkMaxSize(chunkSize),
-      chunkSizeWriter_(platform_->scheduler->makeSerialQueue("io.ostrel.chunkSize")),
-      remover_(platform_->scheduler->makeSerialQueue("io.ostrel.sentChunks")),
-      pendingChunkSize_(std::make_shared<PendingChunkSize>()) {
+      chunkSizeFile_(*platform_, ostrelUrl() + "/chunk-size"),
+      remover_(platform_->scheduler->makeSerialQueue("io.ostrel.sentChunks")) {
   std::vector<int> keys;
   if (auto names = platform_->files->listDirectory(chunksFolder())) {
     for (const auto& n : *names) {
@@ -96,41 +94,7 @@ int64_t OLChunkedQueue::pushChunkSize() const {
 
 void OLChunkedQueue::setPushChunkSize(int64_t size) {
   _pushChunkSize = size;
-  writeChunkSizeFile(size);
-}
-
-void OLChunkedQueue::writeChunkSizeFile(int64_t size) {
-  // Written off the queue's thread; a burst of changes coalesces into the latest value.
-  bool scheduled;
-  {
-    std::lock_guard lock(pendingChunkSize_->mutex);
-    scheduled = pendingChunkSize_->value.has_value();
-    pendingChunkSize_->value = size;
-  }
-  if (scheduled) return;
-  const std::string path = ostrelUrl() + "/chunk-size";
-  chunkSizeWriter_->async([pending = pendingChunkSize_, path, platform = platform_] {
-    // At most one write per interval: at full speed the size changes with every
-    // event, and a write per event would double the file work of the queue. The
-    // file is a record only; start-up measures the push folder itself.
-    constexpr auto kInterval = std::chrono::milliseconds(5);
-    std::chrono::steady_clock::time_point last;
-    {
-      std::lock_guard lock(pending->mutex);
-      last = pending->lastWrite;
-    }
-    std::this_thread::sleep_until(last + kInterval);
-    int64_t value;
-    {
-      std::lock_guard lock(pending->mutex);
-      value = pending->value.value_or(0);
-      pending->value.reset();
-      pending->lastWrite = std::chrono::steady_clock::now();
-    }
-    if (auto written = platform->files->writeFileAtomic(path, std::to_string(value)); !written) {
-      logLine(*platform, "Cannot write chunk-size: " + written.error().description());
-    }
-  });
+  chunkSizeFile_.write(size);
 }
 
 void OLChunkedQueue::nextPushUrl() {

@@ -3,7 +3,6 @@
 // chunk folders ("EventQueue/Chunks/<key>"); whole chunks are popped oldest
 // first and removed once the service has taken them.
 #include <atomic>
-#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "events/ol_base_event.h"
+#include "queue/chunk_size_file.h"
 #include "queue/intake_frame.h"
 #include "store/ol_disk_storage.h"
 
@@ -23,7 +23,7 @@ struct StorableTraits<OLBaseEvent> {
   static std::string archive(const OLBaseEvent& e) { return archivedBytes(e); }
   static Result<std::shared_ptr<OLBaseEvent>> unarchive(std::string_view bytes);
   static std::string key(const OLBaseEvent& e) { return e.uniqueName(); }
-  static std::string description(const OLBaseEvent& e) { return e.eventType; }
+  static std::string description(const OLBaseEvent& e, const Platform&) { return e.eventType; }
 };
 
 class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
@@ -71,7 +71,6 @@ class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
   void setPushChunkSize(int64_t size);
   void nextPushUrl();
   void ensureKeys();
-  void writeChunkSizeFile(int64_t size);
   void refreshSnapshotLocked();
   void discardFolder(const std::string& folder);
   std::string pathForName(std::string name);
@@ -88,7 +87,7 @@ class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
 
   mutable std::mutex snapshotMutex_;
   Snapshot snapshot_;
-  std::shared_ptr<platform::SerialQueue> chunkSizeWriter_;
+  ChunkSizeFile chunkSizeFile_;
   // Removes sent chunk folders: on this kind of disk a removal can wait for the
   // device, and the next send should not.
   std::shared_ptr<platform::SerialQueue> remover_;
@@ -100,13 +99,6 @@ class OLChunkedQueue : public OLDiskStorage<OLBaseEvent> {
     std::shared_ptr<std::atomic<bool>> flag = std::make_shared<std::atomic<bool>>(false);
     ~Stopping() { flag->store(true); }
   } stopping_;
-  // The value waiting for the writer, and when the writer last wrote.
-  struct PendingChunkSize {
-    std::mutex mutex;
-    std::optional<int64_t> value;
-    std::chrono::steady_clock::time_point lastWrite;
-  };
-  std::shared_ptr<PendingChunkSize> pendingChunkSize_;
 };
 
 }  // namespace ostrel

@@ -47,17 +47,17 @@ void OLConsumeBlockOperation::settle(std::optional<OLError> error, std::optional
 }
 
 Json OLConsumeBlockOperation::sendable(const std::vector<std::shared_ptr<OLBaseEvent>>& events,
-                                       const std::string& handler, const Platform& log) {
+                                       const std::string& handler, const Platform& platform) {
   // An event the bulk body's own check refuses (a number that is not finite,
   // from a store written before such numbers were refused) would fail its
   // whole chunk on every attempt and hold up every later chunk for good.
   Json out = Json::array();
   const auto check = getBodyTypeValidator(OstrelAPIEndpoint::TrackBulk);
   for (const auto& e : events) {
-    Json one = e->getEventDictionary();
+    Json one = e->getEventDictionary(*platform.clock);
     if (auto ok = check(Json::array({one})); !ok) {
-      logLine(log, "Dropping an event of chunk " + handler +
-                       " that can never be sent: " + ok.error().description());
+      logLine(platform, "Dropping an event of chunk " + handler +
+                            " that can never be sent: " + ok.error().description());
       continue;
     }
     out.push_back(std::move(one));

@@ -64,9 +64,10 @@ class OLConsumeBlockOperation : public AsynchronousOperation {
  private:
   void sendToServer(Json events, const std::string& handler, ConsumeCallback callback);
   void settle(std::optional<OLError> error, std::optional<Json> details, bool kept);
-  // Drops, with a console line, the events that no request could ever carry.
+  // The events' dictionaries, dates in the platform's local time; drops, with
+  // a console line, the events that no request could ever carry.
   static Json sendable(const std::vector<std::shared_ptr<OLBaseEvent>>& events,
-                       const std::string& handler, const Platform& log);
+                       const std::string& handler, const Platform& platform);
 };
 
 }  // namespace ostrel

@@ -27,7 +27,7 @@ struct StorableTraits<Flag> {
     return Flag::decode(bytes);
   }
   static std::string key(const Flag& f) { return f.name; }
-  static std::string description(const Flag& f) {
+  static std::string description(const Flag& f, const Platform&) {
     return "Flag " + f.name + "=" + (f.value ? "true" : "false");
   }
 };

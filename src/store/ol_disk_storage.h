@@ -17,7 +17,7 @@ namespace ostrel {
 //   static std::string archive(const T&);
 //   static Result<std::shared_ptr<T>> unarchive(std::string_view bytes);
 //   static std::string key(const T&);          // its name in a map store
-//   static std::string description(const T&);
+//   static std::string description(const T&, const Platform&);  // for log lines
 template <class T>
 struct StorableTraits;
 
@@ -65,7 +65,7 @@ class OLDiskStorage {
     if (auto made = platform_->files->createDirectories(folder); !made) return made.error();
     logLine(*platform_, "Writing " + *handler + " to " + folder + " (" +
                             std::to_string(bytes.size()) + " bytes) #" +
-                            StorableTraits<T>::description(item));
+                            StorableTraits<T>::description(item, *platform_));
     if (auto written = platform_->files->writeFileAtomic(*path, bytes); !written) {
       return written.error();
     }

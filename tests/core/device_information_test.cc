@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "platform/iso639.h"
 #include "support/test_platform.h"
 
@@ -51,6 +53,13 @@ TEST(DeviceInformationTest, LinuxFactsKeepOneDeviceIdentifier) {
   EXPECT_FALSE(first.deviceId.empty());
   EXPECT_EQ(first.deviceId, second.deviceId) << "kept in the settings";
   EXPECT_TRUE(first.os.has_value());
+  for (const char* value : {"true", "1", ""}) {
+    ::setenv("isTest", value, 1);
+    EXPECT_EQ(DeviceInformation::isUnitTesting(*platform.platform().deviceFacts),
+              std::string(value) == "true")
+        << value;
+  }
+  ::unsetenv("isTest");
 }
 
 TEST(Iso639Test, LocaleLanguagesMapToTheirCode) {

@@ -6,8 +6,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <future>
-#include <mutex>
 #include <thread>
 
 #include "ostrel/diagnostics.h"
@@ -22,37 +20,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class Lines : public platform::LogSink {
- public:
-  void write(std::string_view line) override {
-    std::lock_guard lock(mutex_);
-    lines_.emplace_back(line);
-  }
-  bool has(const std::string& fragment) {
-    std::lock_guard lock(mutex_);
-    for (const auto& l : lines_)
-      if (l.find(fragment) != std::string::npos) return true;
-    return false;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
-
-// The body of the last request to `path`, decoded.
-Json lastBody(test::EmulatorService& service, const std::string& path) {
-  Json last;
-  for (const auto& r : service.emulator().requests())
-    if (r["path"] == path) last = Json::parse(r["body"].get<std::string>());
-  return last;
-}
-
 TEST(HostLifeTest, IdentityAndLifeCycleOfAHostOnTheDefaultPlatform) {
   test::EmulatorService service;
   test::TempDir dir;
   const auto& info = service.emulator().info();
-  auto log = std::make_shared<Lines>();
+  auto log = std::make_shared<test::CapturingLogSink>();
   auto lifeCycle = std::make_shared<platform::AppLifeCycle>();
   Platform platform;
   platform.deployment.domain = info.domain;
@@ -88,25 +60,20 @@ TEST(HostLifeTest, IdentityAndLifeCycleOfAHostOnTheDefaultPlatform) {
   ASSERT_TRUE(started) << started.error().description();
   Ostrel& ostrel = **started;
   EXPECT_EQ(ostrel.environmentString(), "PROD-SANDBOX");
-  EXPECT_FALSE(log->has("Warning using sandbox environment in a Release application!!"));
+  EXPECT_FALSE(log->contains("Warning using sandbox environment in a Release application!!"));
 
   // The identity reaches the session start, the push registration and receipts.
-  std::promise<std::optional<OLError>> flushed;
-  ostrel.flushEvents([&](auto error, auto) { flushed.set_value(error); });
-  ASSERT_FALSE(flushed.get_future().get());
-  bool sessionStart = false;
-  for (const auto& e : service.events()) {
-    if (e["event_type"] != "start session") continue;
-    sessionStart = true;
-    EXPECT_EQ(e["app_identifier"], "io.ostrel.host") << e.dump();
-    EXPECT_EQ(e["app_version"], "3.2");
-  }
-  EXPECT_TRUE(sessionStart);
+  ASSERT_FALSE(test::EmulatorService::flush(ostrel));
+  const auto starts = service.events("start session");
+  ASSERT_EQ(starts.size(), 1u);
+  EXPECT_EQ(starts[0]["app_identifier"], "io.ostrel.host") << starts[0].dump();
+  EXPECT_EQ(starts[0]["app_version"], "3.2");
   auto push = ostrel.getPushManager();
   ASSERT_TRUE(push);
   ASSERT_TRUE((*push)->setDeviceToken("\x01\x02\x03\x04"));
   ASSERT_TRUE(test::eventually([&] { return service.requestsTo("/push/registration") > 0; }));
-  const Json registration = lastBody(service, "/push/registration");
+  const Json registration =
+      Json::parse(service.emulator().requestBodies("/push/registration").back());
   EXPECT_EQ(registration["app_version"], "3.2");
   EXPECT_EQ(registration["app_build"], "321");
   const std::string receiptFile = dir.path() + "/receipt";
@@ -118,18 +85,13 @@ TEST(HostLifeTest, IdentityAndLifeCycleOfAHostOnTheDefaultPlatform) {
   EXPECT_EQ(Json::parse(*receipt)["applicationId"], "io.ostrel.host");
 
   // Background holds the queue; foreground sends what waited.
-  auto delivered = [&] {
-    std::size_t n = 0;
-    for (const auto& e : service.events()) n += e.value("name", "") == "while_away" ? 1 : 0;
-    return n;
-  };
   lifeCycle->didEnterBackground();
   for (int i = 0; i < 12; ++i) ASSERT_TRUE(ostrel.sendEvent("while_away"));
   ASSERT_TRUE(ostrel.waitUntilPersisted(5s));
   std::this_thread::sleep_for(200ms);
-  EXPECT_EQ(delivered(), 0u);
+  EXPECT_EQ(service.named("while_away"), 0);
   lifeCycle->willEnterForeground();
-  EXPECT_TRUE(test::eventually([&] { return delivered() == 12u; }));
+  EXPECT_TRUE(test::eventually([&] { return service.named("while_away") == 12; }));
 
   // Termination stops the library in order: what was accepted before is on
   // disk or delivered, later calls are refused.
@@ -144,9 +106,7 @@ TEST(HostLifeTest, IdentityAndLifeCycleOfAHostOnTheDefaultPlatform) {
   for (const auto& chunk : queue["chunks"])
     for (const auto& e : chunk["events"]) kept += e["event"].value("name", "") == "before_end";
   for (const auto& e : queue["intake"]) kept += e["event"].value("name", "") == "before_end";
-  int sent = 0;
-  for (const auto& e : service.events()) sent += e.value("name", "") == "before_end" ? 1 : 0;
-  EXPECT_GE(kept + sent, 5) << queue.dump();
+  EXPECT_GE(kept + service.named("before_end"), 5) << queue.dump();
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The emulator's page for people: the data behind it, and the page itself as
 // headless Chromium shows it once its scripts ran.
 #include <gtest/gtest.h>
-#include <httplib.h>
 
 #include <chrono>
 #include <cstdio>
@@ -14,9 +13,9 @@
 #include "core/ostrel_api_endpoint.h"
 #include "emulator/emulator.h"
 #include "emulator/event_rate.h"
-#include "platform/defaults.h"
+#include "support/emulator_client.h"
+#include "support/eventually.h"
 #include "support/test_platform.h"
-#include "transport/ol_connector.h"
 
 namespace ostrel {
 namespace {
@@ -76,31 +75,13 @@ class EmulatorPageTest : public ::testing::Test {
     ASSERT_TRUE(started) << started.error().description();
   }
 
-  // A request signed the way the library signs it; answers the status.
+  // Answers the status.
   int send(OstrelAPIEndpoint endpoint, const Json& body) {
-    const std::string host = "client." + emulator_->info().domain;
-    const std::string path(endpointPath(endpoint));
-    const std::string text = dumpJson(body);
-    const std::string ts = OLConnector::timestampText(
-        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
-    const std::string auth = OLConnector::authorizationHeader(
-        "demo", std::nullopt,
-        OLConnector::getImeldStr(*platform::makeOpenSslCrypto(), "demo-secret", host + path, "POST",
-                                 text, "", ts),
-        ts);
-    httplib::Client client("127.0.0.1", emulator_->info().port);
-    auto res = client.Post(path.c_str(), {{"Host", host}, {"Authorization", auth}}, text,
-                           "application/json");
-    return res ? res->status : 0;
+    return test::sendSigned(emulator_->info(), std::string(endpointPath(endpoint)), dumpJson(body))
+        .status;
   }
-
   Json control(const std::string& path, const std::optional<Json>& post = std::nullopt) {
-    httplib::Client client("127.0.0.1", emulator_->info().port);
-    client.set_read_timeout(60);
-    auto res = post ? client.Post(path.c_str(), dumpJson(*post), "application/json")
-                    : client.Get(path.c_str());
-    if (!res) return Json();
-    return parseJson(res->body).value_or(Json(res->body));
+    return test::control(emulator_->info(), path, post);
   }
 
   // Events of two users, one account, and one fault served.
@@ -174,7 +155,7 @@ TEST_F(EmulatorPageTest, AWaitingPageWakesOnChangeAndOnStop) {
   auto waiting = std::async(std::launch::async, [&] {
     return control("/_emulator/live?wait_ms=30000&after=" + std::to_string(seen));
   });
-  while (emulator_->requestCount("/_emulator/live") < 2) std::this_thread::sleep_for(5ms);
+  ASSERT_TRUE(test::eventually([&] { return emulator_->requestCount("/_emulator/live") >= 2; }));
   ASSERT_EQ(send(OstrelAPIEndpoint::TrackBulk, Json::array({event("ev_news", "A_1", "s1")})), 200);
   ASSERT_EQ(waiting.wait_for(20s), std::future_status::ready) << "woken by the event";
   auto news = waiting.get();
@@ -185,7 +166,7 @@ TEST_F(EmulatorPageTest, AWaitingPageWakesOnChangeAndOnStop) {
   auto held = std::async(std::launch::async, [&] {
     return control("/_emulator/live?wait_ms=30000&after=" + dumpJson(news["change"]));
   });
-  while (emulator_->requestCount("/_emulator/live") < 3) std::this_thread::sleep_for(5ms);
+  ASSERT_TRUE(test::eventually([&] { return emulator_->requestCount("/_emulator/live") >= 3; }));
   auto stopped = std::async(std::launch::async, [&] { emulator_->stop(); });
   EXPECT_EQ(stopped.wait_for(20s), std::future_status::ready);
   EXPECT_EQ(held.wait_for(20s), std::future_status::ready);
@@ -248,11 +229,8 @@ TEST_F(EmulatorPageTest, ChromiumShowsTheChartAndAnEventSentWhileThePageIsOpen) 
   // The page's first request answers at once, the second waits for news; the
   // budget ends the page a moment after the news is shown.
   Browser browser(url, 1500);
-  const auto deadline = std::chrono::steady_clock::now() + 60s;
-  while (emulator_->requestCount("/_emulator/live") < 2 && !browser.exited() &&
-         std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(10ms);
-  }
+  test::eventually(
+      [&] { return emulator_->requestCount("/_emulator/live") >= 2 || browser.exited(); }, 60s);
   if (emulator_->requestCount("/_emulator/live") == 0 && browser.exited() &&
       browser.dom().find("<html") == std::string::npos) {
     GTEST_SKIP() << "chromium cannot run here:\n" << browser.errors();

@@ -2,85 +2,57 @@
 #include "emulator/emulator.h"
 
 #include <gtest/gtest.h>
-#include <httplib.h>
 
-#include <chrono>
-#include <future>
-
-#include "platform/defaults.h"
-#include "support/test_platform.h"
-#include "transport/connector_builder.h"
-#include "transport/ol_connector.h"
+#include "support/connector_answer.h"
+#include "support/emulator_client.h"
+#include "support/emulator_service.h"
 
 namespace ostrel {
 namespace {
 
-using namespace std::chrono_literals;
+using test::Answer;
 
-struct Answer {
-  std::optional<OLError> error;
-  int64_t status = 0;
-  std::optional<Json> body;
-  std::string code() const { return error ? error->code() : ""; }
-};
+// A bulk of one custom event.
+Json bulkOf(const std::string& name) {
+  return Json::array({{{"event_type", "custom event"},
+                       {"session_id", "s"},
+                       {"creation_date", "2026-11-22T10:00:00Z"},
+                       {"user_id", "A_1"},
+                       {"name", name}}});
+}
 
 class EmulatorTest : public ::testing::Test {
  protected:
   void SetUp() override { startEmulator(); }
 
-  void startEmulator(std::string dataDir = "") {
-    emulator::Options options;
-    options.dataDir = std::move(dataDir);
-    options.keepAliveSecs = 1;
-    emulator_ = std::make_unique<emulator::Emulator>(options);
-    auto started = emulator_->start();
-    ASSERT_TRUE(started) << started.error().description();
-    Platform p = platform_.platform();
-    p.clock = platform::makeSystemClock();
-    p.deployment.domain = started->domain;
-    p.http = platform::makeCurlHttpClient(
-        NetworkOverrides{"127.0.0.1:" + std::to_string(started->port), started->caFile});
-    services_ = std::make_shared<const Platform>(p);
+  void startEmulator(const std::string& dataDir = "") {
+    service_.reset();
+    service_ = std::make_unique<test::EmulatorService>(
+        [&](emulator::Options& options) { options.dataDir = dataDir; });
+    services_ = std::make_shared<const Platform>(service_->platformFor(platform_));
   }
 
   Answer send(OstrelAPIEndpoint endpoint, const Json& body,
               const std::string& secret = "demo-secret", const std::string& app = "demo",
               int64_t timeout = 15) {
-    ConnectorBuilder builder(services_, app, secret, false, false, false, timeout);
-    std::promise<Answer> done;
-    builder.buildConnector().send(endpoint, body,
-                                  [&](std::optional<OLError> e, int64_t s, std::optional<Json> b) {
-                                    done.set_value(Answer{std::move(e), s, std::move(b)});
-                                  });
-    auto f = done.get_future();
-    EXPECT_EQ(f.wait_for(30s), std::future_status::ready);
-    return f.get();
+    return test::send(ConnectorBuilder(services_, app, secret, false, false, false, timeout),
+                      endpoint, body);
   }
-
   Json control(const std::string& path, const std::optional<Json>& post = std::nullopt) {
-    httplib::SSLClient client("127.0.0.1", emulator_->info().port);
-    client.set_ca_cert_path(emulator_->info().caFile.c_str());
-    client.enable_server_certificate_verification(false);  // a control call to loopback by address
-    auto res = post ? client.Post(path.c_str(), dumpJson(*post), "application/json")
-                    : client.Get(path.c_str());
-    if (!res) return Json();
-    return parseJson(res->body).value_or(Json(res->body));
+    return test::control(service_->emulator().info(), path, post);
   }
 
   test::TestPlatform platform_;
-  std::unique_ptr<emulator::Emulator> emulator_;
-  PlatformRef services_;  // reaches emulator_
+  std::unique_ptr<test::EmulatorService> service_;
+  PlatformRef services_;  // reaches service_
 };
 
 TEST_F(EmulatorTest, SignaturesAreChecked) {
   EXPECT_FALSE(send(OstrelAPIEndpoint::RichPush, Json::object()).error);
   // The library signs with its device identifier: a known secret is enough.
   EXPECT_FALSE(send(OstrelAPIEndpoint::RichPush, Json::object(), "demo-secret", "DEVICE-1").error);
-  struct Case {
-    std::string secret, app;
-  };
-  for (const auto& c : {Case{"wrong", "demo"}, Case{"wrong", "unknown-app"}}) {
-    auto a = send(OstrelAPIEndpoint::RichPush, Json::object(), c.secret, c.app);
+  for (const char* app : {"demo", "unknown-app"}) {
+    auto a = send(OstrelAPIEndpoint::RichPush, Json::object(), "wrong", app);
     EXPECT_EQ(a.status, 401);
     EXPECT_EQ(a.code(), "UNAUTHORIZED");
   }
@@ -108,25 +80,12 @@ TEST_F(EmulatorTest, MalformedRequestsAreRefusedWithTheErrorObject) {
        "BAD_REQUEST"},
       {std::string(endpointPath(OstrelAPIEndpoint::TrackBulk)), big, "2.1", 413, "TOO_LARGE"},
   };
-  const auto& info = emulator_->info();
   for (const auto& c : cases) {
     SCOPED_TRACE(c.path + " " + std::to_string(c.status));
-    const std::string host = "client." + info.domain;
-    const std::string ts = OLConnector::timestampText(
-        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count());
-    const std::string sig = OLConnector::getImeldStr(*services_->crypto, "demo-secret",
-                                                     host + c.path, "POST", c.body, "", ts);
-    std::string auth = OLConnector::authorizationHeader("demo", std::nullopt, sig, ts);
-    if (auto at = auth.find("version=\"2.1\""); at != std::string::npos)
-      auth.replace(at, 13, "version=\"" + c.version + "\"");
-    httplib::SSLClient client("127.0.0.1", info.port);
-    client.enable_server_certificate_verification(false);
-    auto res = client.Post(c.path.c_str(), {{"Host", host}, {"Authorization", auth}}, c.body,
-                           "application/json");
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->status, c.status);
-    auto body = parseJson(res->body);
-    ASSERT_TRUE(body && body->contains("error")) << res->body;
+    auto reply = test::sendSigned(service_->emulator().info(), c.path, c.body, c.version);
+    EXPECT_EQ(reply.status, c.status);
+    auto body = parseJson(reply.body);
+    ASSERT_TRUE(body && body->contains("error")) << reply.body;
     EXPECT_EQ((*body)["error"]["code"], c.code);
   }
 }
@@ -154,28 +113,19 @@ TEST_F(EmulatorTest, ReceiptsAndPayingStateBelongToTheOffersUser) {
       false);
 }
 
-TEST_F(EmulatorTest, OperatorRecognitionGoesOutsideTheDomain) {
+// The login tests forward the page as it came; only the emulator's refusal of
+// an altered one is checked here.
+TEST_F(EmulatorTest, OperatorRecognitionTakesBackOnlyThePageItServed) {
   auto first = send(OstrelAPIEndpoint::MSISDNUR, Json::object());
   ASSERT_TRUE(first.error);
   EXPECT_TRUE(first.error->is(LocalErrorCodes::ConnectionDomainWarning));
-  // Only the page as it was served is accepted back.
   auto altered = send(OstrelAPIEndpoint::MSISDNURBody, Json{{"mno_response", "cGFnZQ=="}});
   ASSERT_TRUE(altered.error);
   EXPECT_EQ(altered.error->code(), "WRONG_MNO_RESPONSE");
-  const auto& page = (*first.error->extra())["response"].get_binary();
-  auto forwarded =
-      send(OstrelAPIEndpoint::MSISDNURBody,
-           Json{{"mno_response",
-                 services_->crypto->base64Encode(std::string(page.begin(), page.end()))}});
-  ASSERT_FALSE(forwarded.error) << forwarded.error->description();
-  EXPECT_TRUE(forwarded.body->contains("session_token"));
 }
 
 TEST_F(EmulatorTest, InjectedFaultsComeBackAsAsked) {
-  const Json bulk = Json::array({{{"event_type", "custom event"},
-                                  {"session_id", "s"},
-                                  {"creation_date", "2026-11-22T10:00:00Z"},
-                                  {"user_id", "A_1"}}});
+  const Json bulk = bulkOf("faulted");
   struct Case {
     Json fault;
     std::function<void(const Answer&)> check;
@@ -217,15 +167,8 @@ TEST_F(EmulatorTest, InjectedFaultsComeBackAsAsked) {
 
 TEST_F(EmulatorTest, EventsPersistAcrossARestart) {
   test::TempDir data;
-  emulator_.reset();
   startEmulator(data.path());
-  const Json bulk = Json::array({{{"event_type", "custom event"},
-                                  {"session_id", "s"},
-                                  {"creation_date", "2026-11-22T10:00:00Z"},
-                                  {"user_id", "A_1"},
-                                  {"name", "persisted_one"}}});
-  ASSERT_FALSE(send(OstrelAPIEndpoint::TrackBulk, bulk).error);
-  emulator_.reset();
+  ASSERT_FALSE(send(OstrelAPIEndpoint::TrackBulk, bulkOf("persisted_one")).error);
   startEmulator(data.path());
   auto events = control("/_emulator/events");
   EXPECT_EQ(events["count"], 1);

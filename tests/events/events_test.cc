@@ -8,11 +8,23 @@
 #include "events/internal_events.h"
 #include "events/push_events.h"
 #include "ostrel/ol_simple_object.h"
+#include "platform/defaults.h"
 #include "support/test_platform.h"
 
 namespace ostrel {
 namespace {
 
+// A clock whose local time zone is a fixed offset from UTC.
+class FixedZone : public test::FakeClock {
+ public:
+  explicit FixedZone(long offsetSecs) : offset_(offsetSecs) {}
+  long utcOffsetSecs(double) const override { return offset_; }
+
+ private:
+  long offset_;
+};
+
+// The process's time zone, which the default clock follows.
 class ScopedTimeZone {
  public:
   explicit ScopedTimeZone(const char* tz) {
@@ -34,7 +46,7 @@ std::vector<std::string> keys(const Json& d) {
 class EventsTest : public ::testing::Test {
  protected:
   test::TestPlatform platform_;
-  ScopedTimeZone utc_{"UTC"};
+  FixedZone utc_{0};
 };
 
 TEST_F(EventsTest, NameRule) {
@@ -105,17 +117,29 @@ TEST_F(EventsTest, NameRule) {
 
 TEST_F(EventsTest, DateTextInSeveralTimeZones) {
   struct Case {
-    const char* tz;
+    double instant;
+    long offset;
+    const char* tz;  // when set: the default clock in this process time zone
     std::string text;
   };
-  const Case cases[] = {{"UTC", "2016-11-03T13:05:09Z"},
-                        {"Europe/Rome", "2016-11-03T14:05:09+01:00"},
-                        {"Asia/Kolkata", "2016-11-03T18:35:09+05:30"},
-                        {"America/St_Johns", "2016-11-03T10:35:09-02:30"},
-                        {"America/New_York", "2016-11-03T09:05:09-04:00"}};
+  const Case cases[] = {
+      {1478178309.75, 0, nullptr, "2016-11-03T13:05:09Z"},
+      {1478178309.75, 3600, nullptr, "2016-11-03T14:05:09+01:00"},    // Rome in winter
+      {1478178309.75, 19800, nullptr, "2016-11-03T18:35:09+05:30"},   // Kolkata
+      {1478178309.75, -9000, nullptr, "2016-11-03T10:35:09-02:30"},   // St. John's in summer
+      {1478178309.75, -14400, nullptr, "2016-11-03T09:05:09-04:00"},  // New York in summer
+      {1478178309.75, 50400, nullptr, "2016-11-04T03:05:09+14:00"},   // Kiritimati: next day
+      {-0.5, 0, nullptr, "1969-12-31T23:59:59Z"},                     // seconds are rounded down
+      {1478178309.75, 0, "America/St_Johns", "2016-11-03T10:35:09-02:30"},
+  };
+  const auto system = platform::makeSystemClock();
   for (const auto& c : cases) {
-    ScopedTimeZone zone(c.tz);
-    EXPECT_EQ(OLBaseEvent::formatDate(1478178309.75), c.text) << c.tz;
+    if (c.tz) {
+      ScopedTimeZone zone(c.tz);
+      EXPECT_EQ(OLBaseEvent::formatDate(c.instant, *system), c.text) << c.tz;
+    } else {
+      EXPECT_EQ(OLBaseEvent::formatDate(c.instant, FixedZone(c.offset)), c.text) << c.offset;
+    }
   }
 }
 
@@ -153,17 +177,17 @@ TEST_F(EventsTest, DictionariesHaveTheirKeysInOrder) {
        with({"attach_session_id", "attach_session_type"})},
   };
   for (const auto& c : cases)
-    EXPECT_EQ(keys(c.event->getEventDictionary()), c.keys) << c.event->eventType;
+    EXPECT_EQ(keys(c.event->getEventDictionary(utc_)), c.keys) << c.event->eventType;
 
   auto identify = *OLIdentifyEvent::make("s", "u", nullptr, LoginType::custom);
-  EXPECT_EQ(identify->getEventDictionary()["login_type"], "CUSTOM");
+  EXPECT_EQ(identify->getEventDictionary(utc_)["login_type"], "CUSTOM");
   auto heartbeat = *OLTimersHearbeat::make(10, {"a", "b"}, "s", "u");
-  EXPECT_EQ(dumpJson(heartbeat->getEventDictionary()["timers"]), R"(["a","b"])");
-  EXPECT_EQ(heartbeat->getEventDictionary()["event_type"], "timer heartbeat");
+  EXPECT_EQ(dumpJson(heartbeat->getEventDictionary(utc_)["timers"]), R"(["a","b"])");
+  EXPECT_EQ(heartbeat->getEventDictionary(utc_)["event_type"], "timer heartbeat");
   auto custom = *OLCustomEvent::make("n", "s", "u", nullptr);
   custom->creationDate = 1478181909.123456;
   EXPECT_EQ(custom->uniqueName(), "1478181909123456-event-custom_event");
-  EXPECT_EQ(custom->getEventDictionary()["creation_date"], "2016-11-03T14:05:09Z");
+  EXPECT_EQ(custom->getEventDictionary(utc_)["creation_date"], "2016-11-03T14:05:09Z");
 }
 
 TEST_F(EventsTest, RefusedEvents) {
@@ -218,7 +242,7 @@ TEST_F(EventsTest, FlowsAndTimers) {
   ASSERT_TRUE(flow->flowSucceed("paid", nullptr, 0));
   EXPECT_EQ(flow->eventType, "flow succeeded");
   EXPECT_EQ(flow->name, "paid");
-  EXPECT_EQ(flow->getEventDictionary()["flow_id"], id);
+  EXPECT_EQ(flow->getEventDictionary(utc_)["flow_id"], id);
   auto again = flow->flowSucceed("paid", nullptr, 0);
   ASSERT_FALSE(again);
   EXPECT_TRUE(again.error().is(LocalErrorCodes::EventFlowInconsistance,
@@ -233,18 +257,18 @@ TEST_F(EventsTest, FlowsAndTimers) {
   auto timer = *OLTimedEvent::make("load", "s", "u", nullptr);
   timer->creationDate = 1000;
   ASSERT_TRUE(timer->stop(nullptr, 1001.5));
-  auto d = timer->getEventDictionary();
+  auto d = timer->getEventDictionary(utc_);
   EXPECT_EQ(d["delta"], 1.5);
   EXPECT_EQ(d["event_type"], "timer stop");
-  EXPECT_EQ(d["end"], OLBaseEvent::formatDate(1001.5));
+  EXPECT_EQ(d["end"], "1970-01-01T00:16:41Z");
   auto twice = timer->stop(nullptr, 1002);
   ASSERT_FALSE(twice);
   EXPECT_TRUE(twice.error().is(LocalErrorCodes::EventTimedInconsistance,
                                "Cannot Stop a Timed Event not started"));
   EXPECT_EQ((*twice.error().extra())["timername"], "load");
   auto started = *OLTimedEvent::make("t", "s", "u", nullptr);
-  EXPECT_FALSE(started->getEventDictionary().contains("end"));
-  EXPECT_FALSE(started->getEventDictionary().contains("delta"));
+  EXPECT_FALSE(started->getEventDictionary(utc_).contains("end"));
+  EXPECT_FALSE(started->getEventDictionary(utc_).contains("delta"));
 }
 
 TEST_F(EventsTest, EveryClassRoundTripsThroughItsArchive) {
@@ -274,7 +298,8 @@ TEST_F(EventsTest, EveryClassRoundTripsThroughItsArchive) {
     auto back = decodeEvent(archivedBytes(*e));
     ASSERT_TRUE(back) << e->archiveClassName() << ": " << back.error().description();
     EXPECT_EQ((*back)->archiveClassName(), e->archiveClassName());
-    EXPECT_EQ((*back)->getEventDictionary(), e->getEventDictionary()) << e->archiveClassName();
+    EXPECT_EQ((*back)->getEventDictionary(utc_), e->getEventDictionary(utc_))
+        << e->archiveClassName();
     EXPECT_EQ((*back)->uniqueName(), e->uniqueName());
   }
 }
@@ -286,14 +311,14 @@ TEST_F(EventsTest, RankingMultiplierGoesOutAsTheSimpleObjectWritesAFloat) {
     auto ranking = *OLRankingContentEvent::make("s", "u", "abc",
                                                 RankingScope(_RankingScope::social), multiplier);
     const std::string expected = dumpJson(bag->getDictionary()["m"]);
-    EXPECT_EQ(dumpJson(ranking->getEventDictionary()["multiplier"]), expected);
+    EXPECT_EQ(dumpJson(ranking->getEventDictionary(utc_)["multiplier"]), expected);
     auto back = decodeEvent(archivedBytes(*ranking));
     ASSERT_TRUE(back);
-    EXPECT_EQ(dumpJson((*back)->getEventDictionary()["multiplier"]), expected);
+    EXPECT_EQ(dumpJson((*back)->getEventDictionary(utc_)["multiplier"]), expected);
   }
   auto ranking =
       *OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::social), 1.1f);
-  EXPECT_EQ(dumpJson(ranking->getEventDictionary()["multiplier"]), "1.1");
+  EXPECT_EQ(dumpJson(ranking->getEventDictionary(utc_)["multiplier"]), "1.1");
 }
 
 TEST_F(EventsTest, CorruptArchivesYieldNoEvent) {

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Fails when a folder of src/ includes a header from a folder above it.
+"""Fails when a folder of src/ includes a header from a folder above it, or
+when code outside src/platform/ reaches the OS itself.
 
     include_order.py SRC_DIR
 
@@ -8,6 +9,10 @@ public headers (ostrel/...), never a folder above: a subsystem then builds, read
 and tests without the ones that use it, and a cycle between two cannot start.
 A folder that is not in the order below fails too, so a new one gets its place
 when it is made rather than after its first wrong include.
+
+The time zone, the environment, sleeping threads and the standard streams are
+the host's to give through its Platform (a phone has no TZ variable, and a test
+hands its own clock): only platform/ may call the C library for them.
 """
 import pathlib
 import re
@@ -32,6 +37,21 @@ LAYERS = [
 ]
 PUBLIC = "ostrel"
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"/]+)/([^"]*)"')
+OS_CALL = re.compile(
+    r"\b(localtime(_r)?|gmtime(_r)?|mktime|timegm|tzset|(secure_)?getenv|setenv|putenv|"
+    r"sleep_for|sleep_until|usleep|nanosleep|stderr|stdout|cerr|cout|clog)\b")
+
+
+def os_calls(src: pathlib.Path) -> list:
+    faults = []
+    for source in sorted(src.rglob("*")):
+        if source.suffix not in (".h", ".cc") or source.is_relative_to(src / "platform"):
+            continue
+        for number, line in enumerate(source.read_text().splitlines(), 1):
+            code = line.split("//", 1)[0]  # what comments say is no call
+            if match := OS_CALL.search(code):
+                faults.append(f"{source}:{number}: {match.group(0)} outside platform/")
+    return faults
 
 
 def main(src: pathlib.Path) -> int:
@@ -54,13 +74,15 @@ def main(src: pathlib.Path) -> int:
                     faults.append(f"{where}, a folder with no place in the layer order")
                 elif rank[target] > rank[folder.name]:
                     faults.append(f"{where}, a layer above it")
+    faults += os_calls(src)
     for fault in faults:
         print(fault)
     if faults:
-        print(f"{len(faults)} includes break the layer order (bottom to top: "
-              f"{', '.join(LAYERS)})")
+        print(f"{len(faults)} faults: includes must point down the layers (bottom to top: "
+              f"{', '.join(LAYERS)}) and only platform/ may reach the OS")
         return 1
-    print(f"every include points down the layers ({', '.join(LAYERS)})")
+    print(f"every include points down the layers ({', '.join(LAYERS)}), "
+          "and only platform/ reaches the OS")
     return 0
 
 

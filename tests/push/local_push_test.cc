@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <future>
+#include <thread>
 
 #include "ostrel/ostrel.h"
 #include "platform/defaults.h"
+#include "support/eventually.h"
+#include "support/recorder.h"
 #include "support/test_platform.h"
 
 namespace ostrel {
@@ -88,57 +90,40 @@ TEST(LocalPushTest, ScheduledPushesComeBackAsLocalPushes) {
   EXPECT_EQ((*refused.error().extra())["userInfo"], foreign.userInfo);
 }
 
-TEST(LocalPushTest, ANotificationDueWhileTheAppWasClosedIsDeliveredOnTheNextRun) {
-  test::TestPlatform platform;
-  const std::string root = platform.root();
-  platform.clock().set(100);
-  auto scheduler = platform::makeThreadScheduler();
-  {
-    // First run: scheduled, then the app ends before the fire date.
-    auto store = platform::makeDesktopLocalNotifications(platform::makePosixFileSystem(root),
-                                                         scheduler, platform.platform().clock);
-    platform::LocalNotification n;
-    n.identifier = "reminder-1";
-    n.fireDate = 160;
-    n.alertBody = "come back";
-    n.userInfo = Json{{"push_id", "reminder-1"}};
-    ASSERT_TRUE(store->schedule(n));
-  }
-  // Second run, after the fire date: delivered once a handler listens, and only once.
-  platform.clock().set(200);
-  auto store = platform::makeDesktopLocalNotifications(platform::makePosixFileSystem(root),
-                                                       scheduler, platform.platform().clock);
-  ASSERT_EQ(store->pending().size(), 1u);
-  std::promise<platform::LocalNotification> delivered;
-  std::atomic<int> count{0};
-  store->setDeliveryHandler([&](const platform::LocalNotification& n) {
-    if (count++ == 0) delivered.set_value(n);
-  });
-  auto f = delivered.get_future();
-  ASSERT_EQ(f.wait_for(10s), std::future_status::ready);
-  EXPECT_EQ(f.get().alertBody, "come back");
-  std::this_thread::sleep_for(100ms);
-  EXPECT_EQ(count.load(), 1);
-  EXPECT_TRUE(store->pending().empty());
+platform::LocalNotification reminder(const std::string& id, double fireDate) {
+  platform::LocalNotification n;
+  n.identifier = id;
+  n.fireDate = fireDate;
+  n.alertBody = id;
+  n.userInfo = Json{{"push_id", id}};
+  return n;
 }
 
-TEST(LocalPushTest, AFutureNotificationWaitsForItsInstant) {
+TEST(LocalPushTest, ANotificationDueWhileTheAppWasClosedComesOnTheNextRunALaterOneAtItsInstant) {
   test::TestPlatform platform;
-  auto clock = platform::makeSystemClock();
+  test::Recorder<std::string> delivered;  // outlives the stores that call in
   auto scheduler = platform::makeThreadScheduler();
-  auto store = platform::makeDesktopLocalNotifications(
-      platform::makePosixFileSystem(platform.root()), scheduler, clock);
-  std::promise<double> delivered;
+  auto open = [&] {
+    return platform::makeDesktopLocalNotifications(platform::makePosixFileSystem(platform.root()),
+                                                   scheduler, platform.platform().clock);
+  };
+  // First run: scheduled, then the app ends before the fire date.
+  platform.clock().set(100);
+  ASSERT_TRUE(open()->schedule(reminder("come-back", 160)));
+  // Second run, after the fire date: delivered once a handler listens, and only once.
+  platform.clock().set(200);
+  auto store = open();
+  ASSERT_EQ(store->pending().size(), 1u);
   store->setDeliveryHandler(
-      [&](const platform::LocalNotification&) { delivered.set_value(clock->now()); });
-  platform::LocalNotification n;
-  n.identifier = "soon";
-  n.fireDate = clock->now() + 0.3;
-  n.userInfo = Json{{"push_id", "soon"}};
-  ASSERT_TRUE(store->schedule(n));
-  auto f = delivered.get_future();
-  ASSERT_EQ(f.wait_for(10s), std::future_status::ready);
-  EXPECT_GE(f.get(), n.fireDate);
+      [&](const platform::LocalNotification& n) { delivered.add(n.alertBody.value_or("")); });
+  ASSERT_TRUE(test::eventually([&] { return !delivered.values().empty(); }));
+  ASSERT_TRUE(store->schedule(reminder("soon", 200.3)));
+  std::this_thread::sleep_for(100ms);
+  EXPECT_EQ(delivered.values(), std::vector<std::string>{"come-back"});
+  EXPECT_EQ(store->pending().size(), 1u) << "the later one waits";
+  platform.clock().set(200.3);
+  EXPECT_TRUE(test::eventually([&] { return delivered.values().size() == 2; }));
+  EXPECT_EQ(delivered.values(), (std::vector<std::string>{"come-back", "soon"}));
 }
 
 }  // namespace

@@ -91,10 +91,15 @@ TEST_F(ChunkedQueueTest, KeysWrapAfter65535AndARestartSendsLowKeysFirst) {
 }
 
 TEST_F(ChunkedQueueTest, RestartRebuildsFromDiskAndSkipsCorruptFiles) {
+  int64_t size = 0;
   {
     OLChunkedQueue queue(platform_.ref(), "EventQueue", 10240);
     for (int i = 0; i < 3; ++i) ASSERT_TRUE(queue.append(*event("k" + std::to_string(i))));
+    size = queue.pushChunkSize();
   }
+  // The size record is written at most once an interval, and still ends with
+  // the last size when the queue goes before the interval is over.
+  EXPECT_EQ(test::readWholeFile(platform_.root() + "/chunk-size"), std::to_string(size));
   const std::string chunk = platform_.root() + "/EventQueue/Chunks/1";
   std::ofstream(chunk + "/garbage") << "not an archive";
   std::ofstream(chunk + "/empty");

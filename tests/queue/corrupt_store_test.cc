@@ -50,7 +50,8 @@ int removeUnreadable(const fs::path& folder, bool (*readable)(const std::string&
 std::optional<std::string> eventName(const std::string& bytes) {
   auto event = decodeEvent(bytes);
   if (!event || !*event) return std::nullopt;
-  return (*event)->getEventDictionary().value("name", "");
+  auto external = std::dynamic_pointer_cast<OLExternalEvent>(*event);
+  return external ? external->name : "";
 }
 
 TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {

@@ -2,9 +2,6 @@
 // timer flushes without being asked, and an overdue expire timer fires at once.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <thread>
-
 #include "core/device_information.h"
 #include "login/status_factory.h"
 #include "queue/ol_queue_manager.h"
@@ -15,8 +12,6 @@
 
 namespace ostrel {
 namespace {
-
-using namespace std::chrono_literals;
 
 using test::eventually;
 
@@ -36,11 +31,8 @@ TEST(QueueManagerTimersTest, HeartbeatAndExpiryWork) {
   ASSERT_TRUE(manager->addEvent("watch", EventType(_EventType::TimerStart), nullptr));
   // Nobody flushes: the expire timer does, and the heartbeat names the running timer.
   EXPECT_TRUE(eventually([&] {
-    for (const auto& e : service.events()) {
-      if (e["event_type"] == "timer heartbeat" && e["timers"] == Json::array({"watch"}))
-        return true;
-    }
-    return false;
+    auto beats = service.events("timer heartbeat");
+    return !beats.empty() && beats.back()["timers"] == Json::array({"watch"});
   }));
   EXPECT_TRUE(platform.log().contains("expire handler called"));
   EXPECT_TRUE(platform.log().contains("heartbeat handler called"));

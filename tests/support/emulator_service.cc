@@ -25,6 +25,19 @@ std::vector<Json> EmulatorService::events() const {
   return out;
 }
 
+std::vector<Json> EmulatorService::events(const std::string& type) const {
+  std::vector<Json> out;
+  for (auto& e : events())
+    if (e["event_type"] == type) out.push_back(std::move(e));
+  return out;
+}
+
+int EmulatorService::named(const std::string& name) const {
+  int n = 0;
+  for (const auto& e : events()) n += e.value("name", "") == name ? 1 : 0;
+  return n;
+}
+
 Platform EmulatorService::platformFor(const TestPlatform& base) const {
   Platform p = base.platform();
   p.deployment.domain = emulator_->info().domain;

@@ -28,7 +28,11 @@ class EmulatorService {
   void delayNext(const std::string& path, int delayMs) {
     emulator_->injectFault(path, 0, 1, delayMs);
   }
+  // What the emulator received, oldest first: every event, or those of one type.
   std::vector<Json> events() const;
+  std::vector<Json> events(const std::string& type) const;
+  // How many received events carry this name.
+  int named(const std::string& name) const;
   int requestsTo(const std::string& path) const { return emulator_->requestCount(path); }
   void setOperatorBounces(int bounces) { emulator_->setOperatorBounces(bounces); }
   // A platform that reaches this emulator (real clock, its CA trusted).
@@ -47,17 +51,22 @@ class EmulatorService {
     auto builder = facade.getLoginBuilder();
     if (!builder) return builder.error();
     configure(**builder);
+    return runFlow(**builder, getter);
+  }
+  // Runs the flow `getter` takes from `builder` as it stands.
+  template <class Getter>
+  static std::optional<OLError> runFlow(OLLoginBuilder& builder, Getter getter) {
     std::promise<std::optional<OLError>> done;
-    (*builder)->setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
-    auto flow = std::invoke(getter, **builder);
+    builder.setOnFlowCompleteCallback([&](std::optional<OLError> e) { done.set_value(e); });
+    auto flow = std::invoke(getter, builder);
     if (!flow) return flow.error();
     (*flow)->startLoginFlow();
     return done.get_future().get();
   }
-  // Sends what `facade` queued and waits for the answer.
-  static void flush(Ostrel& facade) {
-    await<std::optional<OLError>, std::optional<Json>>(
-        [&](auto done) { facade.flushEvents(done); });
+  // Sends what `facade` queued; answers the flush's error.
+  static std::optional<OLError> flush(Ostrel& facade) {
+    return std::get<0>(await<std::optional<OLError>, std::optional<Json>>(
+        [&](auto done) { facade.flushEvents(done); }));
   }
   // Logs the e-mail account in.
   static std::optional<OLError> logIn(Ostrel& facade) {

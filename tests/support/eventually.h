@@ -1,7 +1,11 @@
 #pragma once
 // Waiting for what another thread does, without a fixed sleep.
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
 #include <future>
+#include <memory>
 #include <thread>
 #include <tuple>
 #include <type_traits>
@@ -32,6 +36,23 @@ auto await(Start start) {
     return std::get<0>(std::move(values));
   } else {
     return values;
+  }
+}
+
+// Runs `work` on a thread of its own and waits for it: a hang aborts the test
+// program after `limit` instead of stalling the suite. What `work` holds is
+// released before the wait ends.
+inline void finishesWithin(std::chrono::seconds limit, std::function<void()> work) {
+  auto finished = std::make_shared<std::promise<void>>();
+  auto done = finished->get_future();
+  std::thread([work = std::move(work), finished]() mutable {
+    work();
+    work = nullptr;
+    finished->set_value();
+  }).detach();
+  if (done.wait_for(limit) != std::future_status::ready) {
+    std::fprintf(stderr, "the library hung\n");
+    std::abort();
   }
 }
 

@@ -2,23 +2,20 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <future>
 #include <thread>
 
 #include "core/ol_default.h"
 #include "platform/defaults.h"
+#include "support/connector_answer.h"
 #include "support/emulator_service.h"
+#include "support/eventually.h"
 #include "support/loopback_server.h"
 #include "transport/connector_builder.h"
 
 namespace ostrel {
 namespace {
 
-struct Answer {
-  std::optional<OLError> error;
-  int64_t status = -1;
-  std::optional<Json> body;
-};
+using test::Answer;
 
 class ConnectorHttpsTest : public ::testing::Test {
  protected:
@@ -27,15 +24,8 @@ class ConnectorHttpsTest : public ::testing::Test {
   }
 
   Answer send(OstrelAPIEndpoint endpoint, const Json& body, int64_t timeout = 15) {
-    ConnectorBuilder builder(services_, "app-id", "secret", false, false, false, timeout);
-    std::promise<Answer> done;
-    builder.buildConnector().send(endpoint, body,
-                                  [&](std::optional<OLError> e, int64_t s, std::optional<Json> b) {
-                                    done.set_value(Answer{std::move(e), s, std::move(b)});
-                                  });
-    auto f = done.get_future();
-    EXPECT_EQ(f.wait_for(std::chrono::seconds(30)), std::future_status::ready);
-    return f.get();
+    return test::send(ConnectorBuilder(services_, "app-id", "secret", false, false, false, timeout),
+                      endpoint, body);
   }
 
   test::TestPlatform platform_;
@@ -113,16 +103,16 @@ TEST_F(ConnectorHttpsTest, InvalidBodyNeverLeavesTheDeviceAndIsAnsweredOnTheNetw
   EXPECT_TRUE(server_.received().empty());
 
   // The refusal comes where every answer comes, never inside the caller's send().
-  std::promise<std::thread::id> answered;
-  ConnectorBuilder(services_, "app-id", "secret", false, false, false, 15)
-      .buildConnector()
-      .send(
-          OstrelAPIEndpoint::EmailLogin, Json{{"email", "a@b.c"}},
-          [&](std::optional<OLError> e, int64_t, std::optional<Json>) {
-            EXPECT_TRUE(e && e->is(LocalErrorCodes::ConnectionValidationError, "Missing password"));
-            answered.set_value(std::this_thread::get_id());
-          });
-  EXPECT_NE(answered.get_future().get(), std::this_thread::get_id());
+  auto [error, thread] = test::await<std::optional<OLError>, std::thread::id>([&](auto done) {
+    ConnectorBuilder(services_, "app-id", "secret", false, false, false, 15)
+        .buildConnector()
+        .send(OstrelAPIEndpoint::EmailLogin, Json{{"email", "a@b.c"}},
+              [done](std::optional<OLError> e, int64_t, std::optional<Json>) {
+                done(std::move(e), std::this_thread::get_id());
+              });
+  });
+  EXPECT_TRUE(error && error->is(LocalErrorCodes::ConnectionValidationError, "Missing password"));
+  EXPECT_NE(thread, std::this_thread::get_id());
 }
 
 TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesTheWire) {
@@ -161,10 +151,7 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
     EXPECT_EQ(builder.distributionGroup(), expected);
     EXPECT_EQ(OLDefault(services_->settings).get(stored), expected);
 
-    std::promise<void> done;
-    builder.buildConnector().send(OstrelAPIEndpoint::RichPush, Json::object(),
-                                  [&](auto, auto, auto) { done.set_value(); });
-    done.get_future().wait();
+    (void)test::send(builder, OstrelAPIEndpoint::RichPush, Json::object());
     const auto received = server_.received().back();
     EXPECT_EQ(received.headers.count("X-Injected"), 0u);
     EXPECT_NE(received.header("Authorization").find("group=\"" + expected + "\" , signature="),
@@ -176,10 +163,7 @@ TEST_F(ConnectorHttpsTest, GroupThatCouldBreakTheHeaderIsRefusedAndNeverReachesT
       ConnectorBuilder(services_, "app-id", "secret", false, false, false, 15).distributionGroup(),
       "beta");
   ASSERT_TRUE(builder.setDistributionGroup(std::nullopt));
-  std::promise<void> unset;
-  builder.buildConnector().send(OstrelAPIEndpoint::RichPush, Json::object(),
-                                [&](auto, auto, auto) { unset.set_value(); });
-  unset.get_future().wait();
+  (void)test::send(builder, OstrelAPIEndpoint::RichPush, Json::object());
   EXPECT_EQ(server_.received().back().header("Authorization").find("group="), std::string::npos);
   // A group stored by an older version that breaks the rule is dropped at start.
   OLDefault(services_->settings).set(std::string("x\r\nX-Injected: yes"), stored);
@@ -217,11 +201,7 @@ TEST(ConnectorRedirectTest, CredentialsNeverFollowARedirectOutsideTheDomain) {
       SCOPED_TRACE(std::string(endpointName(endpoint)) + " " + std::to_string(status));
       service.emulator().injectFault(std::string(endpointPath(endpoint)),
                                      emulator::Emulator::Fault{status, 0, false, "outside"});
-      std::promise<std::optional<OLError>> done;
-      builder.buildConnector().send(
-          endpoint, body,
-          [&](std::optional<OLError> e, int64_t, std::optional<Json>) { done.set_value(e); });
-      auto error = done.get_future().get();
+      auto error = test::send(builder, endpoint, body).error;
       // Refused before it goes (307, 308), or answered by the stranger: never a success.
       ASSERT_TRUE(error);
       EXPECT_TRUE(error->is(status >= 307 ? LocalErrorCodes::ConnectionError

@@ -29,6 +29,9 @@ struct DeviceFactsSnapshot {
   long timeZoneOffsetSecs = 0;
   // Whether the running application is a development build.
   bool isDevelopmentApp = false;
+  // Whether the process runs under unit tests (the desktop default: the
+  // environment variable "isTest" equals "true").
+  bool isUnitTesting = false;
 };
 
 class OSTREL_API DeviceFacts {
