@@ -210,6 +210,7 @@ class Engine {
   static std::shared_ptr<Engine> make(NetworkOverrides overrides) {
     static std::once_flag once;
     std::call_once(once, [] {
+      initTlsLibrary();
       curl_global_init(CURL_GLOBAL_DEFAULT);
       // Registered after the TLS library initialised, so it runs before its cleanup.
       std::atexit(stopLiveEngines);

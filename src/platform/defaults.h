@@ -9,6 +9,9 @@ namespace ostrel::platform {
 
 std::shared_ptr<HttpClient> makeCurlHttpClient(NetworkOverrides overrides);
 std::shared_ptr<Crypto> makeOpenSslCrypto();
+// Initialises OpenSSL once, without the exit handler that would free it under
+// the library's threads; before libcurl or any crypto call.
+void initTlsLibrary();
 std::shared_ptr<Clock> makeSystemClock();
 // The library's folder: $OSTREL_STORAGE_DIR when set, else
 // ($XDG_DATA_HOME or ~/.local/share) + "/Ostrel".

@@ -1,3 +1,4 @@
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
@@ -135,7 +136,16 @@ class OpenSslCrypto final : public Crypto {
 
 }  // namespace
 
+void initTlsLibrary() {
+  // OpenSSL frees its state from an exit handler of its own; a library thread
+  // still signing a request or drawing random bytes while the process exits
+  // would then fail (and abort). Its state lives until the process is gone.
+  static const bool done = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+  (void)done;
+}
+
 std::shared_ptr<Crypto> makeOpenSslCrypto() {
+  initTlsLibrary();
   return std::make_shared<OpenSslCrypto>();
 }
 
