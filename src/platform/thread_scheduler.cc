@@ -37,6 +37,23 @@ void runQueue(const std::shared_ptr<QueueState>& state) {
   }
 }
 
+// Tells a queue's or the scheduler's thread to stop and waits for it. Released
+// from one of its own blocks, the thread cannot be joined there: it holds the
+// shared state and ends by itself.
+template <class State>
+void stopThread(State& state, std::thread& thread) {
+  {
+    MutexLock lock(state.mutex);
+    state.stopping = true;
+  }
+  state.wake.notify_all();
+  if (thread.get_id() == std::this_thread::get_id()) {
+    thread.detach();
+  } else {
+    thread.join();
+  }
+}
+
 class ThreadSerialQueue final : public SerialQueue {
  public:
   explicit ThreadSerialQueue(std::string label)
@@ -46,20 +63,8 @@ class ThreadSerialQueue final : public SerialQueue {
     state_->threadId = thread_.get_id();
   }
 
-  ~ThreadSerialQueue() override {
-    {
-      MutexLock lock(state_->mutex);
-      state_->stopping = true;
-    }
-    state_->wake.notify_all();
-    // Released from one of its own blocks, the thread cannot be joined here; it
-    // holds the shared state and ends after draining what is queued.
-    if (thread_.get_id() == std::this_thread::get_id()) {
-      thread_.detach();
-    } else {
-      thread_.join();
-    }
-  }
+  // The thread drains what is queued before it ends.
+  ~ThreadSerialQueue() override { stopThread(*state_, thread_); }
 
   void async(std::function<void()> block) override {
     // Once the block is queued it may release this queue before we return:
@@ -220,20 +225,8 @@ class ThreadScheduler final : public Scheduler {
   ThreadScheduler()
       : state_(std::make_shared<SchedulerState>()), thread_([state = state_] { state->run(); }) {}
 
-  ~ThreadScheduler() override {
-    {
-      MutexLock lock(state_->mutex);
-      state_->stopping = true;
-    }
-    state_->wake.notify_all();
-    // Released from one of its own blocks, the thread cannot be joined here;
-    // it holds the shared state and ends once the block returns.
-    if (thread_.get_id() == std::this_thread::get_id()) {
-      thread_.detach();
-    } else {
-      thread_.join();
-    }
-  }
+  // The thread ends once the block it runs returns.
+  ~ThreadScheduler() override { stopThread(*state_, thread_); }
 
   std::shared_ptr<SerialQueue> makeSerialQueue(std::string label) override {
     return std::make_shared<ThreadSerialQueue>(std::move(label));
