@@ -291,6 +291,7 @@ void EventIntake::prepare() {
     MutexLock lock(mutex_);
     if (closed_ || spare_ != nullptr) return;
     id = writeSegment_ + 1;
+    ++working_;
   }
   const std::string path = segmentPath(id);
   auto file = files_->mapNewFile(path, limits_.segmentBytes);
@@ -325,6 +326,7 @@ void EventIntake::prepare() {
     unused.reset();
     (void)files_->remove(path);
   }
+  endWork();
   if (retry) {
     std::weak_ptr<EventIntake> weak = weak_from_this();
     scheduler_->after(limits_.retrySecs, [weak] {
@@ -578,6 +580,7 @@ void EventIntake::feed() {
       notifyFedLocked(ready);
       if (outstanding_ >= limits_.outstanding) break;
       nothing = feedPosition_.offset >= end;
+      if (!nothing && mapping != nullptr) ++working_;
       at = feedPosition_;
       generation = generation_;
       feed = feed_;
@@ -585,8 +588,12 @@ void EventIntake::feed() {
     }
     IntakeParse parsed;
     if (!nothing) {
-      parsed = mapping != nullptr ? mapping->published(at.offset, end, room)
-                                  : readFile(at, end, segmentDone);
+      if (mapping != nullptr) {
+        parsed = mapping->published(at.offset, end, room);
+        endWork();
+      } else {
+        parsed = readFile(at, end, segmentDone);
+      }
       // A segment read to its end holds nothing more (its tail was damage).
       nothing = parsed.frames.empty() && parsed.consumed == 0 && (mapping || !segmentDone);
     }
@@ -741,10 +748,11 @@ void EventIntake::afterApplied() {
   {
     MutexLock lock(mutex_);
     followUpScheduled_ = false;
+    if (closed_) return;
     removable.swap(removable_);
   }
   for (uint64_t id : removable) (void)files_->remove(segmentPath(id));
-  if (!removable.empty()) writeCheckpoint();
+  if (!removable.empty()) storeCheckpoint();
   feed();
 }
 
@@ -771,10 +779,26 @@ void EventIntake::scheduleCheckpoint() {
 }
 
 void EventIntake::writeCheckpoint() {
-  Position at;
   {
     MutexLock lock(mutex_);
     checkpointScheduled_ = false;
+    if (closed_) return;  // close() wrote the last one
+  }
+  storeCheckpoint();
+}
+
+void EventIntake::endWork() {
+  {
+    MutexLock lock(mutex_);
+    --working_;
+  }
+  workDone_.notify_all();
+}
+
+void EventIntake::storeCheckpoint() {
+  Position at;
+  {
+    MutexLock lock(mutex_);
     if (!checkpointDirty_) return;
     checkpointDirty_ = false;
     at = applied_;
@@ -820,6 +844,9 @@ void EventIntake::close(std::chrono::milliseconds timeout) {
       mappedBase_ += extent.count;
     }
     std::swap(spare, spare_);
+    // Once this returns, the host may do what it likes with the folder: a
+    // read of a mapping whose file it then truncates would be a SIGBUS.
+    while (working_ > 0) lock.wait(workDone_);
   }
   spaceFreed_.notify_all();
   segmentReady_.notify_all();
@@ -837,7 +864,7 @@ void EventIntake::close(std::chrono::milliseconds timeout) {
     MutexLock lock(mutex_);
     checkpointDirty_ = true;
   }
-  writeCheckpoint();
+  storeCheckpoint();
   for (auto& then : waiters) then();
 }
 

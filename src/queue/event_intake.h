@@ -178,7 +178,11 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   void afterApplied();
   void trimLocked(Position after, std::vector<uint64_t>& removable) OSTREL_REQUIRES(mutex_);
   void scheduleCheckpoint();
+  // Posted: writes the checkpoint unless the intake was closed meanwhile.
   void writeCheckpoint();
+  void storeCheckpoint();
+  // Ends a read of a mapping or the making of a segment, which close() waits for.
+  void endWork();
   void notifyFedLocked(std::vector<std::function<void()>>& ready) OSTREL_REQUIRES(mutex_);
   bool fedLocked(uint64_t upTo) const OSTREL_REQUIRES(mutex_);
   void post(void (EventIntake::*member)());
@@ -243,6 +247,10 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   bool prepareFailing_ OSTREL_GUARDED_BY(mutex_) = false;
   bool retireScheduled_ OSTREL_GUARDED_BY(mutex_) = false;
   bool lingerScheduled_ OSTREL_GUARDED_BY(mutex_) = false;
+  // Reads of a mapping and makings of a segment under way outside the lock;
+  // none starts once the intake is closed.
+  int working_ OSTREL_GUARDED_BY(mutex_) = 0;
+  std::condition_variable workDone_;
   // Events of this run in the segments before the current one.
   uint64_t mappedBase_ OSTREL_GUARDED_BY(mutex_) = 0;
   // This run's segments still mapped, by id; segment objects to reuse; all of them.

@@ -2,11 +2,12 @@
 // frames survive tearing and damage, a restart replays exactly what was not
 // yet in chunks, a full disk loses nothing and hangs nobody, producers racing
 // across segment rollovers lose nothing, and no more than the limit is ever
-// in flight.
+// in flight; once closed, it leaves its folder to the host.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <mutex>
 #include <thread>
 
@@ -400,6 +401,33 @@ TEST_F(EventIntakeTest, NoMoreThanTheLimitIsInFlight) {
     std::lock_guard lock(sink->mutex);
     EXPECT_EQ(sink->waiting.size(), 16u);
   });
+}
+
+TEST_F(EventIntakeTest, OnceClosedTheFolderIsTheHostsAgain) {
+  // A host that damages or clears the folder after the facade went: the
+  // intake's thread was still reading its mapping of a file truncated under
+  // it, a SIGBUS one cycle in a few dozen.
+  files_->maps = true;
+  for (int cycle = 0; cycle < 200; ++cycle) {
+    test::TempDir folder;
+    auto sink = std::make_shared<Sink>();
+    auto intake = open({}, folder.path());
+    intake->start(sink->feed());
+    std::atomic<bool> stop{false};
+    std::thread producer([&] {
+      for (int i = 0; !stop.load(); ++i) {
+        if (!intake->accept(record(i))) break;
+      }
+    });
+    ASSERT_TRUE(eventually([&] { return sink->count() > 0; }));
+    intake->close(1s);
+    stop = true;
+    producer.join();
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+      std::filesystem::resize_file(entry.path(), 0);
+    }
+    intake.reset();
+  }
 }
 
 }  // namespace
