@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string_view>
 
+#include "platform/defaults.h"
+
 namespace ostrel {
 namespace {
 
@@ -55,6 +57,9 @@ bool isConnectTarget(std::string_view target) {
 }
 
 int countPemCertificates(const std::string& path) {
+  // Often the process's first use of OpenSSL: it must come after the
+  // library's own initialisation, or OpenSSL's exit handler comes back.
+  platform::initTlsLibrary();
   FILE* f = std::fopen(path.c_str(), "r");
   if (f == nullptr) return -1;
   int count = 0;

@@ -4,11 +4,16 @@
 #include <openssl/rand.h>
 #include <openssl/sha.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <limits>
+#include <random>
+#include <thread>
 
 #include "platform/defaults.h"
 #include "platform/fatal.h"
+#include "platform/process_exit.h"
 
 namespace ostrel {
 
@@ -63,10 +68,52 @@ const EVP_MD* evpFor(CryptoAlgorithm algorithm) {
   return EVP_sha1();
 }
 
+// A host that used OpenSSL (or libcurl) before the library made OpenSSL
+// register its exit handler, which frees OpenSSL's state while the library's
+// threads may still sign a request. The library's own exit hook runs before
+// that handler and closes this gate: the calls under way end, later ones are
+// not made.
+struct ExitGate {
+  std::atomic<int> inside{0};
+  std::atomic<bool> closed{false};
+};
+
+ExitGate& exitGate() {
+  static auto* gate = new ExitGate();  // used by threads still running at exit
+  return *gate;
+}
+
+class GatePass {
+ public:
+  GatePass() : gate_(exitGate()) {
+    gate_.inside.fetch_add(1);
+    admitted_ = !gate_.closed.load();
+  }
+  ~GatePass() { gate_.inside.fetch_sub(1); }
+  GatePass(const GatePass&) = delete;
+  GatePass& operator=(const GatePass&) = delete;
+  bool admitted() const { return admitted_; }
+
+ private:
+  ExitGate& gate_;
+  bool admitted_;
+};
+
+void closeExitGate() {
+  auto& gate = exitGate();
+  gate.closed.store(true);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+  while (gate.inside.load() > 0 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+}
+
 class OpenSslCrypto final : public Crypto {
  public:
   std::string hmac(CryptoAlgorithm algorithm, std::string_view key,
                    std::string_view message) const override {
+    GatePass pass;
+    if (!pass.admitted()) return {};  // the process is exiting: nothing is signed any more
     unsigned char out[EVP_MAX_MD_SIZE];
     unsigned int len = 0;
     // HMAC() wants a non-null key pointer even for an empty key.
@@ -114,8 +161,15 @@ class OpenSslCrypto final : public Crypto {
 
   std::string randomBytes(std::size_t count) const override {
     std::string out(count, '\0');
-    if (count > 0 &&
-        RAND_bytes(reinterpret_cast<unsigned char*>(out.data()), static_cast<int>(count)) != 1) {
+    if (count == 0) return out;
+    GatePass pass;
+    if (!pass.admitted()) {
+      // The process is exiting: the kernel's source, without OpenSSL.
+      std::random_device device;
+      for (auto& c : out) c = static_cast<char>(device());
+      return out;
+    }
+    if (RAND_bytes(reinterpret_cast<unsigned char*>(out.data()), static_cast<int>(count)) != 1) {
       fatal("secure random source failed");
     }
     return out;
@@ -140,7 +194,11 @@ void initTlsLibrary() {
   // OpenSSL frees its state from an exit handler of its own; a library thread
   // still signing a request or drawing random bytes while the process exits
   // would then fail (and abort). Its state lives until the process is gone.
-  static const bool done = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+  static const bool done = [] {
+    const bool ok = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+    addExitHook(closeExitGate);
+    return ok;
+  }();
   (void)done;
 }
 

@@ -44,7 +44,15 @@ void OLConnector::send(OstrelAPIEndpoint endpoint, const std::optional<Json>& ob
     });
     return;
   }
-  addHeadersToRequest(request, std::nullopt, dumpJson(*body));
+  if (!addHeadersToRequest(request, std::nullopt, dumpJson(*body))) {
+    // Not sent: an unsigned request would be refused for good, and its
+    // events dropped with it.
+    platform_->http->dispatch([callback = std::move(callback)] {
+      callback(OLError::LocalError(LocalErrorCodes::ConnectionError, "Cannot sign the request"), 0,
+               std::nullopt);
+    });
+    return;
+  }
   performRequest(std::move(request),
                  [callback = std::move(callback)](std::optional<OLError> error, int64_t status,
                                                   std::optional<Json> reply) {
@@ -67,7 +75,7 @@ std::string OLConnector::timestampText(double secondsSince1970) {
   return buf;
 }
 
-void OLConnector::addHeadersToRequest(platform::HttpRequest& request,
+bool OLConnector::addHeadersToRequest(platform::HttpRequest& request,
                                       const std::optional<std::string>& query,
                                       const std::optional<std::string>& body) const {
   const std::string timestamp = timestampText(platform_->clock->now());
@@ -87,9 +95,11 @@ void OLConnector::addHeadersToRequest(platform::HttpRequest& request,
   const std::string endpoint = host + urlPath(request.url);
   const std::string signature = getImeldStr(*platform_->crypto, secret_, endpoint, request.method,
                                             bodyString, query.value_or(""), timestamp);
+  if (signature.empty()) return false;
   const auto group = getDistributionGroup_ ? getDistributionGroup_() : std::nullopt;
   request.headers.emplace_back("Authorization",
                                authorizationHeader(identifier_, group, signature, timestamp));
+  return true;
 }
 
 std::string OLConnector::getImeldStr(const platform::Crypto& crypto, std::string_view secret,

@@ -29,9 +29,11 @@ class OLConnector {
   void send(OstrelAPIEndpoint endpoint, const std::optional<Json>& object,
             ConnectorCallback callback) const;
 
-  // Sets the body, Content-Length and the signed Authorization header.
-  void addHeadersToRequest(platform::HttpRequest& request, const std::optional<std::string>& query,
-                           const std::optional<std::string>& body) const;
+  // Sets the body, Content-Length and the signed Authorization header; false
+  // when the request cannot be signed (the process is exiting).
+  [[nodiscard]] bool addHeadersToRequest(platform::HttpRequest& request,
+                                         const std::optional<std::string>& query,
+                                         const std::optional<std::string>& body) const;
 
   // The request signature: HMAC-SHA1 over endpoint|method|body|query|timestamp, in hex.
   static std::string getImeldStr(const platform::Crypto& crypto, std::string_view secret,

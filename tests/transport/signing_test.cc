@@ -92,7 +92,7 @@ TEST_F(HeadersTest, SignsHostAndPathWithoutSchemePortOrQuery) {
     platform::HttpRequest r;
     r.url = "https://client.ostrel.io:8443/events/track_bulk?x=1";
     r.method = "POST";
-    connector_.addHeadersToRequest(r, std::nullopt, c.body);
+    ASSERT_TRUE(connector_.addHeadersToRequest(r, std::nullopt, c.body));
     EXPECT_EQ(header(r, "Content-Length"), c.length);
     EXPECT_EQ(r.body, c.body.value_or(""));
     std::string sig = OLConnector::getImeldStr(*platform_.platform().crypto, "secret",

@@ -19,6 +19,8 @@ namespace platform {
 class OSTREL_API Crypto {
  public:
   virtual ~Crypto() = default;
+  // Empty when no digest can be made any more (the process is exiting): the
+  // library then sends nothing.
   virtual std::string hmac(CryptoAlgorithm algorithm, std::string_view key,
                            std::string_view message) const = 0;
   virtual std::string sha1(std::string_view data) const = 0;
