@@ -10,11 +10,6 @@
 namespace ostrel::bench {
 namespace {
 
-class SilentLog : public platform::LogSink {
- public:
-  void write(std::string_view) override {}
-};
-
 class RefusingHttpClient : public platform::HttpClient {
  public:
   void send(platform::HttpRequest request, platform::HttpCompletion completion) override {
@@ -40,21 +35,9 @@ long statusField(const char* name) {
 
 }  // namespace
 
-ScratchDir::ScratchDir() : ScratchDir(std::filesystem::temp_directory_path().string()) {}
-
-ScratchDir::ScratchDir(const std::string& parent) {
-  std::string pattern = parent + "/ostrel-bench-XXXXXX";
-  path_ = ::mkdtemp(pattern.data()) ? pattern : std::string();
-}
-
 std::string memoryFolder() {
   const std::string shm = "/dev/shm";
   return ::access(shm.c_str(), W_OK) == 0 && std::filesystem::is_directory(shm) ? shm : "";
-}
-
-ScratchDir::~ScratchDir() {
-  std::error_code ignored;
-  if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
 }
 
 std::unique_ptr<emulator::Emulator> startEmulator(const std::string& dataDir) {
@@ -77,8 +60,6 @@ Platform benchPlatform(const std::string& storageRoot,
     std::exit(2);
   }
   Platform p = *fromEnvironment;
-  p.log = std::make_shared<SilentLog>();
-  p.storageRoot = storageRoot;
   if (service) {
     p.deployment.domain = service->domain;
     p.deployment.scheme = service->scheme;
@@ -86,7 +67,7 @@ Platform benchPlatform(const std::string& storageRoot,
   } else {
     p.http = std::make_shared<RefusingHttpClient>();
   }
-  return p.completed();
+  return testing::scratchPlatform(p, storageRoot);
 }
 
 long residentKb() {

@@ -8,21 +8,11 @@
 
 #include "emulator/emulator.h"
 #include "ostrel/platform.h"
+#include "scratch_platform.h"
 
 namespace ostrel::bench {
 
-// A temporary folder removed with its content on destruction.
-class ScratchDir {
- public:
-  // Under the system's temporary folder, or under `parent` when given.
-  ScratchDir();
-  explicit ScratchDir(const std::string& parent);
-  ~ScratchDir();
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+using testing::ScratchDir;
 
 // A memory-backed folder (/dev/shm) when the machine has a writable one, else "".
 std::string memoryFolder();

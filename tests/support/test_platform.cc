@@ -1,11 +1,7 @@
 #include "support/test_platform.h"
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
-
-#include "platform/defaults.h"
 
 namespace ostrel::test {
 
@@ -39,17 +35,6 @@ std::string readWholeFile(const std::string& path) {
   return out.str();
 }
 
-TempDir::TempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "ostrel-test-XXXXXX").string();
-  char* made = ::mkdtemp(pattern.data());
-  path_ = made ? made : pattern;
-}
-
-TempDir::~TempDir() {
-  std::error_code ec;
-  std::filesystem::remove_all(path_, ec);
-}
-
 TestPlatform::TestPlatform()
     : root_(dir_.path() + "/Ostrel"),
       clock_(std::make_shared<FakeClock>()),
@@ -57,9 +42,7 @@ TestPlatform::TestPlatform()
   Platform platform;
   platform.clock = clock_;
   platform.log = log_;
-  platform.files = platform::makePosixFileSystem(root_);
-  platform.settings = platform::makeFileSettingsStore(platform.files, root_ + "/settings.json");
-  platform_ = std::make_shared<const Platform>(platform.completed());
+  platform_ = std::make_shared<const Platform>(testing::scratchPlatform(platform, root_));
 }
 
 TestPlatform::~TestPlatform() = default;

@@ -8,6 +8,7 @@
 
 #include "ostrel/platform.h"
 #include "platform/platform_ref.h"
+#include "testing/scratch_platform.h"
 
 namespace ostrel::test {
 
@@ -37,18 +38,7 @@ class CapturingLogSink : public platform::LogSink {
 // The whole content of a file ("" when it cannot be read).
 std::string readWholeFile(const std::string& path);
 
-// A fresh folder under the system's temporary folder, removed on destruction.
-class TempDir {
- public:
-  TempDir();
-  ~TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+using TempDir = testing::ScratchDir;
 
 // The platform of one test: the real defaults, except a storage root in a
 // temporary folder, a fake clock and a capturing log sink.
