@@ -145,10 +145,11 @@ void EventIntake::mapFirstSegment() {
   auto file = files_->mapNewFile(segmentPath(writeSegment_), limits_.segmentBytes);
   if (!file) {
     log_->write("Cannot map the event intake, its thread writes it: " + file.error().description());
+    mapLater_ = true;
     return;
   }
   if (!*file) return;  // a file system that cannot map: the writer thread writes
-  mapped_ = true;
+  mapped_.store(true);
   auto* segment = recycledSegmentLocked();
   segment->reset(writeSegment_, std::move(*file));
   live_[writeSegment_] = segment;
@@ -205,6 +206,11 @@ Result<uint64_t> EventIntake::accept(const IntakeRecord& record) {
     MutexLock lock(mutex_);
     for (;;) {
       if (closed_) return intakeError("The event queue is closed");
+      if (mapped_.load()) break;  // the log became mapped while this caller waited
+      if (switching_) {
+        lock.wait(spaceFreed_);
+        continue;
+      }
       if (pending_.size() >= limits_.pendingBytes) {
         if (writeFailing_) {
           return intakeError("The event store cannot take more events: the disk refuses writes");
@@ -220,6 +226,10 @@ Result<uint64_t> EventIntake::accept(const IntakeRecord& record) {
       if (!oldest || now - *oldest < maxAge) break;
       if (lock.waitUntil(spaceFreed_, stuck) == std::cv_status::timeout) break;
       now = Clock::now();
+    }
+    if (mapped_.load()) {
+      lock.unlock();
+      return accept(record);
     }
     if (pendingCount_ == 0) pendingSince_ = now;
     pending_ += frame;
@@ -412,8 +422,62 @@ void EventIntake::drain() {
   }
   (void)beginWrite(std::nullopt);
   writePendingLocked();
+  mapAgain();
   endWrite();
   post(&EventIntake::feed);
+}
+
+void EventIntake::mapAgain() {
+  const auto now = std::chrono::steady_clock::now();
+  uint64_t id;
+  {
+    MutexLock lock(mutex_);
+    if (!mapLater_ || mapped_.load() || closed_ || writeFailing_ || now < nextMapping_) return;
+    nextMapping_ = now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                             std::chrono::duration<double>(limits_.retrySecs));
+    // Past the segment the write below may roll over to.
+    id = writeSegment_ + 2;
+    ++working_;
+  }
+  auto file = files_->mapNewFile(segmentPath(id), limits_.segmentBytes);
+  if (!file || !*file) {
+    endWork();
+    return;
+  }
+  {
+    MutexLock lock(mutex_);
+    switching_ = true;  // callers wait for the last write and then take the mapping
+  }
+  writePendingLocked();
+  std::unique_ptr<platform::MappedFile> unused;
+  {
+    MutexLock lock(mutex_);
+    if (pending_.empty() && !closed_) {
+      finished_[writeSegment_] = writeOffset_;
+      mappedBase_ = accepted_;
+      auto* segment = recycledSegmentLocked();
+      segment->reset(id, std::move(*file));
+      segment->setFirstNumber(mappedBase_);
+      writeSegment_ = id;
+      writeOffset_ = 0;
+      live_[id] = segment;
+      current_.store(segment);
+      mapped_.store(true);
+      log_->write("The event intake maps its log again");
+    } else {
+      unused = std::move(*file);  // the write failed: it is retried as before
+    }
+    switching_ = false;
+  }
+  spaceFreed_.notify_all();
+  persistedChanged_.notify_all();
+  if (unused) {
+    unused.reset();
+    (void)files_->remove(segmentPath(id));
+  } else {
+    post(&EventIntake::prepare);
+  }
+  endWork();
 }
 
 bool EventIntake::beginWrite(std::optional<std::chrono::milliseconds> timeout) {

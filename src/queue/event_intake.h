@@ -101,7 +101,9 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   // Fails too for an event larger than a segment.
   Result<uint64_t> accept(const IntakeRecord& record);
   // True when the log is mapped: accept() returns only once the event is on disk.
-  bool mapsLog() const { return mapped_; }
+  // Not mapped at first for want of room or memory, it is mapped as soon as
+  // the file system can (tried again every `retrySecs` while events come).
+  bool mapsLog() const { return mapped_.load(); }
 
   uint64_t acceptedCount() const;
   uint64_t persistedCount() const;
@@ -149,6 +151,9 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   void recover() OSTREL_NO_THREAD_SAFETY_ANALYSIS;
   // Maps the first segment of this run, or settles for the writer thread.
   void mapFirstSegment() OSTREL_NO_THREAD_SAFETY_ANALYSIS;
+  // On the writer thread, with the writer's turn: when the first mapping
+  // failed, maps a segment now and moves the callers over to it.
+  void mapAgain();
   Result<uint64_t> acceptMapped(const IntakeRecord& record, std::size_t bytes);
   // A producer found `seen` full (or no longer current): installs the next
   // segment, or waits for it; an error when none can come.
@@ -235,9 +240,13 @@ class EventIntake : public std::enable_shared_from_this<EventIntake> {
   std::vector<uint64_t> removable_ OSTREL_GUARDED_BY(mutex_);  // segments all appended, to delete
   std::vector<std::pair<uint64_t, std::function<void()>>> fedWaiters_ OSTREL_GUARDED_BY(mutex_);
   std::function<void(uint64_t)> persistedObserver_ OSTREL_GUARDED_BY(mutex_);
-  // The mapped log. `mapped_` is set before the intake is shared. Producers
-  // reach the current segment through `current_` alone.
-  bool mapped_ = false;
+  // The mapped log. `mapped_` is set before the intake is shared, or later by
+  // mapAgain(), never cleared. Producers reach the current segment through
+  // `current_` alone.
+  std::atomic<bool> mapped_{false};
+  bool mapLater_ = false;  // set before the intake is shared
+  bool switching_ OSTREL_GUARDED_BY(mutex_) = false;
+  std::chrono::steady_clock::time_point nextMapping_ OSTREL_GUARDED_BY(mutex_);
   std::atomic<MappedSegment*> current_{nullptr};
   // Set by the intake's thread before it sleeps with nothing published to
   // read; the producer that clears it wakes the thread.

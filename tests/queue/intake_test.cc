@@ -123,6 +123,7 @@ class FillableFileSystem : public platform::FileSystem {
   std::atomic<bool> full{false};
   std::atomic<bool> held{false};
   std::atomic<bool> maps{false};
+  std::atomic<bool> mapRefused{false};  // mapping fails for want of room, writes succeed
 
   std::string storageRoot() const override { return real_->storageRoot(); }
   Result<void> createDirectories(const std::string& p) override {
@@ -141,7 +142,7 @@ class FillableFileSystem : public platform::FileSystem {
   Result<std::unique_ptr<platform::MappedFile>> mapNewFile(const std::string& p,
                                                            std::size_t n) override {
     if (!maps) return FileSystem::mapNewFile(p, n);
-    return full ? noSpace(p) : real_->mapNewFile(p, n);
+    return full || mapRefused ? noSpace(p) : real_->mapNewFile(p, n);
   }
   Result<std::string> readFile(const std::string& p) const override { return real_->readFile(p); }
   Result<std::string> readFileRange(const std::string& p, uint64_t o,
@@ -401,6 +402,36 @@ TEST_F(EventIntakeTest, NoMoreThanTheLimitIsInFlight) {
     std::lock_guard lock(sink->mutex);
     EXPECT_EQ(sink->waiting.size(), 16u);
   });
+}
+
+TEST_F(EventIntakeTest, AMappingRefusedAtFirstIsTakenLaterAndLosesNothing) {
+  // The first mapping fails (no room at that moment): the writer thread
+  // writes the log until a later try maps it, while a producer keeps going.
+  files_->maps = true;
+  files_->mapRefused = true;
+  test::TempDir folder;
+  auto sink = std::make_shared<Sink>();
+  auto intake = open({}, folder.path());
+  EXPECT_FALSE(intake->mapsLog());
+  intake->start(sink->feed());
+  int sent = 0;
+  for (; sent < 200; ++sent) ASSERT_TRUE(intake->accept(record(sent)));
+  files_->mapRefused = false;
+  std::atomic<bool> mapped{false};
+  std::thread producer([&] {
+    for (int more = 0; !mapped || more < 200; ++sent) {
+      ASSERT_TRUE(intake->accept(record(sent)));
+      if (mapped) ++more;
+    }
+  });
+  const bool mapsNow = eventually([&] { return intake->mapsLog(); });
+  mapped = true;
+  producer.join();
+  ASSERT_TRUE(mapsNow) << "never tried to map again";
+  ASSERT_TRUE(
+      eventually([&] { return intake->isDrained() && sink->count() == std::size_t(sent); }));
+  EXPECT_EQ(sink->appended, expected(0, sent));
+  EXPECT_EQ(intake->acceptedCount(), uint64_t(sent));
 }
 
 TEST_F(EventIntakeTest, OnceClosedTheFolderIsTheHostsAgain) {
