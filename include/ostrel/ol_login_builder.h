@@ -68,14 +68,18 @@ class OSTREL_API OLLoginBuilder : public std::enable_shared_from_this<OLLoginBui
   // Where the payment-receipt login reads the store receipt.
   OLLoginBuilder& setReceiptUrl(std::string path);
 
-  const std::optional<std::string>& pin() const { return _pin; }
+  const std::optional<std::string>& pin() const;
+
+  ~OLLoginBuilder();
+  OLLoginBuilder(const OLLoginBuilder&) = delete;
+  OLLoginBuilder& operator=(const OLLoginBuilder&) = delete;
 
  private:
   friend class OstrelFacadeImpl;
   static std::shared_ptr<OLLoginBuilder> make(std::shared_ptr<OLStatus> state,
                                               std::shared_ptr<ConnectorBuilder> connectorBuilder,
                                               std::weak_ptr<OLQueueManager> eventManager);
-  OLLoginBuilder() = default;
+  OLLoginBuilder();
   Result<void> checkRequirements();
   Result<void> checkEmail(bool needsPassword);
   void autologinCompleted(std::optional<OLError> error, std::optional<std::string> token);
@@ -87,27 +91,8 @@ class OSTREL_API OLLoginBuilder : public std::enable_shared_from_this<OLLoginBui
   void finalizeFlow(std::optional<OLError> error, std::optional<std::string> sessionToken,
                     LoginType loginType, const std::shared_ptr<OLSimpleObject>& customData);
 
-  ErrorCallback _onFlowCompleteCallback;
-  std::shared_ptr<OLStatus> _ostrelState;
-  std::optional<std::string> _customId;
-  std::shared_ptr<OLSimpleObject> _customData;
-  std::optional<std::string> _clientId;
-  std::optional<std::string> _manualToken;
-  std::optional<std::string> _email;
-  std::optional<std::string> _password;
-  std::shared_ptr<OLSimpleObject> _emailParams;
-  std::shared_ptr<OLSimpleObject> _userProperties;
-  std::optional<std::string> _msisdn;
-  std::optional<std::string> _pin;
-  std::optional<std::string> _externalId;
-  std::optional<std::string> _offerId;
-  std::optional<std::string> _pony;
-  std::shared_ptr<ConnectorBuilder> _buildConnector;
-  std::weak_ptr<OLQueueManager> _eventManager;
-  std::optional<std::string> _brivolaUser;
-  std::optional<std::string> _infoUtente;
-  std::optional<std::string> _receiptUrl;
-  std::optional<std::string> _imsi;
+  struct Fields;  // what the builder was told and what it works with
+  std::unique_ptr<Fields> d_;
 };
 
 }  // namespace ostrel

@@ -3,10 +3,8 @@
 // registration with the service (kept linked to whoever is logged), received
 // notifications turned into push objects for the app's callback, and the
 // analytics of pushes.
-#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
@@ -57,7 +55,7 @@ class OSTREL_API OLPushManager : public std::enable_shared_from_this<OLPushManag
   void didFailToRegisterForRemoteNotificationsWithError(const OLError& error);
   void setRegistrationError(const OLError& error);
   void registerDeviceToOstrel();
-  bool isRegistered() const { return registered_.load(); }
+  bool isRegistered() const;
   std::optional<std::string> deviceToken() const;
 
   // Every push received is handed to the callback exactly once, in arrival
@@ -97,19 +95,13 @@ class OSTREL_API OLPushManager : public std::enable_shared_from_this<OLPushManag
   static std::shared_ptr<OLPushManager> make(std::shared_ptr<OLStatus> ostrelState,
                                              std::shared_ptr<ConnectorBuilder> buildConnector,
                                              std::weak_ptr<OLQueueManager> eventManager);
-  OLPushManager() = default;
+  OLPushManager();
   void setRegistered(bool value);
   void recordRegistration(bool succeeded, const std::optional<std::string>& reason);
   Result<void> recordReceived(const OLPushBase& push, PushReceiveAction action);
 
-  std::shared_ptr<OLStatus> _ostrelState;
-  std::shared_ptr<ConnectorBuilder> _buildConnector;
-  std::weak_ptr<OLQueueManager> _eventManager;
-  mutable std::mutex mutex_;
-  std::unique_ptr<PendingPushes> pending_;  // holds the host's callback
-  std::optional<std::string> _deviceToken;
-  bool _syncNotification = false;
-  std::atomic<bool> registered_{false};
+  struct Fields;  // what the manager keeps and shares with its threads
+  std::unique_ptr<Fields> d_;
 };
 
 }  // namespace ostrel

@@ -1,5 +1,8 @@
 #include "ostrel/ol_push_manager.h"
 
+#include <atomic>
+#include <mutex>
+
 #include "core/device_information.h"
 #include "events/grapheme.h"
 #include "events/push_events.h"
@@ -27,15 +30,32 @@ std::string lowercase(std::string text) {
 
 }  // namespace
 
+struct OLPushManager::Fields {
+  std::shared_ptr<OLStatus> ostrelState;
+  std::shared_ptr<ConnectorBuilder> buildConnector;
+  std::weak_ptr<OLQueueManager> eventManager;
+  std::mutex mutex;
+  std::unique_ptr<PendingPushes> pending;  // holds the host's callback
+  std::optional<std::string> deviceToken;
+  bool syncNotification = false;
+  std::atomic<bool> registered{false};
+};
+
+OLPushManager::OLPushManager() : d_(std::make_unique<Fields>()) {}
+
+bool OLPushManager::isRegistered() const {
+  return d_->registered.load();
+}
+
 std::shared_ptr<OLPushManager> OLPushManager::make(std::shared_ptr<OLStatus> ostrelState,
                                                    std::shared_ptr<ConnectorBuilder> buildConnector,
                                                    std::weak_ptr<OLQueueManager> eventManager) {
   auto m = std::shared_ptr<OLPushManager>(new OLPushManager());
-  m->_ostrelState = std::move(ostrelState);
-  m->_buildConnector = std::move(buildConnector);
-  m->_eventManager = std::move(eventManager);
-  const PlatformRef& platform = m->_ostrelState->platformRef();
-  m->pending_ = std::make_unique<PendingPushes>(platform, pendingFolder(*platform));
+  m->d_->ostrelState = std::move(ostrelState);
+  m->d_->buildConnector = std::move(buildConnector);
+  m->d_->eventManager = std::move(eventManager);
+  const PlatformRef& platform = m->d_->ostrelState->platformRef();
+  m->d_->pending = std::make_unique<PendingPushes>(platform, pendingFolder(*platform));
   std::weak_ptr<OLPushManager> weak = m;
   platform->localNotifications->setDeliveryHandler([weak](const platform::LocalNotification& n) {
     if (auto self = weak.lock()) (void)self->processLocalNotification(n);
@@ -44,12 +64,13 @@ std::shared_ptr<OLPushManager> OLPushManager::make(std::shared_ptr<OLStatus> ost
 }
 
 OLPushManager::~OLPushManager() {
-  if (_syncNotification) clearObserver(OLNotification::UserLoginStateChanged, kUserStateObserver);
+  if (d_->syncNotification)
+    clearObserver(OLNotification::UserLoginStateChanged, kUserStateObserver);
 }
 
 void OLPushManager::registerDevice() {
   std::weak_ptr<OLPushManager> weak = weak_from_this();
-  _ostrelState->platform().remoteNotifications->registerForRemoteNotifications(
+  d_->ostrelState->platform().remoteNotifications->registerForRemoteNotifications(
       [weak](Result<std::string> token) {
         auto self = weak.lock();
         if (!self) return;
@@ -73,17 +94,17 @@ Result<void> OLPushManager::setDeviceToken(const std::string& tokenBytes) {
                                std::nullopt, Json{{"deviceToken", hexString(tokenBytes)}});
   }
   {
-    std::lock_guard lock(mutex_);
-    _deviceToken = *token;
+    std::lock_guard lock(d_->mutex);
+    d_->deviceToken = *token;
   }
-  logLine(_ostrelState->platform(), "Device Token: " + *token);
+  logLine(d_->ostrelState->platform(), "Device Token: " + *token);
   registerDeviceToOstrel();
   return {};
 }
 
 std::optional<std::string> OLPushManager::deviceToken() const {
-  std::lock_guard lock(mutex_);
-  return _deviceToken;
+  std::lock_guard lock(d_->mutex);
+  return d_->deviceToken;
 }
 
 void OLPushManager::didFailToRegisterForRemoteNotificationsWithError(const OLError& error) {
@@ -92,19 +113,19 @@ void OLPushManager::didFailToRegisterForRemoteNotificationsWithError(const OLErr
 }
 
 void OLPushManager::setRegistrationError(const OLError& error) {
-  logLine(_ostrelState->platform(), "Push Registration Error sent " + error.description());
+  logLine(d_->ostrelState->platform(), "Push Registration Error sent " + error.description());
   recordRegistration(false, error.description());
 }
 
 void OLPushManager::recordRegistration(bool succeeded, const std::optional<std::string>& reason) {
-  auto manager = _eventManager.lock();
+  auto manager = d_->eventManager.lock();
   if (!manager) return;
   // The event takes a reason of limited length: a longer description is cut
   // rather than the failure going unrecorded.
   std::optional<std::string> kept;
   if (reason) kept = truncateGraphemes(*reason, OLPushRegisteredEvent::kMaxReasonLength);
   if (auto queued = manager->generatePushRegistered(succeeded, kept); !queued) {
-    logLine(_ostrelState->platform(),
+    logLine(d_->ostrelState->platform(),
             "Error in push registered event " + queued.error().description());
   }
 }
@@ -112,9 +133,9 @@ void OLPushManager::recordRegistration(bool succeeded, const std::optional<std::
 void OLPushManager::registerDeviceToOstrel() {
   auto token = deviceToken();
   if (!token) return;
-  const auto facts = _ostrelState->platform().deviceFacts->snapshot();
-  const DeviceInformation& device = _ostrelState->deviceInfo();
-  Json body = {{"user_id", _ostrelState->userState()->currentUserToken()},
+  const auto facts = d_->ostrelState->platform().deviceFacts->snapshot();
+  const DeviceInformation& device = d_->ostrelState->deviceInfo();
+  Json body = {{"user_id", d_->ostrelState->userState()->currentUserToken()},
                {"token", *token},
                {"os_type", lowercase(device.os.value_or("unknown"))},
                {"app_version", device.appVersion},
@@ -126,37 +147,37 @@ void OLPushManager::registerDeviceToOstrel() {
                {"device_type", device.getDeviceTypeStr()},
                {"model", device.model}};
   std::weak_ptr<OLPushManager> weak = weak_from_this();
-  _buildConnector->buildConnector().send(
+  d_->buildConnector->buildConnector().send(
       OstrelAPIEndpoint::PushRegistration, body,
       [weak](std::optional<OLError> error, int64_t, std::optional<Json>) {
         auto self = weak.lock();
         if (!self) return;
         if (error) {
-          logLine(self->_ostrelState->platform(),
+          logLine(self->d_->ostrelState->platform(),
                   "Error in device registration " + error->description());
           self->recordRegistration(false, error->description());
           return;
         }
-        logLine(self->_ostrelState->platform(),
+        logLine(self->d_->ostrelState->platform(),
                 "Registration of Device Token on Client End went well");
         self->setRegistered(true);
       });
 }
 
 void OLPushManager::setRegistered(bool value) {
-  if (registered_.exchange(value) == value) return;
+  if (d_->registered.exchange(value) == value) return;
   if (value) {
-    std::lock_guard lock(mutex_);
-    if (!_syncNotification) {
-      _syncNotification = true;
+    std::lock_guard lock(d_->mutex);
+    if (!d_->syncNotification) {
+      d_->syncNotification = true;
       std::weak_ptr<OLPushManager> weak = weak_from_this();
       // Every login and logout: the service links the token to the new user.
       addNamedObserver(OLNotification::UserLoginStateChanged, kUserStateObserver,
-                       _ostrelState->userState().get(), [weak](const Notification&) {
+                       d_->ostrelState->userState().get(), [weak](const Notification&) {
                          auto self = weak.lock();
                          if (!self) return;
-                         auto user = self->_ostrelState->userState();
-                         logLine(self->_ostrelState->platform(),
+                         auto user = self->d_->ostrelState->userState();
+                         logLine(self->d_->ostrelState->platform(),
                                  std::string(user->isLogged() ? "Login" : "Logout") +
                                      " has been made. Register to Ostrel with the new userId " +
                                      user->currentUserToken());
@@ -165,13 +186,13 @@ void OLPushManager::setRegistered(bool value) {
     }
   }
   // Only a note in the log: the re-registration itself follows the user's logins.
-  _ostrelState->platform().scheduler->after(10.0, [platform = _ostrelState->platformRef()] {
+  d_->ostrelState->platform().scheduler->after(10.0, [platform = d_->ostrelState->platformRef()] {
     logLine(*platform, "Trying again to register token on Ostrel...");
   });
 }
 
 OLPushManager& OLPushManager::setPushCallback(PushCallback callback) {
-  pending_->setCallback(std::move(callback));
+  d_->pending->setCallback(std::move(callback));
   return *this;
 }
 
@@ -180,7 +201,7 @@ void OLPushManager::setNotifyLaunchOptions(const LaunchOptions& launchOptions) {
   if (launchOptions.remoteNotification) {
     auto built = OLPushBuilder::buildPushObject(*launchOptions.remoteNotification, true);
     if (!built) {
-      logLine(_ostrelState->platform(),
+      logLine(d_->ostrelState->platform(),
               "Launch notification not recognized " + built.error().description());
       return;
     }
@@ -194,7 +215,7 @@ void OLPushManager::setNotifyLaunchOptions(const LaunchOptions& launchOptions) {
   }
   // The user launched the app from the notification: it was opened.
   if (auto handled = handlePushNotificationReceive(push, true); !handled) {
-    logLine(_ostrelState->platform(),
+    logLine(d_->ostrelState->platform(),
             "Launch notification not handled " + handled.error().description());
   }
 }
@@ -213,14 +234,14 @@ Result<void> OLPushManager::processLocalNotification(const platform::LocalNotifi
 }
 
 Result<void> OLPushManager::recordReceived(const OLPushBase& push, PushReceiveAction action) {
-  auto manager = _eventManager.lock();
+  auto manager = d_->eventManager.lock();
   Result<void> queued =
       manager
           ? manager->generatePushReceived(
                 push.pushId, PushNotificationEventType(receiveTypeOf(push), action), push.isLocal)
           : OLError::LocalError(LocalErrorCodes::InvalidQueueHandler, "Missing event manager");
   if (!queued)
-    logLine(_ostrelState->platform(),
+    logLine(d_->ostrelState->platform(),
             "Error in push received event " + queued.error().description());
   return queued;
 }
@@ -235,11 +256,11 @@ Result<void> OLPushManager::handlePushNotificationReceive(std::shared_ptr<OLPush
   // that cannot be recorded is reported, and the push handed over all the same.
   auto recorded = recordReceived(*push, action);
   if (auto url = std::dynamic_pointer_cast<OLUrlPush>(push)) {
-    std::lock_guard lock(mutex_);
-    _ostrelState->urlPush = url;
+    std::lock_guard lock(d_->mutex);
+    d_->ostrelState->urlPush = url;
   }
   notify(OLNotification::PushNotificationReceived, this, Json{{"push_id", push->pushId}}, push);
-  pending_->add(std::move(push));
+  d_->pending->add(std::move(push));
   return recorded;
 }
 
@@ -247,18 +268,18 @@ Result<void> OLPushManager::showInterstitialContent(void* onViewController,
                                                     void* navigationDelegate) {
   std::shared_ptr<OLUrlPush> push;
   {
-    std::lock_guard lock(mutex_);
-    push = _ostrelState->urlPush;
+    std::lock_guard lock(d_->mutex);
+    push = d_->ostrelState->urlPush;
   }
   if (!push) {
     return OLError::LocalError(LocalErrorCodes::PushNotificationError, "No URL push to show");
   }
   auto shown =
-      _ostrelState->platform().webView->show(push->url, onViewController, navigationDelegate);
+      d_->ostrelState->platform().webView->show(push->url, onViewController, navigationDelegate);
   if (!shown) return shown.error();
   {
-    std::lock_guard lock(mutex_);
-    if (_ostrelState->urlPush == push) _ostrelState->urlPush.reset();
+    std::lock_guard lock(d_->mutex);
+    if (d_->ostrelState->urlPush == push) d_->ostrelState->urlPush.reset();
   }
   (void)recordReceived(*push, PushReceiveAction::urlShown);
   return {};
@@ -266,7 +287,7 @@ Result<void> OLPushManager::showInterstitialContent(void* onViewController,
 
 OLPushBuilder OLPushManager::getPushBuilder() {
   std::weak_ptr<OLPushManager> weak = weak_from_this();
-  return OLPushBuilder(_ostrelState->platformRef(), [weak](const OLPushBase& push) {
+  return OLPushBuilder(d_->ostrelState->platformRef(), [weak](const OLPushBase& push) {
     if (auto self = weak.lock()) (void)self->recordReceived(push, PushReceiveAction::scheduled);
   });
 }
@@ -274,12 +295,12 @@ OLPushBuilder OLPushManager::getPushBuilder() {
 void OLPushManager::terminationActions() {
   std::shared_ptr<OLUrlPush> unseen;
   {
-    std::lock_guard lock(mutex_);
-    unseen = _ostrelState->urlPush;
+    std::lock_guard lock(d_->mutex);
+    unseen = d_->ostrelState->urlPush;
   }
   // A URL push whose page was never shown comes back as a reminder a minute later.
   auto builder = getPushBuilder();
-  builder.setDate(_ostrelState->platform().clock->now() + 60.0);
+  builder.setDate(d_->ostrelState->platform().clock->now() + 60.0);
   if (unseen) {
     builder.setBody(unseen->body).setUrl(unseen->url);
     if (unseen->badge) builder.setBadgeCounter(*unseen->badge);
@@ -287,8 +308,8 @@ void OLPushManager::terminationActions() {
   }
   (void)builder.scheduleLocalUrlPush();
   clearObserver(OLNotification::UserLoginStateChanged, kUserStateObserver);
-  std::lock_guard lock(mutex_);
-  _syncNotification = false;
+  std::lock_guard lock(d_->mutex);
+  d_->syncNotification = false;
 }
 
 }  // namespace ostrel
