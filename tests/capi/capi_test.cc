@@ -273,14 +273,11 @@ class CApiTest : public ::testing::Test {
     EXPECT_EQ(ostrel_login_new(ostrel_, &login, nullptr), OSTREL_OK);
     configure(login);
     Waiter w;
-    ostrel_error_t* error = nullptr;
-    const ostrel_code_t code = ostrel_login_start(login, flow, &Waiter::callback, &w, &error);
+    const Answer started =
+        answer([&](auto e) { return ostrel_login_start(login, flow, &Waiter::callback, &w, e); });
     ostrel_login_free(login);  // the flow keeps its builder
-    if (code != OSTREL_OK) {
-      Outcome refused{false, ostrel_error_code(error), std::nullopt, std::this_thread::get_id()};
-      ostrel_error_free(error);
-      return refused;
-    }
+    if (started.code != OSTREL_OK)
+      return {false, started.errorCode, {}, std::this_thread::get_id()};
     return w.get();
   }
   // Sets an address, and a password unless it is NULL.

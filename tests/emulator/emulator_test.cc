@@ -145,9 +145,14 @@ TEST_F(EmulatorTest, InjectedFaultsComeBackAsAsked) {
        [](const Answer& a) {
          EXPECT_TRUE(a.error && a.error->is(LocalErrorCodes::ConnectionError));
        }},
+      // Beyond the connector's time-out: the host gets a connection error, no status.
       {Json{{"delay_ms", 2500}},
        [](const Answer& a) {
-         EXPECT_TRUE(a.error && a.error->is(LocalErrorCodes::ConnectionError));
+         ASSERT_TRUE(a.error);
+         EXPECT_TRUE(
+             a.error->is(LocalErrorCodes::ConnectionError, "Error on Ostrel Server Response"));
+         EXPECT_EQ(a.status, 0);
+         EXPECT_NE(a.error->underlyingError(), nullptr);
        }},
   };
   for (const auto& c : cases) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/defaults.h"
+#include "support/eventually.h"
 #include "support/loopback_server.h"
 
 namespace ostrel {
@@ -29,11 +30,9 @@ struct Outcome {
 };
 
 Outcome sendAndWait(platform::HttpClient& client, HttpRequest request) {
-  std::promise<Outcome> done;
-  client.send(std::move(request), [&](std::optional<PlatformError> e, HttpResponse r) {
-    done.set_value({std::move(e), std::move(r)});
-  });
-  return done.get_future().get();
+  auto [error, response] = test::await<std::optional<PlatformError>, HttpResponse>(
+      [&](auto done) { client.send(std::move(request), done); });
+  return {std::move(error), std::move(response)};
 }
 
 NetworkOverrides reaching(const test::LoopbackServer& server, bool trustCa = true) {

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <future>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -19,8 +17,6 @@
 
 namespace ostrel {
 namespace {
-
-using namespace std::chrono_literals;
 
 class RecordingWebView : public platform::WebView {
  public:
@@ -64,16 +60,11 @@ class PushManagerTest : public ::testing::Test {
   }
   // The events of `type` the service holds, flushing until there are `n`.
   std::vector<Json> flushed(const std::string& type, std::size_t n = 1) {
-    std::vector<Json> out;
-    for (int attempt = 0; attempt < 50 && out.size() < n; ++attempt) {
-      if (attempt > 0) std::this_thread::sleep_for(20ms);
-      test::EmulatorService::flush(*facade_);
-      out.clear();
-      for (const auto& e : service_.events()) {
-        if (e["event_type"] == type) out.push_back(e);
-      }
-    }
-    return out;
+    (void)test::eventually([&] {
+      (void)test::EmulatorService::flush(*facade_);
+      return service_.events(type).size() >= n;
+    });
+    return service_.events(type);
   }
   void login() { ASSERT_FALSE(test::EmulatorService::logIn(*facade_)); }
 
@@ -99,14 +90,11 @@ TEST_F(PushManagerTest, TheTokenIsRegisteredAndFollowsTheUser) {
   EXPECT_FALSE(os.empty());
   EXPECT_TRUE(std::none_of(os.begin(), os.end(), [](char c) { return std::isupper(c); })) << os;
   EXPECT_TRUE(test::eventually([&] { return push_->isRegistered(); }));
-  EXPECT_TRUE(platform_.log().contains("Registration of Device Token on Client End went well"));
 
   login();
   waitForRegistrations(2);
   EXPECT_EQ(registrations()[1]["user_id"], *facade_->getUserToken());
   EXPECT_NE(registrations()[1]["user_id"], anonymous);
-  EXPECT_TRUE(
-      platform_.log().contains("Login has been made. Register to Ostrel with the new userId"));
 
   ASSERT_TRUE(facade_->userLogout());
   waitForRegistrations(3);
@@ -135,7 +123,6 @@ TEST_F(PushManagerTest, RegistrationFailuresBecomeEvents) {
   EXPECT_TRUE(cut);
   EXPECT_TRUE(unavailable);
   EXPECT_FALSE(push_->isRegistered());
-  EXPECT_TRUE(platform_.log().contains("Error in device registration "));
 }
 
 TEST_F(PushManagerTest, ReceivedOpenedScheduledAndShownPushesAreRecorded) {
@@ -179,11 +166,8 @@ TEST_F(PushManagerTest, TheLaunchPushWaitsForTheCallback) {
   LaunchOptions launch;
   launch.remoteNotification = *parseJson(R"({"aps":{"t":"P"},"push_id":"launch"})");
   push_->setNotifyLaunchOptions(launch);
-  std::promise<std::shared_ptr<OLPushBase>> got;
-  push_->setPushCallback([&](std::shared_ptr<OLPushBase> p) { got.set_value(p); });
-  auto f = got.get_future();
-  ASSERT_EQ(f.wait_for(5s), std::future_status::ready);
-  auto p = f.get();
+  auto p =
+      test::await<std::shared_ptr<OLPushBase>>([&](auto done) { push_->setPushCallback(done); });
   EXPECT_EQ(p->pushId, "launch");
   EXPECT_TRUE(p->shown);
   auto opened = flushed("push received");

@@ -21,7 +21,6 @@ TEST_F(DiskStorageTest, MapAddGetRemoveClearCount) {
   auto handler = flags.add(Flag("FirstStart", false));
   ASSERT_TRUE(handler);
   EXPECT_EQ(*handler, "FirstStart");
-  EXPECT_TRUE(platform_.log().contains("Writing FirstStart to " + flags.storageUrl()));
   auto read = flags.get(std::string("FirstStart"), false);
   ASSERT_TRUE(read && *read);
   EXPECT_FALSE((*read)->value);
