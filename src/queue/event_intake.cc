@@ -187,7 +187,9 @@ void EventIntake::post(void (EventIntake::*member)()) {
 Result<uint64_t> EventIntake::accept(const IntakeRecord& record) {
   const std::size_t bytes = intakeFrameSize(record);
   // Larger frames would be skipped as damage when read back.
-  if (bytes - kIntakeFrameHeader > kIntakeMaxPayload ||
+  // The frame stores the two names' lengths in 16 bits.
+  if (record.fileName.size() > 0xFFFF || record.eventType.size() > 0xFFFF ||
+      bytes - kIntakeFrameHeader > kIntakeMaxPayload ||
       (mapped_ && alignedIntakeFrame(bytes) > limits_.segmentBytes)) {
     return intakeError("The event is too large to be queued");
   }

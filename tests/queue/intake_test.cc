@@ -242,6 +242,9 @@ TEST_F(EventIntakeTest, ARestartReplaysWhatWasNotYetAppended) {
       EXPECT_EQ(intake->mapsLog(), files_->maps.load());
       intake->start(first->feed());
       for (int i = 0; i < 100; ++i) ASSERT_TRUE(intake->accept(record(i)));
+      // Refused rather than written with a length that wraps and read back as damage.
+      EXPECT_FALSE(intake->accept({std::string(70000, 'f'), "custom", "x"}));
+      EXPECT_FALSE(intake->accept({"f", std::string(70000, 'a'), "x"}));
       ASSERT_TRUE(intake->waitUntilPersisted(100, 10s));
       // In the files now: a kill from here on keeps them.
       EXPECT_EQ(EventIntake::pendingRecords(*files_, folder).size(), 100u);
