@@ -1,5 +1,6 @@
 #include "events/ol_base_event.h"
 
+#include <charconv>
 #include <cstdio>
 
 #include "core/civil_time.h"
@@ -40,9 +41,12 @@ Json OLBaseEvent::getEventDictionary(const platform::Clock& zone) const {
 }
 
 std::string OLBaseEvent::uniqueName() const {
-  char seconds[64];
-  std::snprintf(seconds, sizeof seconds, "%f", creationDate);
-  std::string out = std::string(seconds) + "-event-" + eventType;
+  // "%f" of the creation date; to_chars writes the same digits without the
+  // locale and format parsing of printf, on the caller's thread of every event.
+  char seconds[400];  // room for any double in fixed notation
+  const auto written =
+      std::to_chars(seconds, seconds + sizeof seconds, creationDate, std::chars_format::fixed, 6);
+  std::string out = std::string(seconds, written.ptr) + "-event-" + eventType;
   std::string cleaned;
   cleaned.reserve(out.size());
   for (char c : out) {
