@@ -17,6 +17,7 @@ OstrelFacadeImpl::~OstrelFacadeImpl() {
   if (lifeCycleObserver) platform->lifeCycle->removeObserver(lifeCycleObserver);
   // Others may still hold the manager (a login flow under way): stop it now.
   if (eventManager) eventManager->shutdown(std::chrono::milliseconds(1000));
+  if (_ostrelStatus) _ostrelStatus->userState()->closeStorage();
 }
 
 void OstrelFacadeImpl::setupExternalParamenters(

@@ -45,6 +45,11 @@ Result<std::shared_ptr<OLUserStatus>> OLUserStatus::make(
 
 OLUserStatus::~OLUserStatus() = default;
 
+void OLUserStatus::closeStorage() {
+  MutexLock storage(tokenStorageMutex_);
+  storageClosed_ = true;
+}
+
 std::optional<std::string> OLUserStatus::autologinToken() {
   std::shared_ptr<AutologinToken> token;
   {
@@ -61,6 +66,7 @@ std::optional<std::string> OLUserStatus::autologinToken() {
 
 void OLUserStatus::clearExpiredAutologinToken(const std::shared_ptr<AutologinToken>& expired) {
   MutexLock storage(tokenStorageMutex_);
+  if (storageClosed_) return;
   {
     MutexLock lock(mutex_);
     if (_autologinToken != expired) return;  // a login stored a new one meanwhile
@@ -93,6 +99,7 @@ void OLUserStatus::setAutologinToken(std::optional<std::string> value) {
   std::shared_ptr<AutologinToken> token;
   if (value) token = std::make_shared<AutologinToken>(*value);
   MutexLock storage(tokenStorageMutex_);
+  if (storageClosed_) return;
   {
     MutexLock lock(mutex_);
     _autologinToken = token;
@@ -137,6 +144,8 @@ Result<void> OLUserStatus::setUserMetaInfo(const Json& info) {
     MutexLock lock(mutex_);
     _userMetaInfo = meta;
   }
+  MutexLock storage(tokenStorageMutex_);
+  if (storageClosed_) return {};
   logLine(*platform_, "Writing user_meta_info to " + storedUserMetaInfo_->storageUrl());
   auto added = storedUserMetaInfo_->add(*meta);
   if (!added) return added.error();
@@ -163,7 +172,10 @@ void OLUserStatus::getUserMetaInfo(DictionaryCallback callback) {
     callback(std::nullopt, *cached->info());
     return;
   }
-  (void)storedUserMetaInfo_->clear();
+  {
+    MutexLock storage(tokenStorageMutex_);
+    if (!storageClosed_) (void)storedUserMetaInfo_->clear();
+  }
   auto self = shared_from_this();
   connectorBuilder_->buildConnector().send(
       OstrelAPIEndpoint::UserInfo, Json{{"user_id", token}},
@@ -198,7 +210,11 @@ void OLUserStatus::logoutUser(const std::string& logoutType, ErrorCallback callb
     callback(std::nullopt);
     return;
   }
-  auto cleared = storedUserMetaInfo_->clear();
+  Result<void> cleared;
+  {
+    MutexLock storage(tokenStorageMutex_);
+    if (!storageClosed_) cleared = storedUserMetaInfo_->clear();
+  }
   {
     MutexLock lock(mutex_);
     _userMetaInfo.reset();
@@ -214,7 +230,10 @@ void OLUserStatus::logoutUser(const std::string& logoutType, ErrorCallback callb
     ostrelToken_.reset();
   }
   setAutologinToken(std::nullopt);
-  (void)storedTokens_->clear();
+  {
+    MutexLock storage(tokenStorageMutex_);
+    if (!storageClosed_) (void)storedTokens_->clear();
+  }
   notify(OLNotification::UserLoginStateChanged, this, Json{{"error", nullptr}});
   if (auto listener = stateChangeListener()) listener->onUserStateChanged(std::nullopt);
   std::function<void(const std::string&, const std::string&)> sink;

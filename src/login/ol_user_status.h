@@ -33,6 +33,10 @@ class OLUserStatus : public std::enable_shared_from_this<OLUserStatus> {
       PlatformRef platform, const OstrelConfiguration& configuration,
       std::shared_ptr<ConnectorBuilder> connectorBuilder, const std::string& deviceId);
   ~OLUserStatus();
+  // The facade is going: a login or reply still under way stores nothing from
+  // now on, so the host's files stay as they are and the next start reads
+  // what this one had stored.
+  void closeStorage();
 
   // The service token if held, else the unexpired autologin token, else the anonymous one.
   std::string currentUserToken();
@@ -77,6 +81,7 @@ class OLUserStatus : public std::enable_shared_from_this<OLUserStatus> {
   // Held across a change of the autologin token and its write to disk, so that
   // memory and disk agree whatever the order of two changes (taken before mutex_).
   Mutex tokenStorageMutex_;
+  bool storageClosed_ OSTREL_GUARDED_BY(tokenStorageMutex_) = false;
   mutable Mutex mutex_;
   std::shared_ptr<AutologinToken> _autologinToken OSTREL_GUARDED_BY(mutex_);
   std::optional<std::string> ostrelToken_ OSTREL_GUARDED_BY(mutex_);

@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <future>
+#include <map>
 #include <thread>
 
 #include "facade/ostrel_facade_impl.h"
@@ -312,6 +314,32 @@ TEST_F(LoginTest, StartUpAutologinRefusedLogsOutWithTheMatchingType) {
     for (const auto& e : service.events("logout")) logouts.push_back(e["login_type"]);
     EXPECT_EQ(logouts, std::vector<std::string>{c.logoutType}) << c.status;
   }
+}
+
+TEST_F(LoginTest, AReplyAfterTheFacadeWentStoresNothing) {
+  // A start-up refresh still under way when the host destroyed the facade
+  // stored its new autologin token afterwards, over files the host may
+  // already be changing (the corrupt-store campaign saw a token it had
+  // damaged come back).
+  {
+    auto o = start();
+    ASSERT_FALSE(EmulatorService::logIn(*o));
+  }
+  auto stored = [&] {
+    std::map<std::string, std::string> files;
+    for (const auto& e : std::filesystem::directory_iterator(platform_.root() + "/UserTokens"))
+      files[e.path().filename()] = test::readWholeFile(e.path());
+    return files;
+  };
+  const auto before = stored();
+  ASSERT_FALSE(before.empty());
+  const char* refresh = "/handling/direct/refreshtoken";
+  const int refreshes = service_.requestsTo(refresh);
+  service_.delayNext(refresh, 300);
+  start().reset();
+  ASSERT_TRUE(test::eventually([&] { return service_.requestsTo(refresh) > refreshes; }));
+  std::this_thread::sleep_for(600ms);  // the late reply is back by now
+  EXPECT_EQ(stored(), before);
 }
 
 TEST_F(LoginTest, MetaInfoIsCachedLogoutAndTransientToken) {
