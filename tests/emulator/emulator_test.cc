@@ -132,11 +132,6 @@ TEST_F(EmulatorTest, InjectedFaultsComeBackAsAsked) {
   };
   const Case cases[] = {
       {Json{{"status", 503}}, [](const Answer& a) { EXPECT_EQ(a.status, 503); }},
-      {Json{{"status", 205}},
-       [](const Answer& a) {
-         EXPECT_EQ(a.status, 205);
-         EXPECT_FALSE(a.error);
-       }},
       {Json{{"body", "non_json"}},
        [](const Answer& a) { EXPECT_TRUE(a.body->contains("__parsed_string__")); }},
       {Json{{"body", "non_utf8"}},
