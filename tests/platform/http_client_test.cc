@@ -58,7 +58,6 @@ TEST(CurlHttpClient, SendsBodyAndHeadersByteExactAndReturnsRawBody) {
   ASSERT_FALSE(out.error) << out.error->localizedDescription;
   EXPECT_EQ(out.response.status, 200);
   EXPECT_EQ(out.response.body, reply);
-  EXPECT_EQ(out.response.finalUrl, "https://client.ostrel.test/api/x");
   auto got = server.received();
   ASSERT_EQ(got.size(), 1u);
   EXPECT_EQ(got[0].body, body);
@@ -173,7 +172,6 @@ TEST(CurlHttpClient, RedirectsCarryTheBodyOnlyWhereItMayGo) {
     ASSERT_EQ(received.size(), before + 2);
     const auto& hop = received[before + 1];
     EXPECT_EQ(hop.method, c.method);
-    EXPECT_EQ(hop.path, "/next");
     EXPECT_EQ(hop.body, c.keepsBody ? body : "");
     EXPECT_EQ(hop.header("Content-Length"), c.keepsBody ? std::to_string(body.size()) : "");
     EXPECT_EQ(hop.header("Authorization").empty(), !c.keepsAuthorization);
