@@ -59,7 +59,7 @@ TEST(ParseResponseTest, DomainCheck) {
       {"https://evilostrel.io/x", false},
       {"https://ostrel.io.evil.com/x", false},
       {"https://client.ostrel.io@evil.com/x", false},  // user information, not the host
-      {"", true},  // no host: nothing to check
+      {"", true},                                      // no host: nothing to check
   };
   for (const auto& c : cases) {
     auto out = parse(std::nullopt, 200, "{\"k\":1}", c.url);
