@@ -189,9 +189,6 @@ TEST_F(EventsTest, RefusedEvents) {
     EXPECT_TRUE(c.result.error().is(LocalErrorCodes::EventCreationError, c.message))
         << c.result.error().description();
   }
-  EXPECT_TRUE(
-      OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::editorial), 1));
-  EXPECT_TRUE(OLAttachSessionEvent::make("s", "u", AttachType::master, "x", "U_42", nullptr));
 }
 
 TEST_F(EventsTest, FlowsAndTimers) {
