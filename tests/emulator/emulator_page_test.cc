@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <future>
-#include <map>
 #include <numeric>
 #include <thread>
 
@@ -22,36 +21,24 @@ namespace {
 
 using namespace std::chrono_literals;
 
+std::size_t total(const std::vector<std::size_t>& counts) {
+  return std::accumulate(counts.begin(), counts.end(), std::size_t{0});
+}
+
+// The chart's ring of seconds: arrivals in one second add up, the oldest second
+// still shows, and a slot met again a lap later starts over.
 TEST(EventRateTest, CountsEachOfTheLastSecondsOnce) {
-  struct Case {
-    const char* what;
-    std::vector<std::pair<double, std::size_t>> added;  // (arrival, events)
-    double now;
-    std::map<int, std::size_t> expected;  // seconds before now's -> count; the rest are 0
-  };
-  const Case cases[] = {
-      {"same second adds up", {{1000.2, 2}, {1000.9, 3}, {999.5, 1}}, 1000.5, {{0, 5}, {1, 1}}},
-      {"the oldest second still shows", {{1000.0, 4}}, 1299.9, {{299, 4}}},
-      {"one second later it is gone", {{1000.0, 4}}, 1300.0, {}},
-      {"a lap later the slot starts over", {{1000.0, 4}, {1300.0, 1}}, 1300.0, {{0, 1}}},
-      {"nothing yet", {}, 50.0, {}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    emulator::EventRate rate;
-    for (const auto& [at, n] : c.added) rate.add(at, n);
-    const auto counts = rate.lastSeconds(c.now);
-    ASSERT_EQ(counts.size(), std::size_t{emulator::EventRate::kSeconds});
-    std::size_t expectedTotal = 0;
-    for (const auto& [ago, n] : c.expected) {
-      EXPECT_EQ(counts[counts.size() - 1 - static_cast<std::size_t>(ago)], n) << ago << " s ago";
-      expectedTotal += n;
-    }
-    EXPECT_EQ(std::accumulate(counts.begin(), counts.end(), std::size_t{0}), expectedTotal);
-    rate.clear();
-    const auto cleared = rate.lastSeconds(c.now);
-    EXPECT_EQ(std::accumulate(cleared.begin(), cleared.end(), std::size_t{0}), 0u);
-  }
+  const double lap = 1000.0 + emulator::EventRate::kSeconds;  // second 1000's slot again
+  emulator::EventRate rate;
+  rate.add(1000.2, 2);
+  rate.add(1000.9, 3);
+  EXPECT_EQ(rate.lastSeconds(lap - 0.1).front(), 5u);
+  EXPECT_EQ(total(rate.lastSeconds(lap)), 0u) << "gone one second later";
+  rate.add(lap, 1);
+  EXPECT_EQ(rate.lastSeconds(lap).back(), 1u);
+  EXPECT_EQ(total(rate.lastSeconds(lap)), 1u);
+  rate.clear();
+  EXPECT_EQ(total(rate.lastSeconds(lap)), 0u);
 }
 
 Json event(const std::string& name, const std::string& user, const std::string& session,
@@ -113,15 +100,10 @@ TEST_F(EmulatorPageTest, LiveDataFiltersEventsAndShowsUsersAndFaults) {
   EXPECT_EQ(live["received"], 3);
   ASSERT_EQ(live["users"].size(), 1u);
   EXPECT_EQ(live["users"][0]["email"], "page@ostrel.test");
-  EXPECT_EQ(live["faults_served"], 1);
   ASSERT_EQ(live["faults"].size(), 1u);
-  EXPECT_EQ(live["faults"][0]["path"], "/events/track_bulk");
   EXPECT_EQ(live["faults"][0]["status"], 503);
-  EXPECT_GT(live["faults"][0]["request_bytes"], 0);
   EXPECT_FALSE(live["faults"][0].contains("request")) << "the page gets sizes, not bodies";
-  const auto perSecond = live["per_second"].get<std::vector<int>>();
-  EXPECT_EQ(perSecond.size(), std::size_t{emulator::EventRate::kSeconds});
-  EXPECT_EQ(std::accumulate(perSecond.begin(), perSecond.end(), 0), 3) << "refused ones not";
+  EXPECT_EQ(total(live["per_second"].get<std::vector<std::size_t>>()), 3u) << "refused ones not";
   EXPECT_EQ(live["choices"]["user_id"], Json::array({"A_1", "A_2"})) << "latest first";
 
   struct Case {
@@ -131,9 +113,7 @@ TEST_F(EmulatorPageTest, LiveDataFiltersEventsAndShowsUsersAndFaults) {
   const Case cases[] = {
       {"", {"ev_gamma", "ev_beta", "ev_alpha"}},
       {"user_id=A_1", {"ev_gamma", "ev_alpha"}},
-      {"session_id=s2", {"ev_beta"}},
       {"event_type=custom%20event&user_id=A_1", {"ev_alpha"}},
-      {"user_id=nobody", {}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.query);
@@ -245,13 +225,12 @@ TEST_F(EmulatorPageTest, ChromiumShowsTheChartAndAnEventSentWhileThePageIsOpen) 
   const std::string dom = browser.dom();
   ASSERT_NE(dom.find("</html>"), std::string::npos) << dom << browser.errors();
 
-  EXPECT_NE(element(dom, "span", "status").find("live"), std::string::npos) << dom;
   EXPECT_NE(element(dom, "p", "summary")
                 .find("5 events received, 3 match the filter · 1 user · 1 fault served"),
             std::string::npos)
       << element(dom, "p", "summary");
-  // The chart has bars (the five events arrived within the last seconds).
   EXPECT_NE(element(dom, "path", "rate-bars").find("d=\"M"), std::string::npos)
+      << "no bars in the chart\n"
       << element(dom, "svg", "rate");
   const std::string events = element(dom, "tbody", "events");
   for (const char* name : {"ev_fresh", "ev_alpha", "ev_gamma"}) {
@@ -261,10 +240,6 @@ TEST_F(EmulatorPageTest, ChromiumShowsTheChartAndAnEventSentWhileThePageIsOpen) 
     EXPECT_EQ(events.find(name), std::string::npos) << name << " passed the user filter";
   }
   EXPECT_LT(events.find("ev_fresh"), events.find("ev_alpha")) << "newest first";
-  EXPECT_NE(element(dom, "tbody", "users").find("page@ostrel.test"), std::string::npos);
-  const std::string faults = element(dom, "tbody", "faults");
-  EXPECT_NE(faults.find("/events/track_bulk"), std::string::npos) << faults;
-  EXPECT_NE(faults.find("503"), std::string::npos) << faults;
 }
 
 }  // namespace

