@@ -136,32 +136,34 @@ TEST(AccountFlowsTest, EachFlowLogsInOrMapsTheRefusal) {
   }
 }
 
+// One facade on its own emulator.
+class AccountTest : public ::testing::Test {
+ protected:
+  test::TestPlatform platform_;
+  EmulatorService service_;
+  std::shared_ptr<Ostrel> facade_ = service_.startFacade(platform_);
+};
+
 // A custom user exists only here: its meta info is local and the service cannot delete it.
-TEST(AccountFlowsTest, ACustomUserCannotBeDeleted) {
-  test::TestPlatform platform;
-  EmulatorService service;
-  auto o = service.startFacade(platform);
+TEST_F(AccountTest, ACustomUserCannotBeDeleted) {
   ASSERT_FALSE(EmulatorService::runFlow(
-      *o, [](OLLoginBuilder& b) { b.setCustomID("host-42"); },
+      *facade_, [](OLLoginBuilder& b) { b.setCustomID("host-42"); },
       &OLLoginBuilder::getCustomLoginFlow));
-  EXPECT_EQ(*o->getUserToken(), "C_host-42");
+  EXPECT_EQ(*facade_->getUserToken(), "C_host-42");
   auto info = std::get<1>(test::await<std::optional<OLError>, std::optional<Json>>(
-      [&](auto done) { o->getUserMetaInfo(done); }));
+      [&](auto done) { facade_->getUserMetaInfo(done); }));
   EXPECT_EQ((*info)["login"]["flow"], "custom");
   auto error =
-      test::await<std::optional<OLError>>([&](auto done) { o->__temporaryUserDelete(done); });
+      test::await<std::optional<OLError>>([&](auto done) { facade_->__temporaryUserDelete(done); });
   ASSERT_TRUE(error);
   EXPECT_TRUE(error->is(LocalErrorCodes::UserDeleteError, "User cannot be custom"));
-  EXPECT_TRUE(*o->isUserLogged());
+  EXPECT_TRUE(*facade_->isUserLogged());
 }
 
-TEST(AccountFlowsTest, PinRemindersStopAtTheServiceLimit) {
-  test::TestPlatform platform;
-  EmulatorService service;  // three reminders allowed
-  auto o = service.startFacade(platform);
+TEST_F(AccountTest, PinRemindersStopAtTheServiceLimit) {  // three allowed
   std::vector<std::optional<LocalErrorCodes>> outcomes;
   for (int i = 0; i < 4; ++i) {
-    auto b = *o->getLoginBuilder();
+    auto b = *facade_->getLoginBuilder();
     b->setMSISDN(EmulatorService::kMsisdn).setNOPIN();
     auto e = test::await<std::optional<OLError>>([&](auto done) {
       b->setOnFlowCompleteCallback(done);
@@ -172,7 +174,7 @@ TEST(AccountFlowsTest, PinRemindersStopAtTheServiceLimit) {
   using O = std::optional<LocalErrorCodes>;
   EXPECT_EQ(outcomes, (std::vector<O>{std::nullopt, std::nullopt, std::nullopt,
                                       LocalErrorCodes::MSISDNForgotMaxPINReachedError}));
-  EXPECT_FALSE(*o->isUserLogged());
+  EXPECT_FALSE(*facade_->isUserLogged());
 }
 
 class RecordingListener : public UserStateChangeListener, public test::Recorder<std::string> {
@@ -182,27 +184,24 @@ class RecordingListener : public UserStateChangeListener, public test::Recorder<
   }
 };
 
-TEST(AccountFlowsTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
-  test::TestPlatform platform;
-  EmulatorService service;
-  auto o = service.startFacade(platform);
+TEST_F(AccountTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
   auto listener = std::make_shared<RecordingListener>();
-  ASSERT_TRUE(o->setOnUserStateChangeListener(listener));
+  ASSERT_TRUE(facade_->setOnUserStateChangeListener(listener));
 
-  EXPECT_TRUE(EmulatorService::runFlow(*o, email(EmulatorService::kEmail, "wrong"),
+  EXPECT_TRUE(EmulatorService::runFlow(*facade_, email(EmulatorService::kEmail, "wrong"),
                                        &OLLoginBuilder::getEmailLoginFlow));
-  ASSERT_FALSE(EmulatorService::logIn(*o));
-  ASSERT_TRUE(o->userLogout());
+  ASSERT_FALSE(EmulatorService::logIn(*facade_));
+  ASSERT_TRUE(facade_->userLogout());
 
   // Deletion: the account disappears from the service and the user is anonymous again.
-  ASSERT_FALSE(
-      EmulatorService::runFlow(*o, email("gone@ostrel.test"), &OLLoginBuilder::getEmailSignupFlow));
-  ASSERT_TRUE(service.emulator().store().userByEmail("gone@ostrel.test"));
+  ASSERT_FALSE(EmulatorService::runFlow(*facade_, email("gone@ostrel.test"),
+                                        &OLLoginBuilder::getEmailSignupFlow));
+  ASSERT_TRUE(service_.emulator().store().userByEmail("gone@ostrel.test"));
   auto error =
-      test::await<std::optional<OLError>>([&](auto done) { o->__temporaryUserDelete(done); });
+      test::await<std::optional<OLError>>([&](auto done) { facade_->__temporaryUserDelete(done); });
   EXPECT_FALSE(error) << error->description();
-  EXPECT_FALSE(service.emulator().store().userByEmail("gone@ostrel.test"));
-  EXPECT_FALSE(*o->isUserLogged());
+  EXPECT_FALSE(service_.emulator().store().userByEmail("gone@ostrel.test"));
+  EXPECT_FALSE(*facade_->isUserLogged());
 
   EXPECT_EQ(listener->values(),
             (std::vector<std::string>{"Wrong e-mail or password", "ok", "ok", "ok", "ok"}));
@@ -210,25 +209,22 @@ TEST(AccountFlowsTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
   std::weak_ptr<RecordingListener> weak = listener;
   listener.reset();
   EXPECT_TRUE(weak.expired());
-  ASSERT_FALSE(EmulatorService::logIn(*o));
+  ASSERT_FALSE(EmulatorService::logIn(*facade_));
 }
 
-TEST(AccountFlowsTest, SyncUserStateWaitsForTheRunningLoginHoweverItEnds) {
-  test::TestPlatform platform;
-  EmulatorService service;
-  auto o = service.startFacade(platform);
+TEST_F(AccountTest, SyncUserStateWaitsForTheRunningLoginHoweverItEnds) {
   // Anonymous: nothing to renew, answered at once without a request.
   auto sync = [&] {
-    return test::await<std::optional<OLError>>([&](auto done) { o->syncUserState(done); });
+    return test::await<std::optional<OLError>>([&](auto done) { facade_->syncUserState(done); });
   };
   EXPECT_FALSE(sync());
-  EXPECT_EQ(service.requestsTo("/handling/direct/refreshtoken"), 0);
+  EXPECT_EQ(service_.requestsTo("/handling/direct/refreshtoken"), 0);
 
   // A refused login leaves an anonymous user, in sync; a good one a logged user.
   for (const char* password : {"wrong", EmulatorService::kPassword}) {
     SCOPED_TRACE(password);
-    service.delayNext("/login/direct/email/login", 500);
-    auto b = *o->getLoginBuilder();
+    service_.delayNext("/login/direct/email/login", 500);
+    auto b = *facade_->getLoginBuilder();
     b->setEmail(EmulatorService::kEmail).setPassword(password);
     std::atomic<bool> loginDone{false};
     std::promise<void> loginFinished;
@@ -239,9 +235,9 @@ TEST(AccountFlowsTest, SyncUserStateWaitsForTheRunningLoginHoweverItEnds) {
     (*b->getEmailLoginFlow())->startLoginFlow();
 
     std::promise<bool> synced;
-    o->syncUserState([&](std::optional<OLError> e) {
+    facade_->syncUserState([&](std::optional<OLError> e) {
       EXPECT_FALSE(e);
-      synced.set_value(loginDone.load() || *o->isUserLogged());
+      synced.set_value(loginDone.load() || *facade_->isUserLogged());
     });
     auto f = synced.get_future();
     ASSERT_EQ(f.wait_for(30s), std::future_status::ready);
@@ -255,8 +251,8 @@ TEST(AccountFlowsTest, SyncUserStateWaitsForTheRunningLoginHoweverItEnds) {
 
   // Logged now: a sync renews the session through the stored autologin token.
   EXPECT_FALSE(sync());
-  EXPECT_EQ(service.requestsTo("/handling/direct/refreshtoken"), 1);
-  EXPECT_TRUE(*o->isUserLogged());
+  EXPECT_EQ(service_.requestsTo("/handling/direct/refreshtoken"), 1);
+  EXPECT_TRUE(*facade_->isUserLogged());
 }
 
 }  // namespace
