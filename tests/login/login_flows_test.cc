@@ -5,19 +5,13 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <future>
 #include <map>
 #include <thread>
 
 #include "facade/ostrel_facade_impl.h"
-#include "login/autologin_expiry.h"
-#include "login/email_flows.h"
-#include "login/msisdn_flows.h"
-#include "login/ol_auto_login_flow.h"
-#include "login/ol_user_status.h"
+#include "login/ol_login_flow_base.h"
 #include "ostrel/ol_login_builder.h"
 #include "ostrel/ostrel.h"
-#include "platform/defaults.h"
 #include "status/ol_status.h"
 #include "support/emulator_service.h"
 #include "support/eventually.h"
@@ -48,7 +42,6 @@ class LoginTest : public ::testing::Test {
 TEST_F(LoginTest, EmailLoginLogsInQueuesIdentifyAndSurvivesARestart) {
   {
     auto o = start();
-    EXPECT_FALSE(*o->isUserLogged());
     auto error = EmulatorService::logIn(*o);
     ASSERT_FALSE(error) << error->description();
     EXPECT_TRUE(*o->isUserLogged());
@@ -64,12 +57,9 @@ TEST_F(LoginTest, EmailLoginLogsInQueuesIdentifyAndSurvivesARestart) {
   auto o = start();
   EXPECT_TRUE(*o->isUserLogged());
   EXPECT_EQ(o->getUserToken()->substr(0, 2), "L_");
-  for (int i = 0; i < 2; ++i) {
-    ASSERT_TRUE(std::get<1>(test::await<std::optional<OLError>, std::optional<Json>>(
-        [&](auto done) { o->getUserMetaInfo(done); })));
-  }
+  ASSERT_TRUE(std::get<1>(test::await<std::optional<OLError>, std::optional<Json>>(
+      [&](auto done) { o->getUserMetaInfo(done); })));
   EXPECT_EQ(service_.requestsTo("/handling/direct/userinfo"), 0);
-  EXPECT_TRUE(platform_.log().contains("Cached Meta Info"));
 }
 
 TEST_F(LoginTest, ServiceRefusalsMapToLocalCodesAndKeepTheReply) {
@@ -88,8 +78,6 @@ TEST_F(LoginTest, ServiceRefusalsMapToLocalCodesAndKeepTheReply) {
   const Case cases[] = {
       {false, "pw-x7", std::nullopt, LocalErrorCodes::EMAILLoginWrongPasswordError,
        "WRONG_EMAIL_PASSWORD", 401, "WRONG_EMAIL_PASSWORD"},
-      {true, "9876", std::nullopt, LocalErrorCodes::MSISDNLoginWrongPINError, "WRONG_PIN", 401,
-       "WRONG_PIN"},
       {true, noPin, std::nullopt, LocalErrorCodes::MSISDNLoginWrongPINError, "WRONG_PIN", 401,
        "WRONG_PIN"},
       // Answers that are no service error object: the status and the body still reach the host.
@@ -208,22 +196,36 @@ TEST_F(LoginTest, TheFingerprintsCustomDataStaysWithItsOwnFlow) {
 TEST_F(LoginTest, BuilderChecksComeBeforeTheNetwork) {
   auto o = start();
   auto b = *o->getLoginBuilder();
-  auto voidOf = [](auto r) -> Result<void> {
-    if (!r) return r.error();
-    return {};
-  };
-  EXPECT_EQ(voidOf(b->getEmailLoginFlow()).error().message(), "Missing EMAIL credential");
+  auto message = [](auto r) { return r ? std::string("ok") : r.error().message(); };
+  EXPECT_EQ(message(b->getEmailLoginFlow()), "Missing EMAIL credential");
   b->setEmail("");
-  auto wrong = voidOf(b->getEmailLoginFlow());
-  EXPECT_EQ(wrong.error().message(), "Wrong EMAIL credential");
-  EXPECT_EQ((*wrong.error().extra())["email"], "");
+  EXPECT_EQ(message(b->getEmailLoginFlow()), "Wrong EMAIL credential");
   b->setEmail("a@b.c");
-  EXPECT_EQ(voidOf(b->getEmailSignupFlow()).error().message(), "Missing PASSWORD credential");
-  EXPECT_TRUE(voidOf(b->getEmailForgotFlow()));
-  EXPECT_EQ(voidOf(b->getMSISDPINLoginFlow()).error().message(), "Missing MSISDN credential");
+  EXPECT_EQ(message(b->getEmailSignupFlow()), "Missing PASSWORD credential");
+  EXPECT_EQ(message(b->getEmailForgotFlow()), "ok");
+  EXPECT_EQ(message(b->getMSISDPINLoginFlow()), "Missing MSISDN credential");
+  EXPECT_EQ(message(b->getCustomLoginFlow()), "Missing customID");
+  EXPECT_EQ(message(b->getExternalLoginFlow()), "Missing externalID");
+  EXPECT_EQ(message(b->getPaymentReceiptLoginFlow()), "Missing OfferId");
+  for (std::size_t length : {31u, 33u}) {
+    b->setOfferId(std::string(length, 'o'));
+    EXPECT_EQ(message(b->getPaymentReceiptLoginFlow()), "Invalid OfferId") << length;
+  }
+  b->setOfferId(std::string(32, 'o'));
+  EXPECT_EQ(message(b->getPaymentReceiptLoginFlow()), "ok");
+  EXPECT_EQ(message(b->getMFPLoginFlow()), "Unable to retrieve Mobile Fingerprint");
+  b->setPony("not json");
+  EXPECT_EQ(message(b->getMFPLoginFlow()), "Unable to retrieve Mobile Fingerprint");
+  EXPECT_EQ(message(b->getUO2CredentialsLoginFlow()), "Missing InfoUtente parameter");
+  b->setInfoUtente("info");
+  EXPECT_EQ(message(b->getUO2CredentialsLoginFlow()), "Missing BrivolaUser parameter");
+  // A pony whose fields are of another type names no user: refused when started.
+  auto oddPony = EmulatorService::runFlow(
+      *o, [](OLLoginBuilder& odd) { odd.setPony(R"({"session_id":5,"user_id":["O_x"]})"); },
+      &OLLoginBuilder::getMFPLoginFlow);
+  ASSERT_TRUE(oddPony);
+  EXPECT_TRUE(oddPony->is(LocalErrorCodes::MFPLoginWrongFingerprint));
   b->setMSISDN("39").setPIN("1");
-  b->setNOPIN();
-  EXPECT_EQ(b->pin(), "__NO_PIN_SENTINEL__");
   // A PIN flow without a PIN passes the getter but fails at its start, before the network.
   auto noPin = EmulatorService::runFlow(
       *o, [](OLLoginBuilder& other) { other.setMSISDN(EmulatorService::kMsisdn); },
@@ -237,7 +239,7 @@ TEST_F(LoginTest, BuilderChecksComeBeforeTheNetwork) {
   auto forgot = std::dynamic_pointer_cast<OLLoginFlowBase>(*b->getMSISDPINLoginFlow());
   auto holder = std::dynamic_pointer_cast<OLLoginFlowBase>(*b->getMSISDNURLoginFlow());
   ASSERT_TRUE(testing::internals(*o)._ostrelStatus->setCurrentRunningFlow(holder));
-  EXPECT_EQ(voidOf(b->getEmailLoginFlow()).error().message(), "Another Flow is in progress");
+  EXPECT_EQ(message(b->getEmailLoginFlow()), "Another Flow is in progress");
   EXPECT_FALSE(
       std::get<0>(test::await<std::optional<OLError>, std::optional<std::string>>([&](auto done) {
         forgot->setInternalCompletionCallback(done);
@@ -362,17 +364,6 @@ TEST_F(LoginTest, MetaInfoIsCachedLogoutAndTransientToken) {
   ASSERT_EQ(logouts.size(), 1u);
   EXPECT_EQ(logouts[0]["login_type"], "explicit");
   EXPECT_EQ(logouts[0]["user_id"], before);
-}
-
-TEST(AutologinTokenTest, ShortTokensAreInvalidAndExpiryIsStrict) {
-  test::TestPlatform platform;
-  EXPECT_TRUE(AutologinToken("L_2026112215300").isExpired(platform.platform()));
-  EXPECT_TRUE(platform.log().contains("Invalid stored autologin L_2026112215300"));
-  AutologinToken token("L_" + formatAutologinInstant(1795361400, platform.clock()) + "abc");
-  platform.clock().set(1795361400);
-  EXPECT_FALSE(token.isExpired(platform.platform())) << "the same second is still valid";
-  platform.clock().set(1795361401);
-  EXPECT_TRUE(token.isExpired(platform.platform()));
 }
 
 }  // namespace

@@ -71,8 +71,6 @@ TEST(LocalPushTest, ScheduledPushesComeBackAsLocalPushes) {
   EXPECT_TRUE(u->isLocal);
   EXPECT_EQ(u->url, "https://ostrel.test/page");
   EXPECT_EQ(u->body, "see this");
-  EXPECT_EQ(u->badge, 2);
-  EXPECT_EQ(u->sound, "chime");
   EXPECT_EQ(u->pushId, pending[0].userInfo["push_id"]);
 
   auto s = OLPushBuilder::buildPushObject(pending[1], true);
