@@ -23,10 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void writeAll(const fs::path& file, const std::string& bytes) {
-  std::ofstream(file, std::ios::binary | std::ios::trunc) << bytes;
-}
-
 bool isToken(const std::string& bytes) {
   return static_cast<bool>(decodeToken(bytes));
 }
@@ -128,23 +124,19 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
     for (const auto& file : victims) {
       if (!fs::exists(file)) continue;
       const std::string before = test::readWholeFile(file);
-      std::string after;
-      switch (rng() % 3) {
-        case 0:
-          fs::remove(file);
-          break;
-        case 1:
-          after = before.substr(0, before.empty() ? 0 : rng() % before.size());
-          writeAll(file, after);
-          break;
-        default: {
-          after = before;
-          const std::size_t at = after.empty() ? 0 : rng() % after.size();
-          const std::size_t end = std::min(after.size(), at + 1 + rng() % 16);
-          for (std::size_t i = at; i < end; ++i) after[i] = static_cast<char>(rng());
-          writeAll(file, after);
-        }
+      std::string after = before;
+      const auto how = rng() % 3;  // deleted, truncated or garbled
+      if (how == 0) {
+        fs::remove(file);
+        after.clear();
+      } else if (how == 1) {
+        after.resize(before.empty() ? 0 : rng() % before.size());
+      } else {
+        const std::size_t at = after.empty() ? 0 : rng() % after.size();
+        const std::size_t end = std::min(after.size(), at + 1 + rng() % 16);
+        for (std::size_t i = at; i < end; ++i) after[i] = static_cast<char>(rng());
       }
+      if (how != 0) std::ofstream(file, std::ios::binary | std::ios::trunc) << after;
       ++damagedFiles;
       if (auto name = eventName(before); name && eventName(after) != name) damaged.insert(*name);
     }
