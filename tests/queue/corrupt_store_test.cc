@@ -23,19 +23,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool isToken(const std::string& bytes) {
-  return static_cast<bool>(decodeToken(bytes));
-}
-bool isMetaInfo(const std::string& bytes) {
-  return static_cast<bool>(OLUserMetaInfo::decode(bytes));
-}
-
 // Removes the files of a store that no longer decode; answers how many.
-int removeUnreadable(const fs::path& folder, bool (*readable)(const std::string&)) {
+template <class Decode>
+int removeUnreadable(const fs::path& folder, Decode decode) {
   int removed = 0;
   if (!fs::is_directory(folder)) return 0;
   for (const auto& entry : fs::directory_iterator(folder)) {
-    if (entry.is_regular_file() && !readable(test::readWholeFile(entry.path()))) {
+    if (entry.is_regular_file() && !decode(test::readWholeFile(entry.path()))) {
       fs::remove(entry.path());
       ++removed;
     }
@@ -71,8 +65,8 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
       // host sees, until the file goes.
       EXPECT_NE(started.error().description().find("OstrelNotInitialized"), std::string::npos)
           << started.error().description();
-      ASSERT_GT(removeUnreadable(base.root() + "/UserTokens", isToken) +
-                    removeUnreadable(base.root() + "/UserMetaInfo", isMetaInfo),
+      ASSERT_GT(removeUnreadable(base.root() + "/UserTokens", decodeToken) +
+                    removeUnreadable(base.root() + "/UserMetaInfo", OLUserMetaInfo::decode),
                 0)
           << "start-up refused with nothing damaged to blame: " << started.error().description();
       ++refusedStarts;
