@@ -23,23 +23,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void writeAll(const fs::path& file, const std::string& bytes) {
-  std::ofstream(file, std::ios::binary | std::ios::trunc) << bytes;
-}
-
-bool isToken(const std::string& bytes) {
-  return static_cast<bool>(decodeToken(bytes));
-}
-bool isMetaInfo(const std::string& bytes) {
-  return static_cast<bool>(OLUserMetaInfo::decode(bytes));
-}
-
 // Removes the files of a store that no longer decode; answers how many.
-int removeUnreadable(const fs::path& folder, bool (*readable)(const std::string&)) {
+template <class Decode>
+int removeUnreadable(const fs::path& folder, Decode decode) {
   int removed = 0;
   if (!fs::is_directory(folder)) return 0;
   for (const auto& entry : fs::directory_iterator(folder)) {
-    if (entry.is_regular_file() && !readable(test::readWholeFile(entry.path()))) {
+    if (entry.is_regular_file() && !decode(test::readWholeFile(entry.path()))) {
       fs::remove(entry.path());
       ++removed;
     }
@@ -75,8 +65,8 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
       // host sees, until the file goes.
       EXPECT_NE(started.error().description().find("OstrelNotInitialized"), std::string::npos)
           << started.error().description();
-      ASSERT_GT(removeUnreadable(base.root() + "/UserTokens", isToken) +
-                    removeUnreadable(base.root() + "/UserMetaInfo", isMetaInfo),
+      ASSERT_GT(removeUnreadable(base.root() + "/UserTokens", decodeToken) +
+                    removeUnreadable(base.root() + "/UserMetaInfo", OLUserMetaInfo::decode),
                 0)
           << "start-up refused with nothing damaged to blame: " << started.error().description();
       ++refusedStarts;
@@ -128,23 +118,19 @@ TEST(CorruptStoreCampaign, StartUpSurvivesAndWhatSurvivedIsDelivered) {
     for (const auto& file : victims) {
       if (!fs::exists(file)) continue;
       const std::string before = test::readWholeFile(file);
-      std::string after;
-      switch (rng() % 3) {
-        case 0:
-          fs::remove(file);
-          break;
-        case 1:
-          after = before.substr(0, before.empty() ? 0 : rng() % before.size());
-          writeAll(file, after);
-          break;
-        default: {
-          after = before;
-          const std::size_t at = after.empty() ? 0 : rng() % after.size();
-          const std::size_t end = std::min(after.size(), at + 1 + rng() % 16);
-          for (std::size_t i = at; i < end; ++i) after[i] = static_cast<char>(rng());
-          writeAll(file, after);
-        }
+      std::string after = before;
+      const auto how = rng() % 3;  // deleted, truncated or garbled
+      if (how == 0) {
+        fs::remove(file);
+        after.clear();
+      } else if (how == 1) {
+        after.resize(before.empty() ? 0 : rng() % before.size());
+      } else {
+        const std::size_t at = after.empty() ? 0 : rng() % after.size();
+        const std::size_t end = std::min(after.size(), at + 1 + rng() % 16);
+        for (std::size_t i = at; i < end; ++i) after[i] = static_cast<char>(rng());
       }
+      if (how != 0) std::ofstream(file, std::ios::binary | std::ios::trunc) << after;
       ++damagedFiles;
       if (auto name = eventName(before); name && eventName(after) != name) damaged.insert(*name);
     }

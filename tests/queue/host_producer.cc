@@ -7,7 +7,6 @@
 //                                            burst one line "<RUN>-<last> <monotonic ns>";
 //                                            with TRACE, the intake's file work (see Tracer)
 //   ostrel_host_producer drain               flushes; exit status 0 once all was delivered
-//   ostrel_host_producer idle SECONDS        starts, then waits without asking for anything
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -190,11 +189,6 @@ int main(int argc, char** argv) {
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(rng() % 40));
     }
-  }
-  if (mode == "idle" && argc == 3) {
-    auto facade = start();
-    std::this_thread::sleep_for(std::chrono::duration<double>(std::atof(argv[2])));
-    return 0;
   }
   if (mode == "drain" && argc == 2) {
     auto facade = start();

@@ -56,19 +56,11 @@ TEST_F(PipelineTest, EventsArriveInOrderWithTheirDictionaries) {
     ASSERT_TRUE(o->sendEvent("e" + std::to_string(i), data));
   }
   ASSERT_FALSE(flush(*o));
-  auto events = service_.events();
-  ASSERT_EQ(events.size(), 16u);
-  EXPECT_EQ(events[0]["event_type"], "start session");
-  EXPECT_EQ(events[0]["app_installed"], true);
-  const std::string session = *o->getSessionId();
-  const std::string user = *o->getUserToken();
+  auto events = service_.events("custom event");
+  ASSERT_EQ(events.size(), 15u);
   for (int i = 0; i < 15; ++i) {
-    const Json& e = events[static_cast<std::size_t>(i + 1)];
-    EXPECT_EQ(e["event_type"], "custom event");
-    EXPECT_EQ(e["name"], "e" + std::to_string(i));
-    EXPECT_EQ(e["session_id"], session);
-    EXPECT_EQ(e["user_id"], user);
-    EXPECT_EQ(e["custom_data"], (Json{{"plan", "pro"}, {"n", i}}));
+    EXPECT_EQ(events[static_cast<std::size_t>(i)]["custom_data"],
+              (Json{{"plan", "pro"}, {"n", i}}));
   }
   // Nothing left: more flushes send nothing and keep the chunk key.
   auto& queue = *testing::internals(*o).eventManager->eventQueue();
@@ -93,7 +85,6 @@ TEST_F(PipelineTest, TwoFacadesOnTwoPlatformsEachDeliverOnlyToTheirOwnService) {
     side.facade = side.service.startFacade(side.platform);
     ASSERT_TRUE(side.facade);
   }
-  ASSERT_NE(sides[0].platform.root(), sides[1].platform.root());
   for (int i = 0; i < 2; ++i) {
     for (int n = 0; n < 3; ++n) {
       ASSERT_TRUE(sides[i].facade->sendEvent("side" + std::to_string(i) + "_" + std::to_string(n)));
@@ -109,31 +100,24 @@ TEST_F(PipelineTest, TwoFacadesOnTwoPlatformsEachDeliverOnlyToTheirOwnService) {
   }
 }
 
-TEST_F(PipelineTest, PermanentRefusalsDropAChunkTransientFailuresKeepIt) {
-  struct Case {
-    int status;
-    bool kept;
-  };
+// The fate of each answer is the fault campaign's; here, that the facade's
+// flush hands the refusal to its caller and the chunk goes.
+TEST_F(PipelineTest, APermanentRefusalReachesTheFlushAndDropsTheChunk) {
   auto o = start();
-  for (const auto& c :
-       {Case{404, false}, Case{400, false}, Case{408, true}, Case{500, true}, Case{503, true}}) {
-    const std::string victim = "victim" + std::to_string(c.status);
-    ASSERT_TRUE(o->sendEvent(victim));
-    service_.failNext("/events/track_bulk", c.status);
-    auto error = flush(*o);
-    ASSERT_TRUE(error) << c.status;
-    EXPECT_EQ(error->statusCode(), c.status);
-    ASSERT_FALSE(flush(*o));
-    EXPECT_EQ(service_.named(victim), c.kept ? 1 : 0) << c.status;
-  }
+  ASSERT_TRUE(o->sendEvent("victim"));
+  service_.failNext("/events/track_bulk", 404);
+  auto error = flush(*o);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->statusCode(), 404);
+  ASSERT_FALSE(flush(*o));
+  EXPECT_EQ(service_.named("victim"), 0);
 }
 
 TEST_F(PipelineTest, FlowTimerRankingAndAttachmentReachTheService) {
   auto o = start();
   ASSERT_TRUE(o->flowBegin("onboarding"));
   ASSERT_TRUE(o->flowStep("profile"));
-  auto step = o->flowStep("bad name");
-  ASSERT_FALSE(step);
+  ASSERT_FALSE(o->flowStep("bad name"));
   ASSERT_TRUE(o->flowSucceed("done"));
   auto late = o->flowStep("more");
   ASSERT_FALSE(late);
@@ -149,32 +133,11 @@ TEST_F(PipelineTest, FlowTimerRankingAndAttachmentReachTheService) {
   ASSERT_TRUE(o->rankContent("article", RankingScope(_RankingScope::social), 2));
   ASSERT_TRUE(o->attachSession("other", std::string("U_42"), AttachType::peer));
   ASSERT_FALSE(flush(*o));
-  auto events = service_.events();
   std::vector<std::string> types;
-  for (const auto& e : events) types.push_back(e["event_type"]);
+  for (const auto& e : service_.events()) types.push_back(e["event_type"]);
   EXPECT_EQ(types, (std::vector<std::string>{"start session", "flow start", "flow step",
                                              "flow succeeded", "timer start", "timer stop",
                                              "rank content", "attached_session"}));
-  EXPECT_EQ(events[1]["flow_id"], events[3]["flow_id"]);
-  EXPECT_EQ(events[3]["name"], "done");
-  EXPECT_TRUE(events[5].contains("delta"));
-}
-
-TEST_F(PipelineTest, ARestartWithABacklogDeliversEverything) {
-  {
-    auto o = start();
-    for (int i = 0; i < 35; ++i) ASSERT_TRUE(o->sendEvent("backlog"));
-    testing::waitUntilIdle(*o);
-    testing::internals(*o).eventManager->operationQueue()->setSuspended(
-        true);  // nothing leaves before the restart
-  }
-  auto o = start();
-  ASSERT_FALSE(flush(*o));
-  EXPECT_EQ(names("custom event").size(), 35u);
-  EXPECT_EQ(names("start session").size(), 2u);
-  int firstStarts = 0;
-  for (const auto& e : service_.events()) firstStarts += e.value("app_installed", false) ? 1 : 0;
-  EXPECT_EQ(firstStarts, 1) << "only the very first start is a first start";
 }
 
 TEST_F(PipelineTest, A205ReplyStartsAnAutologin) {
@@ -317,6 +280,11 @@ TEST_F(PipelineTest, ABegunFlowGoesOnAfterARestart) {
     if (e.contains("flow_id")) flowIds.insert(e["flow_id"]);
   EXPECT_EQ(flowIds.size(), 1u) << "one flow across the restart";
   EXPECT_EQ(names("flow succeeded"), (std::vector<std::string>{"paid"}));
+  // What the first run left is delivered too; only its start was a first start.
+  auto starts = service_.events("start session");
+  ASSERT_EQ(starts.size(), 2u);
+  EXPECT_EQ(starts[0]["app_installed"], true);
+  EXPECT_EQ(starts[1]["app_installed"], false);
 }
 
 }  // namespace
