@@ -105,7 +105,6 @@ class OLQueueManager : public std::enable_shared_from_this<OLQueueManager> {
   // every queued operation has run (or the operation queue is suspended).
   void waitUntilIdle();
   const std::shared_ptr<OLChunkedQueue>& eventQueue() const { return eventQueue_; }
-  const std::shared_ptr<OperationQueue>& operationQueue() const { return operationQueue_; }
   const std::shared_ptr<EventIntake>& intake() const { return intake_; }
 
  private:
