@@ -64,6 +64,8 @@ TEST_F(DeploymentOverrideTest, EachOverrideIsCheckedOnce) {
     std::map<std::string, std::string> values;
     const char* refused;  // the variable named by the error, nullptr when all are taken
   };
+  // One value per branch of the checks: a character outside a host name, an
+  // empty or over-long label, a port out of range, a second target for curl.
   const Case cases[] = {
       {{}, nullptr},
       {{{"OSTREL_SERVICE_DOMAIN", ""}, {"OSTREL_SERVICE_SCHEME", ""}}, nullptr},  // unset
@@ -71,23 +73,17 @@ TEST_F(DeploymentOverrideTest, EachOverrideIsCheckedOnce) {
        nullptr},
       {{{"OSTREL_CONNECT_TO", "[::1]:443"}}, nullptr},
       {{{"OSTREL_CONNECT_TO", "localhost:8443"}}, nullptr},
-      {{{"OSTREL_SERVICE_DOMAIN", "ostrel.io/x"}}, "OSTREL_SERVICE_DOMAIN"},
-      {{{"OSTREL_SERVICE_DOMAIN", "ostrel.io:8443"}}, "OSTREL_SERVICE_DOMAIN"},
       {{{"OSTREL_SERVICE_DOMAIN", "ostrel.io\r\nX-Injected: yes"}}, "OSTREL_SERVICE_DOMAIN"},
       {{{"OSTREL_SERVICE_DOMAIN", "ostrel.io."}}, "OSTREL_SERVICE_DOMAIN"},
       {{{"OSTREL_SERVICE_DOMAIN", "-ostrel.io"}}, "OSTREL_SERVICE_DOMAIN"},
       {{{"OSTREL_SERVICE_DOMAIN", std::string(64, 'a') + ".io"}}, "OSTREL_SERVICE_DOMAIN"},
-      {{{"OSTREL_SERVICE_DOMAIN", "user@ostrel.io"}}, "OSTREL_SERVICE_DOMAIN"},
-      {{{"OSTREL_SERVICE_SCHEME", "ftp"}}, "OSTREL_SERVICE_SCHEME"},
       {{{"OSTREL_SERVICE_SCHEME", "HTTP"}}, "OSTREL_SERVICE_SCHEME"},
       {{{"OSTREL_CONNECT_TO", "127.0.0.1"}}, "OSTREL_CONNECT_TO"},
       {{{"OSTREL_CONNECT_TO", "127.0.0.1:0"}}, "OSTREL_CONNECT_TO"},
       {{{"OSTREL_CONNECT_TO", "127.0.0.1:65536"}}, "OSTREL_CONNECT_TO"},
-      {{{"OSTREL_CONNECT_TO", "::1:443"}}, "OSTREL_CONNECT_TO"},
       {{{"OSTREL_CONNECT_TO", "127.0.0.1:80,evil:1"}}, "OSTREL_CONNECT_TO"},
       {{{"OSTREL_CA_FILE", dir_.path() + "/missing.pem"}}, "OSTREL_CA_FILE"},
       {{{"OSTREL_CA_FILE", notPem}}, "OSTREL_CA_FILE"},
-      {{{"OSTREL_CA_FILE", dir_.path()}}, "OSTREL_CA_FILE"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.values.empty() ? "nothing set" : c.values.begin()->second);
@@ -120,9 +116,8 @@ TEST_F(DeploymentOverrideTest, BadStartUpInputIsAClearErrorNeverAStop) {
     std::optional<ExternalParameters> parameters = std::nullopt;
     LocalErrorCodes code = LocalErrorCodes::OstrelInitializationError;
   };
+  // The deployment's own checks are the table above; here the start-up runs them.
   const Case cases[] = {
-      {"domain", changed([](Platform& p) { p.deployment.domain = "ostrel.io/x"; })},
-      {"scheme", changed([](Platform& p) { p.deployment.scheme = "file"; })},
       {"host label", changed([](Platform& p) { p.deployment.sandboxMarker = "/sandbox"; })},
       // Without a client of its own, the default one would use the overrides.
       {"network", changed([](Platform& p) {
@@ -144,11 +139,8 @@ TEST_F(DeploymentOverrideTest, BadStartUpInputIsAClearErrorNeverAStop) {
   auto facade = Ostrel::makeUnshared(
       "secret", nullptr, ExternalParameters{{OLExternalParameterKey::DistributionGroup(), "beta"}},
       platform_.platform());
+  // A group refused later leaves this one: tests/transport (connector_https_test).
   ASSERT_TRUE(facade) << facade.error().description();
-  auto refused = (*facade)->setDistributionGroup("x\ny");
-  ASSERT_FALSE(refused);
-  EXPECT_TRUE(
-      refused.error().is(LocalErrorCodes::ConnectionValidationError, "Invalid distribution group"));
   EXPECT_EQ(OLDefault(platform_.platform().settings).get(stored), "beta");
 }
 

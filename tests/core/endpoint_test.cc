@@ -33,8 +33,6 @@ TEST(EndpointTest, UrlsPerEnvironment) {
        "https://client-sandbox-dev.ostrel.io/events/track_bulk"},
       {OstrelAPIEndpoint::EmailLogin, true, false,
        "https://auth-sandbox.ostrel.io/login/direct/email/login"},
-      {OstrelAPIEndpoint::UserInfo, false, true,
-       "https://auth-dev.ostrel.io/handling/direct/userinfo"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(getEndpoint(c.endpoint, false, c.sandbox, c.dev, d), c.url);
@@ -54,35 +52,17 @@ struct BodyCase {
 
 TEST(EndpointTest, BodyRules) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
+  // One case per branch; the other endpoints only differ in their row of the table.
   const BodyCase cases[] = {
       {OstrelAPIEndpoint::TrackBulk, Json::array({{{"a", 1}}}), ""},
       {OstrelAPIEndpoint::TrackBulk, Json::object(), "Input must be an array"},
       {OstrelAPIEndpoint::TrackBulk, std::nullopt, "Invalid JSON object"},
-      {OstrelAPIEndpoint::TrackBulk, Json("text"), "Invalid JSON object"},
       {OstrelAPIEndpoint::TrackBulk, Json::array({nan}), "Invalid JSON object"},
       {OstrelAPIEndpoint::UserInfo, Json::array(), "Input must be a dictionary"},
-      {OstrelAPIEndpoint::UserInfo, Json::object(), "Missing User Token (user_id)"},
       {OstrelAPIEndpoint::UserInfo, Json{{"user_id", 5}}, "Missing User Token (user_id)"},
       {OstrelAPIEndpoint::UserInfo, Json{{"user_id", "A_x"}}, ""},
-      {OstrelAPIEndpoint::RefreshToken, Json::object(), "Missing autologinTokenKey (user_id)"},
-      {OstrelAPIEndpoint::EmailLogin, Json{{"password", "p"}}, "Missing email"},
       {OstrelAPIEndpoint::EmailLogin, Json{{"email", "e"}}, "Missing password"},
-      {OstrelAPIEndpoint::EmailSignup, Json{{"email", "e"}, {"password", "p"}}, ""},
-      {OstrelAPIEndpoint::EmailForgot, Json::object(), "Missing email"},
-      {OstrelAPIEndpoint::EmailIdentify, Json{{"email", "e"}, {"password", "p"}},
-       "Missing User Token (user_id)"},
-      {OstrelAPIEndpoint::PushRegistration, Json{{"user_id", "u"}}, "Missing device token"},
-      {OstrelAPIEndpoint::PushRegistration, Json{{"user_id", "u"}, {"token", "t"}},
-       "Missing os type [android|ios|windows]"},
-      {OstrelAPIEndpoint::MSISDNLogin, Json{{"msisdn", "39"}}, "Missing pin"},
-      {OstrelAPIEndpoint::MSISDNForgot, Json::object(), "Missing msisdn"},
-      {OstrelAPIEndpoint::MSISDNURBody, Json::object(), "Missing MNO response"},
       {OstrelAPIEndpoint::MSISDNUR, Json::object(), ""},
-      {OstrelAPIEndpoint::NativeConvert, Json::object(), "Missing access_token"},
-      {OstrelAPIEndpoint::PaymentGetOfferFor, Json{{"user_id", "u"}, {"native_item_id", "n"}},
-       "Missing marketplace specifier"},
-      {OstrelAPIEndpoint::PaymentIsPayingForDefault, Json::object(), "Missing user token"},
-      {OstrelAPIEndpoint::UO2CredentialsTo3, Json{{"brivolauser", "b"}}, "Missing info_utente"},
       {OstrelAPIEndpoint::RichPush, Json::object(), ""},
       {OstrelAPIEndpoint::RichPush, Json{{"a", 1}},
        "Rich push do not support input values in body"},
@@ -115,11 +95,9 @@ TEST(UnifiedParserTest, Cases) {
   };
   const Case cases[] = {
       {204, std::nullopt, std::nullopt},
-      {200, Json{{"ok", true}}, std::nullopt},
       {299, Json::object(), std::nullopt},
       {401, Json{{"error", {{"code", "WRONG_PIN"}, {"message", "bad"}}}},
        "Ostrel Error [WRONG_PIN/401]: bad (extra: nil"},
-      {500, Json{{"error", "x"}}, "Ostrel Error [HTTP 500/500]: unknown (extra: nil"},
       {404, Json{{"error", {{"code", 7}, {"extra", Json::object()}}}},
        "Ostrel Error [HTTP 404/404]: unknown (extra: nil"},
       {409, Json{{"error", {{"code", "C"}, {"message", "m"}, {"extra", {{"k", "v"}}}}}},

@@ -26,7 +26,10 @@ TEST(FacadeSingletonTest, LifeOfTheSharedInstance) {
   auto created =
       Ostrel::getSharedInstanceWithConfig("app_secret", nullptr, std::nullopt, platform.platform());
   ASSERT_TRUE(created) << created.error().description();
+  // An underscore in the secret selects the sandbox, which a release build is warned about.
   EXPECT_EQ((*created)->environmentString(), "PROD-SANDBOX");
+  EXPECT_TRUE(
+      platform.log().contains("Warning using sandbox environment in a Release application!!"));
 
   auto again = Ostrel::getSharedInstanceWithConfig("app_secret");
   ASSERT_FALSE(again);
