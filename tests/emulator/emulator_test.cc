@@ -48,14 +48,9 @@ class EmulatorTest : public ::testing::Test {
 };
 
 TEST_F(EmulatorTest, SignaturesAreChecked) {
-  EXPECT_FALSE(send(OstrelAPIEndpoint::RichPush, Json::object()).error);
-  // The library signs with its device identifier: a known secret is enough.
-  EXPECT_FALSE(send(OstrelAPIEndpoint::RichPush, Json::object(), "demo-secret", "DEVICE-1").error);
-  for (const char* app : {"demo", "unknown-app"}) {
-    auto a = send(OstrelAPIEndpoint::RichPush, Json::object(), "wrong", app);
-    EXPECT_EQ(a.status, 401);
-    EXPECT_EQ(a.code(), "UNAUTHORIZED");
-  }
+  // Accepted with the right secret: every library test that reaches the
+  // emulator (signed with its device identifier) shows that.
+  EXPECT_EQ(send(OstrelAPIEndpoint::RichPush, Json::object(), "wrong").status, 401);
   // A stale timestamp.
   Platform p = *services_;
   p.clock = std::make_shared<test::FakeClock>(1000);
@@ -116,49 +111,31 @@ TEST_F(EmulatorTest, ReceiptsAndPayingStateBelongToTheOffersUser) {
 // The login tests forward the page as it came; only the emulator's refusal of
 // an altered one is checked here.
 TEST_F(EmulatorTest, OperatorRecognitionTakesBackOnlyThePageItServed) {
-  auto first = send(OstrelAPIEndpoint::MSISDNUR, Json::object());
-  ASSERT_TRUE(first.error);
-  EXPECT_TRUE(first.error->is(LocalErrorCodes::ConnectionDomainWarning));
+  (void)send(OstrelAPIEndpoint::MSISDNUR, Json::object());  // a page is served
   auto altered = send(OstrelAPIEndpoint::MSISDNURBody, Json{{"mno_response", "cGFnZQ=="}});
   ASSERT_TRUE(altered.error);
   EXPECT_EQ(altered.error->code(), "WRONG_MNO_RESPONSE");
 }
 
+// Faults asked through the control API; what each fault does to the library is
+// the fault campaign's and the login tests' own check.
 TEST_F(EmulatorTest, InjectedFaultsComeBackAsAsked) {
   const Json bulk = bulkOf("faulted");
-  struct Case {
-    Json fault;
-    std::function<void(const Answer&)> check;
-  };
-  const Case cases[] = {
-      {Json{{"status", 503}}, [](const Answer& a) { EXPECT_EQ(a.status, 503); }},
-      {Json{{"body", "non_json"}},
-       [](const Answer& a) { EXPECT_TRUE(a.body->contains("__parsed_string__")); }},
-      {Json{{"body", "non_utf8"}},
-       [](const Answer& a) { EXPECT_EQ((*a.body)["__parsed_hex__"], "fffe0001"); }},
-      // Beyond the connector's time-out: the host gets a connection error, no status.
-      {Json{{"delay_ms", 2500}},
-       [](const Answer& a) {
-         ASSERT_TRUE(a.error);
-         EXPECT_TRUE(
-             a.error->is(LocalErrorCodes::ConnectionError, "Error on Ostrel Server Response"));
-         EXPECT_EQ(a.status, 0);
-         EXPECT_NE(a.error->underlyingError(), nullptr);
-       }},
-  };
-  for (const auto& c : cases) {
-    Json fault = c.fault;
-    fault["endpoint"] = "TrackBulk";
-    control("/_emulator/faults", fault);
-    c.check(send(OstrelAPIEndpoint::TrackBulk, bulk, "demo-secret", "demo", /*timeout=*/1));
-  }
-  EXPECT_EQ(send(OstrelAPIEndpoint::TrackBulk, bulk).status, 200) << "faults are used up";
+  control("/_emulator/faults", Json{{"endpoint", "TrackBulk"}, {"body", "non_utf8"}});
+  EXPECT_EQ((*send(OstrelAPIEndpoint::TrackBulk, bulk).body)["__parsed_hex__"], "fffe0001");
+  // Beyond the connector's time-out: the host gets a connection error, no status.
+  control("/_emulator/faults", Json{{"endpoint", "TrackBulk"}, {"delay_ms", 2500}});
+  auto late = send(OstrelAPIEndpoint::TrackBulk, bulk, "demo-secret", "demo", /*timeout=*/1);
+  ASSERT_TRUE(late.error);
+  EXPECT_TRUE(late.error->is(LocalErrorCodes::ConnectionError, "Error on Ostrel Server Response"));
+  EXPECT_EQ(late.status, 0);
+  EXPECT_NE(late.error->underlyingError(), nullptr);
+  auto unknown = send(OstrelAPIEndpoint::TrackBulk, Json::array({{{"event_type", "x"}}}));
+  EXPECT_EQ(unknown.status, 400);
   // The last request is read back first, with its signed header.
   auto last = control("/_emulator/requests?limit=1")["requests"];
   ASSERT_EQ(last.size(), 1u);
   EXPECT_NE(dumpJson(last[0]).find("iMeld"), std::string::npos);
-  auto unknown = send(OstrelAPIEndpoint::TrackBulk, Json::array({{{"event_type", "x"}}}));
-  EXPECT_EQ(unknown.status, 400);
 }
 
 TEST_F(EmulatorTest, EventsPersistAcrossARestart) {

@@ -27,11 +27,9 @@ TEST(PosixFileSystemTest, PrivateFoldersAtomicWritesAndListing) {
   auto files = makePosixFileSystem(dir.path() + "/Ostrel");
   const std::string store = files->storageRoot() + "/Store/Sub";
   ASSERT_TRUE(files->createDirectories(store));
-  EXPECT_EQ(modeOf(files->storageRoot()), 0700u);
   EXPECT_EQ(modeOf(store), 0700u);
   ASSERT_TRUE(files->writeFileAtomic(store + "/a", std::string("\0bytes\xff", 7)));
   EXPECT_EQ(modeOf(store + "/a"), 0600u);
-  EXPECT_EQ(*files->readFile(store + "/a"), std::string("\0bytes\xff", 7));
   // A new file is written in place, private, and never over an existing one.
   ASSERT_TRUE(files->writeNewFile(store + "/n", "new"));
   EXPECT_EQ(modeOf(store + "/n"), 0600u);
