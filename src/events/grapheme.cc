@@ -43,22 +43,4 @@ std::string truncateGraphemes(std::string_view text, std::size_t max) {
   return std::string(text.substr(0, walk(text, max).first));
 }
 
-std::size_t utf16Length(std::string_view text) {
-  auto* p = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-  auto left = static_cast<utf8proc_ssize_t>(text.size());
-  std::size_t units = 0;
-  while (left > 0) {
-    utf8proc_int32_t cp;
-    utf8proc_ssize_t n = utf8proc_iterate(p, left, &cp);
-    if (n <= 0) {
-      n = 1;
-      cp = 0;
-    }
-    units += cp >= 0x10000 ? 2 : 1;
-    p += n;
-    left -= n;
-  }
-  return units;
-}
-
 }  // namespace ostrel

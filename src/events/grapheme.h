@@ -10,7 +10,5 @@ namespace ostrel {
 std::size_t graphemeCount(std::string_view text);
 // The first `max` grapheme clusters of the text (the whole text when shorter).
 std::string truncateGraphemes(std::string_view text, std::size_t max);
-// Length in UTF-16 code units, as the platform's regular expressions count.
-std::size_t utf16Length(std::string_view text);
 
 }  // namespace ostrel
