@@ -99,29 +99,23 @@ TEST(CApiUnstartedTest, ARefusedDeploymentLeavesTheOneStartForLater) {
 TEST(CApiUnstartedTest, PushPayloadsBecomePushObjectsOrTheParsersError) {
   struct Case {
     const char* payload;
-    const char* error;          // empty: parsed
-    const char* expected = "";  // the fields that must be there
+    const char* expected;  // the fields that must be there
   };
+  // One payload per branch of the push object's JSON; the parser's refusal is
+  // the ctypes test's (examples/python).
   const Case cases[] = {
       {R"({"aps":{"t":"N","alert":"Hello","badge":3,"sound":"ding"},"push_id":"p1","custom":{"k":"v"}})",
-       "",
        R"({"type":"Standard","push_id":"p1","body":"Hello","badge":3,"sound":"ding",)"
        R"("custom":{"k":"v"}})"},
-      {R"({"aps":{"t":"U","alert":"Look"},"push_id":"p2","url":"https://example.com/a"})", "",
+      {R"({"aps":{"t":"U","alert":"Look"},"push_id":"p2","url":"https://example.com/a"})",
        R"({"type":"Url","body":"Look","url":"https://example.com/a"})"},
-      {R"({"aps":{"t":"B","content-available":1},"push_id":"p3","custom":{"n":1}})", "",
+      {R"({"aps":{"t":"B","content-available":1},"push_id":"p3","custom":{"n":1}})",
        R"({"type":"Background","custom":{"n":1}})"},
-      {R"({"aps":{"t":"N","sound":"ding"},"push_id":"p4"})", "PushNotificationError"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.payload);
     char* push = nullptr;
-    auto a = answer([&](auto e) { return ostrel_push_parse(c.payload, &push, e); });
-    EXPECT_EQ(a.errorCode, c.error);
-    if (*c.error) {
-      EXPECT_EQ(push, nullptr);
-      continue;
-    }
+    ASSERT_EQ(ostrel_push_parse(c.payload, &push, nullptr), OSTREL_OK);
     auto parsed = ostrel::parseJson(take(push));
     ASSERT_TRUE(parsed);
     const Json expected = *ostrel::parseJson(c.expected);
@@ -151,6 +145,8 @@ TEST(CApiUnstartedTest, ErrorObjectsAreCopiedAndNullIsHarmless) {
   ostrel_string_free(nullptr);
 }
 
+// The log callback, the analytics calls and a user's events are the ctypes
+// test's (examples/python, run by ctest); here what only C callers reach.
 class CApiTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -168,8 +164,9 @@ class CApiTest : public ::testing::Test {
     ASSERT_EQ(
         ostrel_config_set_app_identity(config, "io.ostrel.capi.test", "2.5", nullptr, nullptr),
         OSTREL_OK);
-    ASSERT_EQ(ostrel_config_set_custom_data_json(config, R"({"from":"C"})", nullptr), OSTREL_OK);
-    ASSERT_EQ(ostrel_config_set_log_callback(config, &CApiTest::log, nullptr, nullptr), OSTREL_OK);
+    // A null is the one JSON value the ctypes test hands no custom data.
+    ASSERT_EQ(ostrel_config_set_custom_data_json(config, R"({"from":"C","x":null})", nullptr),
+              OSTREL_OK);
     auto a = answer([&](auto e) { return ostrel_start(config, &ostrel_, e); });
     ostrel_config_free(config);
     ASSERT_EQ(a.code, OSTREL_OK) << a.errorCode << " " << a.message;
@@ -178,17 +175,6 @@ class CApiTest : public ::testing::Test {
     ostrel_free(ostrel_);
     delete storage_;
     delete service_;
-  }
-  static void log(const char* line, void*) { log_.add(line); }
-  static Outcome flush() {
-    Waiter w;
-    EXPECT_EQ(ostrel_flush(ostrel_, &Waiter::callback, &w, nullptr), OSTREL_OK);
-    return w.get();
-  }
-  static bool isLogged() {
-    int logged = -1;
-    EXPECT_EQ(ostrel_is_user_logged(ostrel_, &logged, nullptr), OSTREL_OK);
-    return logged == 1;
   }
   // Runs one flow from a fresh builder; answers the synchronous refusal or the outcome.
   static Outcome login(ostrel_login_flow_t flow,
@@ -205,52 +191,43 @@ class CApiTest : public ::testing::Test {
     return w.get();
   }
   // Sets an address, and a password unless it is NULL.
-  static std::function<void(ostrel_login_t*)> email(const char* address, const char* password) {
+  static std::function<void(ostrel_login_t*)> email(const char* password) {
     return [=](ostrel_login_t* l) {
-      ASSERT_EQ(ostrel_login_set_email(l, address, nullptr), OSTREL_OK);
+      ASSERT_EQ(ostrel_login_set_email(l, EmulatorService::kEmail, nullptr), OSTREL_OK);
       if (password) {
         ASSERT_EQ(ostrel_login_set_password(l, password, nullptr), OSTREL_OK);
       }
     };
   }
-  static void logOut() {
-    ASSERT_EQ(ostrel_user_logout(ostrel_, nullptr), OSTREL_OK);
-    ASSERT_FALSE(isLogged());
-  }
 
   static inline EmulatorService* service_ = nullptr;
   static inline ostrel::test::TempDir* storage_ = nullptr;
   static inline ostrel_t* ostrel_ = nullptr;
-  static inline ostrel::test::Recorder<std::string> log_;
 };
 
-TEST_F(CApiTest, StartsOnceWithTheStorageLogAndIdentityItWasGiven) {
+// The message of a second start is the facade's (tests/core).
+TEST_F(CApiTest, StartsOnceWithTheStorageAndIdentityItWasGiven) {
   ostrel_config_t* config = ostrel_config_new();
   ASSERT_EQ(ostrel_config_set_secret(config, "demo-secret", nullptr), OSTREL_OK);
   ostrel_t* second = nullptr;
   auto again = answer([&](auto e) { return ostrel_start(config, &second, e); });
   ostrel_config_free(config);
   EXPECT_EQ(again.errorCode, "OstrelInitializationError");
-  EXPECT_EQ(again.message, "Ostrel Already Initialized. Must call getSharedInstance");
 
   char* text = nullptr;
   ASSERT_EQ(ostrel_get_environment(ostrel_, &text, nullptr), OSTREL_OK);
   EXPECT_EQ(take(text), "PROD-RELEASE");
-  ASSERT_EQ(ostrel_get_session_id(ostrel_, &text, nullptr), OSTREL_OK);
-  const std::string session = take(text);
-  EXPECT_FALSE(session.empty());
-  const auto lines = log_.values();
-  EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::string& l) {
-    return l.find("Initialized Ostrel with Session: " + session) != std::string::npos;
-  }));
   EXPECT_TRUE(std::filesystem::exists(storage_->path() + "/Ostrel/settings.json"));
 
-  ASSERT_TRUE(flush().ok);
+  Waiter flushed;
+  ASSERT_EQ(ostrel_flush(ostrel_, &Waiter::callback, &flushed, nullptr), OSTREL_OK);
+  const Outcome flush = flushed.get();
+  ASSERT_TRUE(flush.ok) << flush.errorCode;
+  EXPECT_NE(flush.thread, std::this_thread::get_id());  // a network thread of the library
   const auto starts = service_->events("start session");
   ASSERT_EQ(starts.size(), 1u);
   EXPECT_EQ(starts[0]["app_identifier"], "io.ostrel.capi.test");
-  EXPECT_EQ(starts[0]["app_version"], "2.5");
-  EXPECT_EQ(starts[0]["custom_data"], (Json{{"from", "C"}})) << starts[0].dump();
+  EXPECT_EQ(starts[0]["custom_data"], (Json{{"from", "C"}, {"x", nullptr}})) << starts[0].dump();
 
   auto badGroup = answer([](auto e) { return ostrel_set_distribution_group(ostrel_, "a\"b", e); });
   EXPECT_EQ(badGroup.errorCode, "ConnectionValidationError");
@@ -258,8 +235,8 @@ TEST_F(CApiTest, StartsOnceWithTheStorageLogAndIdentityItWasGiven) {
             OSTREL_OK);
 }
 
-// Checked in the C layer before anything reaches the facade (InvalidArgument),
-// or refused by the library with its own error object.
+// Checked in the C layer before anything reaches the facade; the library's own
+// refusals reach the host as the ctypes test shows.
 TEST_F(CApiTest, ArgumentsAreRefusedBeforeTheyReachTheLibrary) {
   ostrel_config_t* config = ostrel_config_new();
   ASSERT_NE(config, nullptr);
@@ -267,7 +244,6 @@ TEST_F(CApiTest, ArgumentsAreRefusedBeforeTheyReachTheLibrary) {
   struct Case {
     const char* what;
     std::function<ostrel_code_t(ostrel_error_t**)> call;
-    const char* errorCode = "InvalidArgument";  // else a library error
   };
   const Case cases[] = {
       {"start without a config", [&](auto e) { return ostrel_start(nullptr, &none, e); }},
@@ -278,15 +254,9 @@ TEST_F(CApiTest, ArgumentsAreRefusedBeforeTheyReachTheLibrary) {
        [&](auto e) { return ostrel_config_set_storage_dir(config, "data/ostrel", e); }},
       {"custom data that is not a JSON object",
        [&](auto e) { return ostrel_config_set_custom_data_json(config, "[1,2]", e); }},
-      {"custom data the simple object refuses",
-       [&](auto e) { return ostrel_config_set_custom_data_json(config, R"({"a":{"b":1}})", e); },
-       "SimpleObjectCreationError"},
       {"a NULL config", [&](auto e) { return ostrel_config_set_secret(nullptr, "s", e); }},
       {"an event without an instance",
        [&](auto e) { return ostrel_send_event(nullptr, "name", nullptr, e); }},
-      {"an event name outside the rule",
-       [](auto e) { return ostrel_send_event(ostrel_, "no spaces", nullptr, e); },
-       "EventCreationError"},
       {"a flag without its out-parameter",
        [](auto e) { return ostrel_is_flow_begun(ostrel_, nullptr, e); }},
       {"a token pointer without bytes",
@@ -308,22 +278,17 @@ TEST_F(CApiTest, ArgumentsAreRefusedBeforeTheyReachTheLibrary) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    const bool ours = std::string(c.errorCode) == "InvalidArgument";
     auto a = answer(c.call);
-    EXPECT_EQ(a.code, ours ? OSTREL_INVALID_ARGUMENT : OSTREL_ERROR);
-    EXPECT_EQ(a.kind, ours ? OSTREL_ERROR_KIND_C_API : OSTREL_ERROR_KIND_LOCAL);
-    EXPECT_EQ(a.errorCode, c.errorCode);
+    EXPECT_EQ(a.code, OSTREL_INVALID_ARGUMENT);
+    EXPECT_EQ(a.kind, OSTREL_ERROR_KIND_C_API);
     EXPECT_FALSE(a.message.empty());
   }
   EXPECT_EQ(none, nullptr);
   ostrel_config_free(config);
 }
 
-// The analytics calls pass through to the facade, whose rules tests/events
-// covers: here a JSON in, a flag and a text out.
-TEST_F(CApiTest, AnalyticsReachTheServiceWithTheirCustomData) {
-  const char* custom = R"({"screen":"home","n":7,"ok":true,"x":null})";
-  ASSERT_EQ(ostrel_send_event(ostrel_, "c_tap", custom, nullptr), OSTREL_OK);
+// Flow steps and the texts and flags the analytics hand out.
+TEST_F(CApiTest, TheCurrentFlowIsReadBack) {
   ASSERT_EQ(ostrel_flow_begin(ostrel_, "c_checkout", nullptr, nullptr), OSTREL_OK);
   ASSERT_EQ(ostrel_flow_step(ostrel_, "c_pay", nullptr, nullptr), OSTREL_OK);
   int flag = -1;
@@ -332,53 +297,22 @@ TEST_F(CApiTest, AnalyticsReachTheServiceWithTheirCustomData) {
   char* text = nullptr;
   ASSERT_EQ(ostrel_get_current_flow_name(ostrel_, &text, nullptr), OSTREL_OK);
   EXPECT_EQ(take(text), "c_pay");
-  ASSERT_EQ(ostrel_flow_succeed(ostrel_, "paid", nullptr, nullptr), OSTREL_OK);
-  ASSERT_EQ(ostrel_rank_content(ostrel_, "article-7", OSTREL_RANKING_EDITORIAL, 1.5f, nullptr),
-            OSTREL_OK);
-  EXPECT_EQ(ostrel_wait_until_persisted(ostrel_, 5000), 1);
-
-  const Outcome flushed = flush();
-  EXPECT_TRUE(flushed.ok) << flushed.errorCode;
-  EXPECT_NE(flushed.thread, std::this_thread::get_id());  // a network thread of the library
-  bool arrived = false;
-  for (const auto& event : service_->events())
-    arrived |=
-        event.value("name", "") == "c_tap" && event["custom_data"] == *ostrel::parseJson(custom);
-  EXPECT_TRUE(arrived);
 }
 
 // Each flow's outcomes are tested in tests/login; here the C flow enumeration,
-// a synchronous and a service refusal, one success, and the listener.
+// one success with the user's JSON, a builder started twice, and the listener.
 TEST_F(CApiTest, LoginFlowsEndAsTheServiceSaysAndTheListenerHears) {
   ostrel::test::Recorder<std::string> heard;
   auto listener = [](const ostrel_error_t* error, const char*, void* userData) {
     static_cast<decltype(heard)*>(userData)->add(error ? ostrel_error_code(error) : "ok");
   };
   ASSERT_EQ(ostrel_set_user_state_listener(ostrel_, listener, &heard, nullptr), OSTREL_OK);
-  struct Case {
-    const char* what;
-    ostrel_login_flow_t flow;
-    std::function<void(ostrel_login_t*)> configure;
-    const char* errorCode;  // empty: success
-  };
-  const auto* address = EmulatorService::kEmail;
-  const Case cases[] = {
-      {"a builder without a password", OSTREL_LOGIN_EMAIL, email(address, nullptr),
-       "LoginBuilderError"},
-      {"a flow outside the enumeration", static_cast<ostrel_login_flow_t>(42),
-       email(address, EmulatorService::kPassword), "InvalidArgument"},
-      {"a wrong password", OSTREL_LOGIN_EMAIL, email(address, "nope"),
-       "EMAILLoginWrongPasswordError"},
-      // Without a password only the forgot branch of the enumeration succeeds.
-      {"a reminder", OSTREL_LOGIN_EMAIL_FORGOT, email(address, nullptr), ""},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    EXPECT_EQ(login(c.flow, c.configure).errorCode, c.errorCode);
-    EXPECT_FALSE(isLogged());
-  }
-  ASSERT_TRUE(login(OSTREL_LOGIN_EMAIL, email(address, EmulatorService::kPassword)).ok);
-  EXPECT_TRUE(isLogged());
+  const auto* password = EmulatorService::kPassword;
+  EXPECT_EQ(login(static_cast<ostrel_login_flow_t>(42), email(password)).errorCode,
+            "InvalidArgument");
+  // Without a password only the forgot branch of the enumeration succeeds.
+  EXPECT_TRUE(login(OSTREL_LOGIN_EMAIL_FORGOT, email(nullptr)).ok);
+  ASSERT_TRUE(login(OSTREL_LOGIN_EMAIL, email(password)).ok);
   Waiter synced, meta;
   ASSERT_EQ(ostrel_sync_user_state(ostrel_, &Waiter::callback, &synced, nullptr), OSTREL_OK);
   EXPECT_TRUE(synced.get().ok);
@@ -386,12 +320,12 @@ TEST_F(CApiTest, LoginFlowsEndAsTheServiceSaysAndTheListenerHears) {
   const Outcome info = meta.get();
   ASSERT_TRUE(info.ok) << info.errorCode;
   EXPECT_TRUE(ostrel::parseJson(info.result.value_or("")).value_or(Json()).is_object());
-  logOut();
+  ASSERT_EQ(ostrel_user_logout(ostrel_, nullptr), OSTREL_OK);
 
   // One flow per builder: a second start would take over the first one's callback.
   ostrel_login_t* builder = nullptr;
   ASSERT_EQ(ostrel_login_new(ostrel_, &builder, nullptr), OSTREL_OK);
-  ASSERT_EQ(ostrel_login_set_email(builder, address, nullptr), OSTREL_OK);
+  email(nullptr)(builder);
   Waiter first;
   auto resend = [&](auto e) {
     return ostrel_login_start(builder, OSTREL_LOGIN_EMAIL_RESEND, &Waiter::callback, &first, e);
@@ -403,29 +337,15 @@ TEST_F(CApiTest, LoginFlowsEndAsTheServiceSaysAndTheListenerHears) {
 
   ASSERT_EQ(ostrel_set_user_state_listener(ostrel_, nullptr, nullptr, nullptr), OSTREL_OK);
   const auto outcomes = heard.values();
-  for (const char* outcome : {"ok", "EMAILLoginWrongPasswordError"}) {
-    EXPECT_NE(std::find(outcomes.begin(), outcomes.end(), outcome), outcomes.end()) << outcome;
-  }
+  EXPECT_NE(std::find(outcomes.begin(), outcomes.end(), "ok"), outcomes.end());
 }
 
-// Waiting pushes and the manager's refusals are tested in tests/push.
-TEST_F(CApiTest, PushesReachTheCallbackOnceAndTokensRegister) {
-  ostrel::test::Recorder<Json> received;
-  auto onPush = [](const char* json, void* userData) {
-    static_cast<decltype(received)*>(userData)->add(ostrel::parseJson(json).value_or(Json()));
-  };
-  ASSERT_EQ(ostrel_push_set_callback(ostrel_, onPush, &received, nullptr), OSTREL_OK);
-  ASSERT_EQ(ostrel_push_process_remote(ostrel_, R"({"aps":{"t":"N","alert":"now"},"push_id":"n1"})",
-                                       0, nullptr),
-            OSTREL_OK);
+// The callback of received pushes is the ctypes test's; waiting pushes and the
+// manager's refusals are tested in tests/push.
+TEST_F(CApiTest, PushesThatAreNotJsonAreRefusedAndTokenBytesRegister) {
   // Not JSON: refused in the C layer with the parser's own error.
   EXPECT_EQ(answer([](auto e) { return ostrel_push_process_remote(ostrel_, "[", 0, e); }).errorCode,
             "PushNotificationError");
-  const auto pushes = received.values();
-  ASSERT_EQ(pushes.size(), 1u);
-  EXPECT_EQ(pushes[0]["push_id"], "n1");
-  ASSERT_EQ(ostrel_push_set_callback(ostrel_, nullptr, nullptr, nullptr), OSTREL_OK);
-
   const unsigned char token[] = {0x00, 0xab, 0xff, 0x10};
   ASSERT_EQ(ostrel_push_set_device_token(ostrel_, token, sizeof token, nullptr), OSTREL_OK);
   EXPECT_TRUE(ostrel::test::eventually([] {
@@ -436,42 +356,27 @@ TEST_F(CApiTest, PushesReachTheCallbackOnceAndTokensRegister) {
             std::string::npos);
 }
 
-// The payment rules (a receipt paid twice, ...) are tested in tests/payment.
-TEST_F(CApiTest, PaymentsAskOffersAddReceiptsAndTellThePayingState) {
-  Waiter offered;
+// The payment rules (a receipt paid twice, ...) are tested in tests/payment,
+// an anonymous paying state in the ctypes test.
+TEST_F(CApiTest, PaymentsAddReceiptsAndTellThePayingState) {
+  Waiter offered, added, paying;
   ASSERT_EQ(ostrel_payment_get_offer(ostrel_, "gold-coins", OSTREL_MARKET_GOOGLE_PLAY,
                                      &Waiter::callback, &offered, nullptr),
             OSTREL_OK);
   const Outcome offer = offered.get();
-  ASSERT_TRUE(offer.ok) << offer.errorCode;
-  ASSERT_TRUE(offer.result);
-
+  ASSERT_TRUE(offer.result) << offer.errorCode;
   const std::string receipt = storage_->path() + "/receipt.bin";
   std::ofstream(receipt) << "store receipt bytes";
-  auto add = [&] {
-    Waiter added;
-    EXPECT_EQ(ostrel_payment_add_receipt(ostrel_, offer.result->c_str(), receipt.c_str(),
-                                         &Waiter::callback, &added, nullptr),
-              OSTREL_OK);
-    return added.get();
-  };
-  const Outcome anonymous = add();
-  EXPECT_EQ(anonymous.errorCode, "PaymentError");
-  EXPECT_NE(anonymous.thread, std::this_thread::get_id());  // refused without the network
-
-  ASSERT_TRUE(
-      login(OSTREL_LOGIN_EMAIL, email(EmulatorService::kEmail, EmulatorService::kPassword)).ok);
-  const Outcome added = add();
-  EXPECT_TRUE(added.ok) << added.errorCode;
-  Waiter paying;
+  ASSERT_TRUE(login(OSTREL_LOGIN_EMAIL, email(EmulatorService::kPassword)).ok);
+  ASSERT_EQ(ostrel_payment_add_receipt(ostrel_, offer.result->c_str(), receipt.c_str(),
+                                       &Waiter::callback, &added, nullptr),
+            OSTREL_OK);
+  const Outcome add = added.get();
+  ASSERT_TRUE(add.ok) << add.errorCode;
   ASSERT_EQ(ostrel_payment_is_paying(ostrel_, &Waiter::callback, &paying, nullptr), OSTREL_OK);
-  const Outcome o = paying.get();
-  ASSERT_TRUE(o.ok) << o.errorCode;
-  const Json state = ostrel::parseJson(o.result.value_or("")).value_or(Json());
-  EXPECT_EQ(state["is_paying"], true);
+  const Json state = ostrel::parseJson(paying.get().result.value_or("")).value_or(Json());
   EXPECT_EQ(state["payment"]["item"], *offer.result);
   EXPECT_TRUE(state["payment"]["type_recurrent_extra"].is_object()) << ostrel::dumpJson(state);
-  logOut();
 }
 
 }  // namespace

@@ -66,6 +66,7 @@ TEST_F(DeploymentOverrideTest, EachOverrideIsCheckedOnce) {
   };
   // One value per branch of the checks: a character outside a host name, an
   // empty or over-long label, a port out of range, a second target for curl.
+  // That a value taken is applied is the test above.
   const Case cases[] = {
       {{}, nullptr},
       {{{"OSTREL_SERVICE_DOMAIN", ""}, {"OSTREL_SERVICE_SCHEME", ""}}, nullptr},  // unset
@@ -79,7 +80,6 @@ TEST_F(DeploymentOverrideTest, EachOverrideIsCheckedOnce) {
       {{{"OSTREL_SERVICE_DOMAIN", std::string(64, 'a') + ".io"}}, "OSTREL_SERVICE_DOMAIN"},
       {{{"OSTREL_SERVICE_SCHEME", "HTTP"}}, "OSTREL_SERVICE_SCHEME"},
       {{{"OSTREL_CONNECT_TO", "127.0.0.1"}}, "OSTREL_CONNECT_TO"},
-      {{{"OSTREL_CONNECT_TO", "127.0.0.1:0"}}, "OSTREL_CONNECT_TO"},
       {{{"OSTREL_CONNECT_TO", "127.0.0.1:65536"}}, "OSTREL_CONNECT_TO"},
       {{{"OSTREL_CONNECT_TO", "127.0.0.1:80,evil:1"}}, "OSTREL_CONNECT_TO"},
       {{{"OSTREL_CA_FILE", dir_.path() + "/missing.pem"}}, "OSTREL_CA_FILE"},
@@ -90,15 +90,8 @@ TEST_F(DeploymentOverrideTest, EachOverrideIsCheckedOnce) {
     ScopedEnvironment env(c.values);
     auto p = Platform::fromEnvironment();
     ASSERT_EQ(p.has_value(), c.refused == nullptr);
-    if (p) {
-      auto domain = c.values.find("OSTREL_SERVICE_DOMAIN");
-      const bool set = domain != c.values.end() && !domain->second.empty();
-      EXPECT_EQ(p->deployment.domain, set ? domain->second : "ostrel.io");
-      continue;
-    }
+    if (p) continue;
     EXPECT_TRUE(p.error().is(LocalErrorCodes::OstrelInitializationError));
-    EXPECT_TRUE(p.error().message().starts_with(std::string(c.refused) + " is refused: "))
-        << p.error().message();
     EXPECT_EQ((*p.error().extra())["variable"], c.refused);
   }
 }
@@ -109,14 +102,12 @@ TEST_F(DeploymentOverrideTest, BadStartUpInputIsAClearErrorNeverAStop) {
     change(p);
     return p;
   };
-  const Key<std::string> stored("DistributionGroup");
   struct Case {
     const char* name;
     Platform platform;
-    std::optional<ExternalParameters> parameters = std::nullopt;
-    LocalErrorCodes code = LocalErrorCodes::OstrelInitializationError;
   };
-  // The deployment's own checks are the table above; here the start-up runs them.
+  // The deployment's own checks are the table above; here the start-up runs
+  // them. A refused distribution group is the singleton test's.
   const Case cases[] = {
       {"host label", changed([](Platform& p) { p.deployment.sandboxMarker = "/sandbox"; })},
       // Without a client of its own, the default one would use the overrides.
@@ -124,16 +115,13 @@ TEST_F(DeploymentOverrideTest, BadStartUpInputIsAClearErrorNeverAStop) {
          p.http = nullptr;
          p.network.connectTo = "nowhere";
        })},
-      {"group", platform_.platform(),
-       ExternalParameters{{OLExternalParameterKey::DistributionGroup(), "be\"ta\r\nX: y"}},
-       LocalErrorCodes::ConnectionValidationError},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    auto made = Ostrel::makeUnshared("secret", nullptr, c.parameters, c.platform);
+    auto made = Ostrel::makeUnshared("secret", nullptr, std::nullopt, c.platform);
     ASSERT_FALSE(made);
-    EXPECT_TRUE(made.error().is(c.code)) << made.error().description();
-    EXPECT_FALSE(OLDefault(platform_.platform().settings).has(stored));
+    EXPECT_TRUE(made.error().is(LocalErrorCodes::OstrelInitializationError))
+        << made.error().description();
   }
 
   auto facade = Ostrel::makeUnshared(
@@ -141,7 +129,8 @@ TEST_F(DeploymentOverrideTest, BadStartUpInputIsAClearErrorNeverAStop) {
       platform_.platform());
   // A group refused later leaves this one: tests/transport (connector_https_test).
   ASSERT_TRUE(facade) << facade.error().description();
-  EXPECT_EQ(OLDefault(platform_.platform().settings).get(stored), "beta");
+  EXPECT_EQ(OLDefault(platform_.platform().settings).get(Key<std::string>("DistributionGroup")),
+            "beta");
 }
 
 }  // namespace

@@ -61,8 +61,6 @@ TEST(EndpointTest, BodyRules) {
       {OstrelAPIEndpoint::UserInfo, Json::array(), "Input must be a dictionary"},
       {OstrelAPIEndpoint::UserInfo, Json{{"user_id", 5}}, "Missing User Token (user_id)"},
       {OstrelAPIEndpoint::UserInfo, Json{{"user_id", "A_x"}}, ""},
-      {OstrelAPIEndpoint::EmailLogin, Json{{"email", "e"}}, "Missing password"},
-      {OstrelAPIEndpoint::MSISDNUR, Json::object(), ""},
       {OstrelAPIEndpoint::RichPush, Json::object(), ""},
       {OstrelAPIEndpoint::RichPush, Json{{"a", 1}},
        "Rich push do not support input values in body"},
@@ -95,7 +93,6 @@ TEST(UnifiedParserTest, Cases) {
   };
   const Case cases[] = {
       {204, std::nullopt, std::nullopt},
-      {299, Json::object(), std::nullopt},
       {401, Json{{"error", {{"code", "WRONG_PIN"}, {"message", "bad"}}}},
        "Ostrel Error [WRONG_PIN/401]: bad (extra: nil"},
       {404, Json{{"error", {{"code", 7}, {"extra", Json::object()}}}},
