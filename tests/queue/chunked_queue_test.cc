@@ -89,7 +89,6 @@ TEST_F(ChunkedQueueTest, RestartRebuildsFromDiskAndSkipsCorruptFiles) {
   EXPECT_EQ(test::readWholeFile(platform_.root() + "/chunk-size"), std::to_string(size));
   const std::string chunk = platform_.root() + "/EventQueue/Chunks/1";
   std::ofstream(chunk + "/garbage") << "not an archive";
-  std::ofstream(chunk + "/empty");
   std::filesystem::create_directories(platform_.root() + "/EventQueue/Chunks/not-a-key");
   OLChunkedQueue queue(platform_.ref(), "EventQueue", 10240);
   EXPECT_EQ(queue.chunkKeys(), (std::vector<int>{1}));
