@@ -40,13 +40,11 @@ struct Host {
   // signal that ended it.
   int run(const std::vector<std::string>& args, std::optional<Clock::time_point> killAt = {},
           Clock::time_point* killed = nullptr) {
-    std::vector<std::string> all = {OSTREL_HOST_PRODUCER};
-    all.insert(all.end(), args.begin(), args.end());
     pid_t pid = ::fork();
     if (pid == 0) {
       for (const auto& e : env) ::putenv(const_cast<char*>(e.c_str()));
-      std::vector<char*> argv;
-      for (const auto& a : all) argv.push_back(const_cast<char*>(a.c_str()));
+      std::vector<char*> argv = {const_cast<char*>(OSTREL_HOST_PRODUCER)};
+      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
       argv.push_back(nullptr);
       ::execv(argv[0], argv.data());
       ::_exit(127);

@@ -36,25 +36,22 @@ struct Kind {
   bool stores;  // the service still kept the events (a late answer)
 };
 
-const std::vector<Kind>& kinds() {
-  static const std::vector<Kind> all = {
-      {"dropped connection", {0, 0, true, ""}, Fate::Kept, false},
-      {"late beyond the time-out", {0, 1500, false, ""}, Fate::Kept, true},
-      {"500", {500, 0, false, ""}, Fate::Kept, false},
-      {"503", {503, 0, false, ""}, Fate::Kept, false},
-      {"408", {408, 0, false, ""}, Fate::Kept, false},
-      {"502 page not JSON", {502, 0, false, "non_json"}, Fate::Kept, false},
-      {"outside the domain", {0, 0, false, "outside"}, Fate::Kept, false},
-      {"404", {404, 0, false, ""}, Fate::Dropped, false},
-      {"400", {400, 0, false, ""}, Fate::Dropped, false},
-      {"200 not UTF-8", {200, 0, false, "non_utf8"}, Fate::Taken, false},
-      {"205", {205, 0, false, ""}, Fate::Taken, true},
-  };
-  return all;
-}
+const Kind kKinds[] = {
+    {"dropped connection", {0, 0, true, ""}, Fate::Kept, false},
+    {"late beyond the time-out", {0, 1500, false, ""}, Fate::Kept, true},
+    {"500", {500, 0, false, ""}, Fate::Kept, false},
+    {"503", {503, 0, false, ""}, Fate::Kept, false},
+    {"408", {408, 0, false, ""}, Fate::Kept, false},
+    {"502 page not JSON", {502, 0, false, "non_json"}, Fate::Kept, false},
+    {"outside the domain", {0, 0, false, "outside"}, Fate::Kept, false},
+    {"404", {404, 0, false, ""}, Fate::Dropped, false},
+    {"400", {400, 0, false, ""}, Fate::Dropped, false},
+    {"200 not UTF-8", {200, 0, false, "non_utf8"}, Fate::Taken, false},
+    {"205", {205, 0, false, ""}, Fate::Taken, true},
+};
 
 const Kind* kindOf(const Json& served) {
-  for (const auto& k : kinds()) {
+  for (const auto& k : kKinds) {
     if (k.fault.status == served["status"] && k.fault.delayMs == served["delay_ms"] &&
         k.fault.drop == served["drop"] && k.fault.body == served["body"]) {
       return &k;
@@ -99,7 +96,7 @@ TEST(FaultCampaign, NothingLostNothingWronglyKeptAndTheQueueDrains) {
     }
     // One answer in four is a fault; late answers are rarer, they cost a time-out.
     if (rng() % 4 == 0) {
-      const auto& kind = kinds()[rng() % kinds().size()];
+      const auto& kind = kKinds[rng() % std::size(kKinds)];
       if (kind.fault.delayMs == 0 || rng() % 3 == 0) {
         service.emulator().injectFault("/events/track_bulk", kind.fault);
       }

@@ -2,10 +2,10 @@
 // headers only. The deployment and the storage folder come from the OSTREL_*
 // variables.
 //   ostrel_host_producer exit RUN N          N events "<RUN>-<i>", then a return from main
-//   ostrel_host_producer bursts RUN PROGRESS [TRACE]
+//   ostrel_host_producer bursts RUN PROGRESS TRACE
 //                                            bursts of events until killed; after each
 //                                            burst one line "<RUN>-<last> <monotonic ns>";
-//                                            with TRACE, the intake's file work (see Tracer)
+//                                            in TRACE, the intake's file work (see Tracer)
 //   ostrel_host_producer drain               flushes; exit status 0 once all was delivered
 #include <fcntl.h>
 #include <unistd.h>
@@ -55,10 +55,9 @@ int64_t monotonicNs() {
 // event never written from one written and lost later:
 //   write <begin ns> <bytes>   then, once it returned,
 //   append <begin ns> <end ns> <bytes> <first id> <last id>  (ids of this run's events, or -1)
-//   remove <ns> <file>       checkpoint <ns> <text>       aside <ns> <chunk>
 //   map <ns> <file>          a segment made and mapped (producers write it themselves)
 //   nomap <ns> <file> [error] a segment the file system did not map
-// Every other call passes straight through.
+// Every other call passes straight through: the campaign reads only these.
 class Tracer final : public ostrel::platform::FileSystem {
  public:
   Tracer(std::shared_ptr<ostrel::platform::FileSystem> inner, int fd, std::string run)
@@ -69,11 +68,7 @@ class Tracer final : public ostrel::platform::FileSystem {
     return inner_->createDirectories(path);
   }
   ostrel::Result<void> writeFileAtomic(const std::string& path, const std::string& bytes) override {
-    auto done = inner_->writeFileAtomic(path, bytes);
-    if (done && intake(path) && path.ends_with("/applied")) {
-      note("checkpoint " + std::to_string(monotonicNs()) + " " + bytes.substr(0, bytes.find('\n')));
-    }
-    return done;
+    return inner_->writeFileAtomic(path, bytes);
   }
   ostrel::Result<void> writeNewFile(const std::string& path, const std::string& bytes) override {
     return inner_->writeNewFile(path, bytes);
@@ -111,11 +106,7 @@ class Tracer final : public ostrel::platform::FileSystem {
   ostrel::Result<std::vector<std::string>> listDirectory(const std::string& path) const override {
     return inner_->listDirectory(path);
   }
-  ostrel::Result<void> remove(const std::string& path) override {
-    auto done = inner_->remove(path);
-    if (intake(path)) note("remove " + std::to_string(monotonicNs()) + " " + tail(path));
-    return done;
-  }
+  ostrel::Result<void> remove(const std::string& path) override { return inner_->remove(path); }
   ostrel::Result<void> removeAll(const std::string& path) override {
     return inner_->removeAll(path);
   }
@@ -123,11 +114,7 @@ class Tracer final : public ostrel::platform::FileSystem {
     return inner_->fileSize(path);
   }
   ostrel::Result<void> rename(const std::string& from, const std::string& to) override {
-    auto done = inner_->rename(from, to);
-    if (done && to.find("/Sent/") != std::string::npos) {
-      note("aside " + std::to_string(monotonicNs()) + " " + tail(from));
-    }
-    return done;
+    return inner_->rename(from, to);
   }
 
  private:
@@ -165,10 +152,9 @@ int main(int argc, char** argv) {
     }
     return 0;  // nothing waits: the library must keep what it accepted
   }
-  if (mode == "bursts" && (argc == 4 || argc == 5)) {
+  if (mode == "bursts" && argc == 5) {
     const std::string run = argv[2];
     auto facade = start([&](ostrel::Platform& platform) {
-      if (argc < 5) return;
       int trace = ::open(argv[4], O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
       if (trace < 0) std::exit(2);
       platform.files = std::make_shared<Tracer>(platform.completed().files, trace, run);

@@ -66,11 +66,16 @@ TEST_F(OperationQueueTest, AsynchronousOperationsRunOneAtATimeInOrder) {
   EXPECT_EQ(record_.finished, expected);
 }
 
-TEST_F(OperationQueueTest, SuspendedQueueLetsTheRunningOneFinishAndHoldsTheRest) {
-  auto first = op(1);
-  queue_->addOperation(first);
+// Suspended, the running one finishes and the rest wait; a cancelled one
+// then finishes without running, and its completion runs.
+TEST_F(OperationQueueTest, SuspendedQueueHoldsTheRestAndACancelledOneNeverRuns) {
+  queue_->addOperation(op(1));
   queue_->setSuspended(true);
   queue_->addOperation(op(2));
+  auto cancelled = op(7);
+  std::atomic<bool> completed{false};
+  cancelled->setCompletionBlock([&] { completed = true; });
+  queue_->addOperation(cancelled);
   queue_->addOperation(op(3));
   queue_->waitUntilAllOperationsAreFinished();
   std::this_thread::sleep_for(20ms);
@@ -78,23 +83,12 @@ TEST_F(OperationQueueTest, SuspendedQueueLetsTheRunningOneFinishAndHoldsTheRest)
     std::lock_guard lock(record_.mutex);
     EXPECT_LE(record_.finished.size(), 1u);
   }
-  EXPECT_EQ(queue_->operationCount(), 2u);
-  queue_->setSuspended(false);
-  queue_->waitUntilAllOperationsAreFinished();
-  EXPECT_EQ(record_.finished, (std::vector<int>{1, 2, 3}));
-}
-
-TEST_F(OperationQueueTest, CancelledOperationFinishesWithoutRunningAndCompletionRuns) {
-  queue_->setSuspended(true);
-  auto cancelled = op(7);
-  std::atomic<bool> completed{false};
-  cancelled->setCompletionBlock([&] { completed = true; });
-  queue_->addOperation(cancelled);
+  EXPECT_EQ(queue_->operationCount(), 3u);
   cancelled->cancel();
   queue_->setSuspended(false);
   queue_->waitUntilAllOperationsAreFinished();
   EXPECT_TRUE(completed);
-  EXPECT_TRUE(record_.finished.empty());
+  EXPECT_EQ(record_.finished, (std::vector<int>{1, 2, 3}));
   // Finishing is final: a late state change must not make it look unfinished.
   cancelled->setState(AsynchronousOperation::State::executing);
   EXPECT_TRUE(cancelled->isFinished());
