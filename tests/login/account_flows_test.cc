@@ -175,6 +175,7 @@ TEST_F(AccountTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
   EXPECT_TRUE(EmulatorService::runFlow(*facade_, email(EmulatorService::kEmail, "wrong"),
                                        &OLLoginBuilder::getEmailLoginFlow));
   ASSERT_FALSE(EmulatorService::logIn(*facade_));
+  const std::string user = *facade_->getUserToken();
   ASSERT_TRUE(facade_->userLogout());
 
   // Deletion: the account disappears from the service and the user is anonymous again.
@@ -189,6 +190,12 @@ TEST_F(AccountTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
 
   EXPECT_EQ(listener->values(),
             (std::vector<std::string>{"Wrong e-mail or password", "ok", "ok", "ok", "ok"}));
+  // The logout and the deletion each queue a logout event naming its kind.
+  (void)EmulatorService::flush(*facade_);
+  std::vector<std::string> logouts;
+  for (const auto& e : service_.events("logout")) logouts.push_back(e["login_type"]);
+  EXPECT_EQ(logouts, (std::vector<std::string>{"explicit", "delete"}));
+  EXPECT_EQ(service_.events("logout")[0]["user_id"], user);
   // The library holds the listener weakly: once the host drops it, nothing is called.
   std::weak_ptr<RecordingListener> weak = listener;
   listener.reset();
