@@ -67,8 +67,6 @@ TEST(AccountFlowsTest, EachFlowLogsInOrMapsTheRefusal) {
   const Case cases[] = {
       {"sign-up of a new address", flow(email("new@ostrel.test"), &B::getEmailSignupFlow),
        std::nullopt, "", "O_"},
-      {"forgot for an unknown address", flow(email("nobody@ostrel.test"), &B::getEmailForgotFlow),
-       LocalErrorCodes::EMAILForgotWrongEmailError, "WRONG_IDENTITY", ""},
       {"forgot while logged: refused locally",
        flow(email(EmulatorService::kEmail), &B::getEmailForgotFlow),
        LocalErrorCodes::LoginBuilderError, "User Already Logged", "O_", true},

@@ -30,10 +30,6 @@ class LoginTest : public ::testing::Test {
     EXPECT_TRUE(made);
     return made;
   }
-  std::vector<Json> flushedEvents(Ostrel& o, const std::string& type) {
-    (void)EmulatorService::flush(o);
-    return service_.events(type);
-  }
 
   test::TestPlatform platform_;
   test::EmulatorService service_;
@@ -187,7 +183,8 @@ TEST_F(LoginTest, TheFingerprintsUserAndCustomDataStayWithItsOwnFlow) {
   b->setEmail(EmulatorService::kEmail).setPassword(EmulatorService::kPassword);
   ASSERT_FALSE(EmulatorService::runFlow(*b, &OLLoginBuilder::getEmailLoginFlow));
   std::vector<std::string> seen;
-  for (const auto& e : flushedEvents(*o, "identify")) {
+  (void)EmulatorService::flush(*o);
+  for (const auto& e : service_.events("identify")) {
     seen.push_back(e["login_type"].get<std::string>() + " " +
                    e["custom_data"]["from"].get<std::string>());
   }
