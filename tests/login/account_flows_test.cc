@@ -142,23 +142,6 @@ TEST_F(AccountTest, ACustomUserCannotBeDeleted) {
   EXPECT_TRUE(*facade_->isUserLogged());
 }
 
-TEST_F(AccountTest, PinRemindersStopAtTheServiceLimit) {  // three allowed
-  std::vector<std::optional<LocalErrorCodes>> outcomes;
-  for (int i = 0; i < 4; ++i) {
-    auto b = *facade_->getLoginBuilder();
-    b->setMSISDN(EmulatorService::kMsisdn).setNOPIN();
-    auto e = test::await<std::optional<OLError>>([&](auto done) {
-      b->setOnFlowCompleteCallback(done);
-      (*b->getMSISDPINLoginFlow())->startForgotFlow();
-    });
-    outcomes.push_back(e ? std::optional(e->localCode()) : std::nullopt);
-  }
-  using O = std::optional<LocalErrorCodes>;
-  EXPECT_EQ(outcomes, (std::vector<O>{std::nullopt, std::nullopt, std::nullopt,
-                                      LocalErrorCodes::MSISDNForgotMaxPINReachedError}));
-  EXPECT_FALSE(*facade_->isUserLogged());
-}
-
 class RecordingListener : public UserStateChangeListener, public test::Recorder<std::string> {
  public:
   void onUserStateChanged(const std::optional<OLError>& error) override {
