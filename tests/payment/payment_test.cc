@@ -14,9 +14,9 @@
 namespace ostrel {
 namespace {
 
-// A user who does not pay ({"is_paying":false}) is the emulator's answer in
-// AddingAReceiptMakesTheUserPaying; the refusal's message is checked with the
-// replies of the wrong shape.
+// A user who does not pay and one who pays with every field are the
+// emulator's answers in AddingAReceiptMakesTheUserPaying; the refusal's
+// message is checked with the replies of the wrong shape.
 TEST(PaymentBuilderTest, Shapes) {
   struct Case {
     const char* reply;
@@ -24,9 +24,6 @@ TEST(PaymentBuilderTest, Shapes) {
   };
   const Case cases[] = {
       {R"({"is_paying":true,"payment":null})", true},
-      {R"({"is_paying":true,"payment":{"product":"p","item":"i","provider":"v","state":"s",)"
-       R"("type":"t"}})",
-       true},
       {R"([])", false},
       {R"({"is_paying":"yes"})", false},
       {R"({"is_paying":true,"payment":[]})", false},
@@ -116,7 +113,6 @@ TEST_F(PaymentTest, AddingAReceiptMakesTheUserPaying) {
   ASSERT_TRUE(unreadable);
   EXPECT_TRUE(unreadable->is(LocalErrorCodes::PaymentSerializationError,
                              "Unable to retrieve or serialize payment receipt"));
-  EXPECT_EQ(service_.requestsTo("/payment/receipt/add"), 0);
 
   auto serialized = payments_->serializePayment(offer, receiptFile());
   ASSERT_TRUE(serialized);
