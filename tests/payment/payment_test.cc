@@ -93,16 +93,14 @@ TEST_F(PaymentTest, OfferForAStoreItemAndServiceFailuresAsTheServiceSaidThem) {
     EXPECT_TRUE(platform_.log().contains(rawValue(market)));
   }
   service_.failNext("/payment/offer/get", 503);
-  auto [offerError, offer] = offerFor(*payments_, MarketPlace::GooglePlay);
+  auto offerError = std::get<0>(offerFor(*payments_, MarketPlace::GooglePlay));
   ASSERT_TRUE(offerError);
   EXPECT_EQ(offerError->statusCode(), 503);
-  EXPECT_FALSE(offer);
 
   service_.failNext("/payment/is_paying_for", 500);
-  auto [payingError, state] = paying(*payments_);
+  auto payingError = std::get<0>(paying(*payments_));
   ASSERT_TRUE(payingError);
   EXPECT_EQ(payingError->statusCode(), 500);
-  EXPECT_FALSE(state);
 }
 TEST_F(PaymentTest, AddingAReceiptMakesTheUserPaying) {
   const std::string offer(32, 'o');

@@ -1,7 +1,6 @@
 // Remote payloads to push objects: every refusal is exact and carries the payload.
 #include <gtest/gtest.h>
 
-#include "events/push_events.h"
 #include "ostrel/ol_push_builder.h"
 #include "push/push_archive.h"
 #include "push/user_info_parser.h"
@@ -52,7 +51,6 @@ TEST(PushParserTest, RefusedPayloadsGiveTheExactMessageAndCarryThePayload) {
     SCOPED_TRACE(c.payload);
     auto push = OLPushBuilder::buildPushObject(payload(c.payload), false);
     ASSERT_FALSE(push);
-    EXPECT_EQ(push.error().localCode(), LocalErrorCodes::PushNotificationError);
     EXPECT_EQ(push.error().message(), c.message);
     EXPECT_EQ((*push.error().extra())["userInfo"], payload(c.payload));
   }
@@ -158,14 +156,6 @@ TEST(PushParserTest, EachTypeIsBuiltWithItsFieldsAndRoundTrips) {
     EXPECT_EQ((*back)->description(), c.description);
   }
   EXPECT_FALSE(decodePush("garbage"));
-}
-
-TEST(PushEventsTest, AReasonIsAtMost256Characters) {
-  test::TestPlatform platform;
-  EXPECT_TRUE(OLPushRegisteredEvent::make(false, std::string(256, 'r'), "s", "u"));
-  auto tooLong = OLPushRegisteredEvent::make(false, std::string(257, 'r'), "s", "u");
-  ASSERT_FALSE(tooLong);
-  EXPECT_TRUE(tooLong.error().is(LocalErrorCodes::EventCreationError, "reason string too long"));
 }
 
 }  // namespace
