@@ -79,8 +79,6 @@ TEST(PushParserTest, ABadgeIsA64BitIntegerOrNone) {
     SCOPED_TRACE(c.payload);
     EXPECT_EQ(*UserInfoParser(payload(c.payload)).getBadge(), c.badge);
   }
-  // A dictionary the simple object refuses is no custom fields at all.
-  EXPECT_FALSE(UserInfoParser(payload(R"({"custom":{"bad":{"nested":true}}})")).getCustomFields());
 }
 
 TEST(PushParserTest, UrlsAreTheUrisOfRfc3986WithAWebScheme) {
