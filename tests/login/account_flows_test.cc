@@ -118,11 +118,9 @@ TEST(AccountFlowsTest, EachFlowLogsInOrMapsTheRefusal) {
 }
 
 // One facade on its own emulator.
-class AccountTest : public ::testing::Test {
+class AccountTest : public test::EmulatorTest {
  protected:
-  test::TestPlatform platform_;
-  EmulatorService service_;
-  std::shared_ptr<Ostrel> facade_ = service_.startFacade(platform_);
+  std::shared_ptr<Ostrel> facade_ = start();
 };
 
 // A custom user exists only here: its meta info is local and the service cannot delete it.

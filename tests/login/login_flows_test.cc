@@ -23,17 +23,7 @@ namespace {
 using namespace std::chrono_literals;
 using test::EmulatorService;
 
-class LoginTest : public ::testing::Test {
- protected:
-  std::shared_ptr<Ostrel> start() {
-    auto made = service_.startFacade(platform_);
-    EXPECT_TRUE(made);
-    return made;
-  }
-
-  test::TestPlatform platform_;
-  test::EmulatorService service_;
-};
+using LoginTest = test::EmulatorTest;
 
 TEST_F(LoginTest, EmailLoginMetaInfoAndTransientTokenAndARestart) {
   {

@@ -66,7 +66,7 @@ std::tuple<std::optional<OLError>, std::optional<OLPaymentObject>> paying(
       [&](auto done) { payments.isUserPayingForDefault(done); });
 }
 
-class PaymentTest : public ::testing::Test {
+class PaymentTest : public test::EmulatorTest {
  protected:
   std::optional<OLError> add(const std::string& offer, const std::optional<std::string>& receipt) {
     return test::await<std::optional<OLError>>(
@@ -78,9 +78,7 @@ class PaymentTest : public ::testing::Test {
     return path;
   }
 
-  test::TestPlatform platform_;
-  test::EmulatorService service_;
-  std::shared_ptr<Ostrel> facade_ = service_.startFacade(platform_);
+  std::shared_ptr<Ostrel> facade_ = start();
   std::shared_ptr<OLPaymentManager> payments_ = *facade_->getPaymentManager();
 };
 

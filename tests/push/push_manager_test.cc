@@ -37,7 +37,7 @@ Json ping(const std::string& id) {
   return Json{{"aps", {{"t", "P"}}}, {"push_id", id}};
 }
 
-class PushManagerTest : public ::testing::Test {
+class PushManagerTest : public test::EmulatorTest {
  protected:
   void SetUp() override {
     Platform p = service_.platformFor(platform_);
@@ -63,8 +63,6 @@ class PushManagerTest : public ::testing::Test {
     return service_.events(type);
   }
 
-  test::TestPlatform platform_;
-  test::EmulatorService service_;
   std::shared_ptr<RecordingWebView> webView_ = std::make_shared<RecordingWebView>();
   std::shared_ptr<Ostrel> facade_;
   std::shared_ptr<OLPushManager> push_;

@@ -26,24 +26,15 @@ using namespace std::chrono_literals;
 using test::EmulatorService;
 using test::eventually;
 
-class PipelineTest : public ::testing::Test {
+// Real time (the emulator's platform): signatures carry it and events are ordered by it.
+class PipelineTest : public test::EmulatorTest {
  protected:
-  // Real time: signatures carry it and events are ordered by it.
-  std::shared_ptr<Ostrel> start() {
-    auto made = service_.startFacade(platform_);
-    EXPECT_TRUE(made);
-    return made;
-  }
-
   static std::optional<OLError> flush(Ostrel& o) { return EmulatorService::flush(o); }
   static std::vector<std::string> names(const EmulatorService& service, const std::string& type) {
     std::vector<std::string> out;
     for (const auto& e : service.events(type)) out.push_back(e.value("name", ""));
     return out;
   }
-
-  test::TestPlatform platform_;
-  test::EmulatorService service_;
 };
 
 // One bag, changed between the calls: each event keeps the values of its own call.

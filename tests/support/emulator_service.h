@@ -1,6 +1,8 @@
 #pragma once
 // An in-process ostrel-emulator for the library's tests, with two accounts made
 // up front: e-mail "user@ostrel.test" / "secret" and MSISDN "393331234567" / PIN "1234".
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <future>
 #include <memory>
@@ -82,6 +84,19 @@ class EmulatorService {
 
  private:
   std::unique_ptr<emulator::Emulator> emulator_;
+};
+
+// A test against one emulator of its own, whose facades run on its platform.
+class EmulatorTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<Ostrel> start() {
+    auto made = service_.startFacade(platform_);
+    EXPECT_TRUE(made);
+    return made;
+  }
+
+  TestPlatform platform_;
+  EmulatorService service_;
 };
 
 }  // namespace ostrel::test
