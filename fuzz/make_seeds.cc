@@ -7,12 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/device_information.h"
-#include "events/content_events.h"
 #include "events/event_archive.h"
-#include "events/flow_events.h"
-#include "events/internal_events.h"
-#include "events/push_events.h"
 #include "fuzz_platform.h"
 #include "login/ol_user_meta_info.h"
 #include "login/tokens.h"
@@ -20,6 +15,7 @@
 #include "platform/defaults.h"
 #include "push/push_archive.h"
 #include "status/flag.h"
+#include "support/every_event.h"
 
 namespace {
 
@@ -67,30 +63,8 @@ std::string reply(const std::string& url, const std::string& body, long status) 
 }
 
 std::vector<std::string> eventArchives() {
-  auto data = OLSimpleObject::fromJSONString(R"({"k":"v","f":1.5})");
-  DeviceInformation device(platform::DeviceFactsSnapshot{});
-  device.deviceId = "D";
-  auto timer = *OLTimedEvent::make("t", "s", "u", data);
-  (void)timer->stop(nullptr, 1);
-  auto flow = *OLFlowEvent::make("F", "f", "s", "u", data);
-  (void)flow->iterateFlow("step", FlowStatus::Step, nullptr, 1);
-  std::vector<std::shared_ptr<OLBaseEvent>> events = {
-      *OLCustomEvent::make("n", "s", "u", data),
-      *OLSessionEvent::make("s", "u", device, true, data, std::string("old")),
-      *OLIdentifyEvent::make("s", "u", data, LoginType::msisdnPin),
-      *OLLogoutEvent::make("s", "u", LogoutType::delete_),
-      *OLTimersHearbeat::make(10, {"a"}, "s", "u"),
-      flow,
-      timer,
-      *OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::consumption), 2.5f),
-      *OLAttachSessionEvent::make("s", "u", AttachType::master, "x", "C_9", data),
-      *OLPushReceivedEvent::make(
-          "p", PushNotificationEventType(PushReceiveType::ping, PushReceiveAction::notified), true,
-          "s", "u"),
-      *OLPushRegisteredEvent::make(false, std::string("no token"), "s", "u"),
-  };
   std::vector<std::string> out;
-  for (const auto& e : events) out.push_back(archivedBytes(*e));
+  for (const auto& e : test::oneEventOfEachClass()) out.push_back(archivedBytes(*e));
   return out;
 }
 

@@ -9,20 +9,13 @@
 #include "events/push_events.h"
 #include "ostrel/ol_simple_object.h"
 #include "platform/defaults.h"
+#include "support/every_event.h"
 #include "support/test_platform.h"
 
 namespace ostrel {
 namespace {
 
-// A clock whose local time zone is a fixed offset from UTC.
-class FixedZone : public test::FakeClock {
- public:
-  explicit FixedZone(long offsetSecs) : offset_(offsetSecs) {}
-  long utcOffsetSecs(double) const override { return offset_; }
-
- private:
-  long offset_;
-};
+using FixedZone = test::ZoneClock;
 
 std::vector<std::string> keys(const Json& d) {
   std::vector<std::string> out;
@@ -208,29 +201,7 @@ TEST_F(EventsTest, FlowsAndTimers) {
 }
 
 TEST_F(EventsTest, EveryClassRoundTripsThroughItsArchive) {
-  auto data = OLSimpleObject::fromJSONString(R"({"k":"v","f":1.5})");
-  DeviceInformation device(platform::DeviceFactsSnapshot{});
-  device.deviceId = "D";
-  auto timer = *OLTimedEvent::make("t", "s", "u", data);
-  ASSERT_TRUE(timer->stop(nullptr, 1));
-  auto flow = *OLFlowEvent::make("F", "f", "s", "u", data);
-  ASSERT_TRUE(flow->iterateFlow("step", FlowStatus::Step, nullptr, 1));
-  std::vector<std::shared_ptr<OLBaseEvent>> events = {
-      *OLCustomEvent::make("n", "s", "u", data),
-      *OLSessionEvent::make("s", "u", device, true, data, std::string("old")),
-      *OLIdentifyEvent::make("s", "u", data, LoginType::msisdnPin),
-      *OLLogoutEvent::make("s", "u", LogoutType::delete_),
-      *OLTimersHearbeat::make(10, {"a"}, "s", "u"),
-      flow,
-      timer,
-      *OLRankingContentEvent::make("s", "u", "abc", RankingScope(_RankingScope::consumption), 2.5f),
-      *OLAttachSessionEvent::make("s", "u", AttachType::master, "x", "C_9", data),
-      *OLPushReceivedEvent::make(
-          "p", PushNotificationEventType(PushReceiveType::ping, PushReceiveAction::notified), true,
-          "s", "u"),
-      *OLPushRegisteredEvent::make(false, std::string("no token"), "s", "u"),
-  };
-  for (const auto& e : events) {
+  for (const auto& e : test::oneEventOfEachClass()) {
     auto back = decodeEvent(archivedBytes(*e));
     ASSERT_TRUE(back) << e->archiveClassName() << ": " << back.error().description();
     EXPECT_EQ((*back)->getEventDictionary(utc_), e->getEventDictionary(utc_))

@@ -8,21 +8,7 @@
 namespace ostrel {
 namespace {
 
-// A local time zone: standard time, plus an hour of summer time between two
-// instants.
-class ZoneClock : public platform::Clock {
- public:
-  explicit ZoneClock(long standardSecs, double summerFrom = 0, double summerUntil = 0)
-      : standard_(standardSecs), from_(summerFrom), until_(summerUntil) {}
-  double now() const override { return 0; }
-  long utcOffsetSecs(double t) const override {
-    return standard_ + (t >= from_ && t < until_ ? 3600 : 0);
-  }
-
- private:
-  long standard_;
-  double from_, until_;
-};
+using test::ZoneClock;
 
 TEST(AutologinExpiryTest, ReadsTheLocalInstantAfterTheTwoCharacterPrefixAndFormatsIt) {
   const ZoneClock utc(0), stJohns(-12600);

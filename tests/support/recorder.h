@@ -16,6 +16,10 @@ class Recorder {
     std::lock_guard lock(mutex_);
     return values_;
   }
+  void clear() {
+    std::lock_guard lock(mutex_);
+    values_.clear();
+  }
 
  private:
   mutable std::mutex mutex_;

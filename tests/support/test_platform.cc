@@ -5,27 +5,10 @@
 
 namespace ostrel::test {
 
-void CapturingLogSink::write(std::string_view line) {
-  std::lock_guard lock(mutex_);
-  lines_.emplace_back(line);
-}
-
-std::vector<std::string> CapturingLogSink::lines() const {
-  std::lock_guard lock(mutex_);
-  return lines_;
-}
-
 bool CapturingLogSink::contains(std::string_view fragment) const {
-  std::lock_guard lock(mutex_);
-  for (const auto& l : lines_) {
+  for (const auto& l : lines())
     if (l.find(fragment) != std::string::npos) return true;
-  }
   return false;
-}
-
-void CapturingLogSink::clear() {
-  std::lock_guard lock(mutex_);
-  lines_.clear();
 }
 
 std::string readWholeFile(const std::string& path) {

@@ -2,12 +2,12 @@
 // Platform pieces for tests: a controllable clock, a log sink that captures the
 // console lines, and a private temporary storage root per test.
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "ostrel/platform.h"
 #include "platform/platform_ref.h"
+#include "support/recorder.h"
 #include "testing/scratch_platform.h"
 
 namespace ostrel::test {
@@ -23,16 +23,31 @@ class FakeClock : public platform::Clock {
   std::atomic<double> now_;
 };
 
-class CapturingLogSink : public platform::LogSink {
+// A local time zone: standard time, plus an hour of summer time between two
+// instants.
+class ZoneClock : public platform::Clock {
  public:
-  void write(std::string_view line) override;
-  std::vector<std::string> lines() const;
-  bool contains(std::string_view fragment) const;
-  void clear();
+  explicit ZoneClock(long standardSecs, double summerFrom = 0, double summerUntil = 0)
+      : standard_(standardSecs), from_(summerFrom), until_(summerUntil) {}
+  double now() const override { return 0; }
+  long utcOffsetSecs(double t) const override {
+    return standard_ + (t >= from_ && t < until_ ? 3600 : 0);
+  }
 
  private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
+  long standard_;
+  double from_, until_;
+};
+
+class CapturingLogSink : public platform::LogSink {
+ public:
+  void write(std::string_view line) override { lines_.add(std::string(line)); }
+  std::vector<std::string> lines() const { return lines_.values(); }
+  bool contains(std::string_view fragment) const;
+  void clear() { lines_.clear(); }
+
+ private:
+  Recorder<std::string> lines_;
 };
 
 // The whole content of a file ("" when it cannot be read).
